@@ -1,0 +1,36 @@
+# Warnings, hardening and sanitizers: the same for every target of the tree.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+include_directories(${CMAKE_SOURCE_DIR})
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2)
+if(BRENVELLIS_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+add_compile_options(-fstack-protector-strong)
+add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+
+if(BRENVELLIS_SANITIZE)
+  # The CUPS enumerations come from C: any integer that a backend or a raster stream put there is a
+  # value that the code must name, so loading one is no error.
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize=enum -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined -fno-sanitize=enum)
+elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  # A distribution's own flags may already set a level.
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
+endif()
+
+# brenvellis_add_if(FOLDER VARIABLE...): adds FOLDER when every VARIABLE is true; otherwise says what is
+# missing, since a build without it is still a good build of the filter.
+function(brenvellis_add_if folder)
+  foreach(needed IN LISTS ARGN)
+    if(NOT ${needed})
+      message(STATUS "${folder}/ is left out: ${needed} is not set (see README.md, \"Build\")")
+      return()
+    endif()
+  endforeach()
+  add_subdirectory(${folder})
+endfunction()
