@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cups/cups.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/support/child_process.h"
+#include "tests/support/temporary_folder.h"
+
+/// QueueView is what a client of the scheduler sees of a queue.
+struct QueueView {
+  std::set<std::string> reasons;  ///< printer-state-reasons, without "none"
+  std::map<std::string, std::string>
+      marker;  ///< marker-colors, -levels, -message, -names, -types; values as text
+};
+
+/// PrivateScheduler is a real CUPS scheduler in a folder of its own, with the built filter; ended and removed
+/// with the object. Its functions throw if the scheduler refuses.
+class PrivateScheduler {
+ public:
+  /// @param filter  the command filter to install.
+  explicit PrivateScheduler(const std::string& filter = FILTER_PROGRAM);
+  ~PrivateScheduler();
+  PrivateScheduler(const PrivateScheduler&) = delete;
+  PrivateScheduler& operator=(const PrivateScheduler&) = delete;
+
+  /// The path of its socket: the value for CUPS_SERVER.
+  [[nodiscard]] std::string server() const { return (path() / "sock").string(); }
+  /// HOST:PORT for clients of the network.
+  [[nodiscard]] std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+  [[nodiscard]] std::filesystem::path path() const { return folder_.path() / "s"; }
+  [[nodiscard]] pid_t pid() const { return process_->pid(); }
+
+  /// Adds an accepting, enabled queue with the driver's PPD.
+  void add_queue(const std::string& name, const std::string& device_uri) const;
+  void pause(const std::string& queue) const;
+  void resume(const std::string& queue) const;
+  void reject(const std::string& queue) const;
+  void set_default(const std::string& queue) const;
+
+  /// Sends a command file as a job and returns the job's number.
+  [[nodiscard]] int send_commands(const std::string& queue, const std::string& commands) const;
+  /// Sends bytes that go to the printer as they are.
+  [[nodiscard]] int send_raw(const std::string& queue, const std::string& bytes) const;
+  /// Waits for the job's end; the state that it had then or at the limit.
+  [[nodiscard]] ipp_jstate_t wait_for_job(int job,
+                                          std::chrono::seconds limit = std::chrono::seconds(30)) const;
+  [[nodiscard]] ipp_jstate_t job_state(int job) const;
+  void cancel_job(int job) const;
+  /// Sends the commands, waits for the job to complete, returns what a client then sees.
+  [[nodiscard]] QueueView report(const std::string& queue,
+                                 const std::string& commands = "ReportLevels\n") const;
+
+  [[nodiscard]] QueueView view(const std::string& queue) const;
+  /// The lines that the filter and the backend of a job logged, without the scheduler's date and level.
+  [[nodiscard]] std::vector<std::string> job_log(int job) const;
+  /// The process ids of the filters that run under this scheduler.
+  [[nodiscard]] std::vector<pid_t> running_filters() const;
+
+  /// Ends the scheduler by a signal (SIGTERM, SIGKILL) and starts it again on the same folder.
+  void restart(int signal);
+
+ private:
+  void start();
+  [[nodiscard]] ipp_t* answer(ipp_t* request, const char* resource, const std::string& file = {}) const;
+  void change(ipp_op_t operation, const std::string& queue) const;
+  [[nodiscard]] int send(const std::string& queue, const std::string& bytes, const char* format) const;
+
+  TemporaryFolder folder_;
+  std::string filter_;
+  int port_ = 0;
+  std::unique_ptr<ChildProcess> process_;
+};

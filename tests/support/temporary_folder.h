@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+/// TemporaryFolder is a fresh folder with a short path, readable by all, removed with all in it at the end.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "brv.XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+      throw std::runtime_error("cannot make a folder " + name);
+    }
+    path_ = name;
+    std::filesystem::permissions(path_, std::filesystem::perms(0755));
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
