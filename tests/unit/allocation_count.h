@@ -1,0 +1,4 @@
+#pragma once
+
+/// How often this program has asked the C++ runtime for memory. What libc and libcups ask for does not count.
+long allocation_count();
