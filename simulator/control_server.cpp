@@ -1,0 +1,108 @@
+#include "simulator/control_server.h"
+
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "simulator/control_command.h"
+
+namespace {
+
+using Local = asio::local::stream_protocol;
+using Execute = std::function<std::string(const std::optional<std::string>&)>;
+
+/// ControlSession reads lines and replies to each before the next is carried out, so that replies never pile
+/// up for a client that does not read them. Its pending operation keeps it alive.
+class ControlSession : public std::enable_shared_from_this<ControlSession> {
+ public:
+  ControlSession(Local::socket socket, const Execute& execute)
+      : socket_(std::move(socket)), execute_(execute) {}
+
+  void serve() {
+    if (lines_.empty()) {
+      read();
+      return;
+    }
+    reply_ = execute_(lines_.front()) + "\n";
+    lines_.pop_front();
+    asio::async_write(socket_, asio::buffer(reply_), [self = shared_from_this()](auto error, auto) {
+      if (!error) {
+        self->serve();
+      }
+    });
+  }
+
+ private:
+  void read() {
+    socket_.async_read_some(asio::buffer(chunk_), [self = shared_from_this()](auto error, auto count) {
+      if (error) {
+        return;
+      }
+      for (auto& line : self->reader_.feed(std::string_view(self->chunk_.data(), count))) {
+        self->lines_.push_back(std::move(line));
+      }
+      self->serve();
+    });
+  }
+
+  Local::socket socket_;
+  const Execute& execute_;
+  ControlLineReader reader_;
+  std::array<char, 1024> chunk_{};
+  std::deque<std::optional<std::string>> lines_;
+  std::string reply_;
+};
+
+bool is_socket(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+}  // namespace
+
+ControlServer::ControlServer(asio::io_context& io, Execute execute)
+    : execute_(std::move(execute)), accept_loop_(io, [this](Local::socket socket) {
+        std::make_shared<ControlSession>(std::move(socket), execute_)->serve();
+      }) {}
+
+ControlServer::~ControlServer() {
+  if (!path_.empty()) {
+    unlink(path_.c_str());
+  }
+}
+
+std::optional<std::string> ControlServer::open(const std::string& path) {
+  const std::string name = "control socket '" + path + "'";
+  if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
+    return name + ": the path must have 1 to " + std::to_string(sizeof(sockaddr_un::sun_path) - 1) +
+           " characters; choose another";
+  }
+  const Local::endpoint endpoint(path);
+  std::error_code error = accept_loop_.bind(endpoint);
+  if (error == asio::error::address_in_use) {
+    if (!is_socket(path)) {
+      return name + ": a file of another kind has this name; choose another path";
+    }
+    Local::iostream simulator(endpoint);
+    if (simulator.error() != asio::error::connection_refused) {
+      return name + ": a running simulator serves it; end that one or choose another path";
+    }
+    unlink(path.c_str());
+    error = accept_loop_.bind(endpoint);
+  }
+  if (!error) {
+    path_ = path;
+    error = accept_loop_.listen();
+  }
+  if (error) {
+    return name + ": " + error.message() + "; choose another path";
+  }
+  return std::nullopt;
+}

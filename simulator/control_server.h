@@ -1,0 +1,33 @@
+#pragma once
+
+#include <asio.hpp>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "simulator/accept_loop.h"
+
+/// ControlServer is the Unix socket over which a running simulator is told and asked. It must outlive the run
+/// of its io_context.
+class ControlServer {
+ public:
+  /// @param execute carries out one line (none: it was too long) and returns the reply without a line end.
+  ControlServer(asio::io_context& io, std::function<std::string(const std::optional<std::string>&)> execute);
+  ControlServer(const ControlServer&) = delete;
+  ControlServer& operator=(const ControlServer&) = delete;
+
+  /// Removes the socket file that open() made.
+  ~ControlServer();
+
+  /// Makes the socket file and listens on it. A file that a killed simulator left there is replaced.
+  ///
+  /// @return nothing on success; otherwise what is wrong and what to do.
+  std::optional<std::string> open(const std::string& path);
+
+ private:
+  using Local = asio::local::stream_protocol;
+
+  std::function<std::string(const std::optional<std::string>&)> execute_;
+  AcceptLoop<Local> accept_loop_;
+  std::string path_;
+};
