@@ -11,13 +11,13 @@
 /// An answer of the backend on the side channel.
 struct SideAnswer {
   int status = CUPS_SC_STATUS_OK;
-  std::string data;
+  std::string data = {};
 };
 
 /// What the backend and the printer behind it do with one request of the filter.
 struct PrinterReply {
   std::optional<SideAnswer> drain = SideAnswer{};  ///< nothing: the drain is never answered
-  std::vector<std::string> pieces;                 ///< each is sent when the filter has read the one before
+  std::vector<std::string> pieces = {};            ///< each is sent when the filter has read the one before
   bool hang_up = false;                            ///< closes the back channel after the pieces
 };
 

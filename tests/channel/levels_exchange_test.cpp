@@ -66,14 +66,14 @@ TEST(LevelsExchange, AClosedBackChannelEndsBothQueries) {
                             state_lines("", "UNAVAILABLE"));
 }
 
-class LongReplies : public testing::TestWithParam<std::size_t> {};
+class LongLevelsReplies : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(LongReplies, AreTracedWholeAndDecodedAsEver) {
+TEST_P(LongLevelsReplies, AreTracedWholeAndDecodedAsEver) {
   const std::string reply = levels_reply(200, 400, 2, GetParam());
   EXPECT_EQ(levels_log({.pieces = {reply}}), answered(reply));
 }
 
-INSTANTIATE_TEST_SUITE_P(LevelsExchange, LongReplies, testing::Values(27, 40, 512));
+INSTANTIATE_TEST_SUITE_P(LevelsExchange, LongLevelsReplies, testing::Values(27, 40, 512));
 
 TEST(LevelsExchange, AFailedDrainIsLoggedAndTheReplyIsReadAllTheSame) {
   EXPECT_EQ(levels_log({.drain = SideAnswer{CUPS_SC_STATUS_IO_ERROR, ""}, .pieces = {REPLY}}),

@@ -72,14 +72,15 @@ TEST(StatusExchange, ABackChannelClosedInTheMiddleIsNoReply) {
   EXPECT_EQ(status_log({.pieces = {REPLY.substr(0, 14)}, .hang_up = true}), unanswered(0));
 }
 
-class LongReplies : public testing::TestWithParam<std::size_t> {};
+class LongStatusReplies : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(LongReplies, AreTracedWholeAndDecodedAsEver) {
+TEST_P(LongStatusReplies, AreTracedWholeAndDecodedAsEver) {
   const std::string reply = status_reply(0x2660, GetParam());
   EXPECT_EQ(status_log({.pieces = {reply}}), answered(reply, REASON, "0x2660"));
 }
 
-INSTANTIATE_TEST_SUITE_P(StatusExchange, LongReplies, testing::Values(15, 16, 17, 26, 32, 40, 511, 512));
+INSTANTIATE_TEST_SUITE_P(StatusExchange, LongStatusReplies,
+                         testing::Values(15, 16, 17, 26, 32, 40, 511, 512));
 
 TEST(StatusExchange, TheLastReadMayFillTheBuffer) {
   const std::string reply = status_reply(0x2660, 512);
