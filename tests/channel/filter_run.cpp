@@ -9,9 +9,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <set>
+#include <sstream>
 
 #include "tests/support/child_process.h"
 #include "tests/support/temporary_folder.h"
@@ -33,6 +35,22 @@ std::array<int, 2> make_sockets(int type) {
   std::array<int, 2> ends{};
   EXPECT_EQ(socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends.data()), 0);
   return ends;
+}
+
+/// The words of FILTER_WRAPPER, a program to run the filter under (valgrind), by its path or found in
+/// /usr/bin.
+std::vector<std::string> wrapper() {
+  std::vector<std::string> words;
+  if (const char* value = std::getenv("FILTER_WRAPPER")) {
+    std::istringstream stream(value);
+    for (std::string word; stream >> word;) {
+      words.push_back(word);
+    }
+    if (!words.empty() && !words.front().starts_with('/')) {
+      words.front().insert(0, "/usr/bin/");
+    }
+  }
+  return words;
 }
 
 /// The backend's side of one run.
@@ -59,7 +77,8 @@ class Backend {
     EXPECT_EQ(write(input[1], run.input.data(), run.input.size()), static_cast<ssize_t>(run.input.size()));
     close(input[1]);
 
-    std::vector<std::string> words = {FILTER_PROGRAM};
+    std::vector<std::string> words = wrapper();
+    words.emplace_back(FILTER_PROGRAM);
     words.insert(words.end(), arguments.begin(), arguments.end());
     filter_ = std::make_unique<ChildProcess>(ChildProcess::Options{
         words, {{0, input[0]}, {1, filters_output}, {2, log[1]}, {3, back[0]}, {4, side[1]}}, {}});

@@ -1,0 +1,65 @@
+# Sourced by ./demo, ./check and ./bench: installs what they need and builds.
+# shellcheck shell=bash
+
+# Debian's names; README.md has those of other systems.
+BUILD_PACKAGES="g++ cmake ninja-build libcups2-dev libcupsimage2-dev libcli11-dev nlohmann-json3-dev libasio-dev
+  cups-ppdc cups-common"
+SCHEDULER_PACKAGES="cups-daemon cups-core-drivers cups-client"
+CHECK_PACKAGES="libgtest-dev libgmock-dev"
+CHECK_ALL_PACKAGES="clang clang-format clang-tidy libclang-rt-14-dev valgrind"
+
+say() { printf '%s\n' "$*" >&2; }
+fail() {
+  say "$(basename "$0"): $*"
+  exit 1
+}
+
+# need PACKAGE...: installs those that are missing; elsewhere than on Debian and its derivatives says which.
+need() {
+  if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
+    local tool
+    for tool in c++ cmake ninja ppdc cupsd lp; do
+      PATH=$PATH:/usr/sbin:/sbin command -v $tool >/dev/null ||
+        fail "$tool is missing, and this system has no apt-get to install it. Install what these Debian packages" \
+          "hold (README.md, \"Build\", names them for other systems):" "$@"
+    done
+    return
+  fi
+  local package missing=()
+  for package in "$@"; do
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+
+  local root=()
+  if [ "$(id -u)" != 0 ]; then
+    command -v sudo >/dev/null ||
+      fail "these packages are missing and only root can install them: ${missing[*]}"
+    root=(sudo)
+  fi
+  say "Installing ${#missing[@]} packages: ${missing[*]}"
+  local log
+  log=$(mktemp)
+  if ! { "${root[@]}" apt-get -qq update &&
+    "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install --no-install-recommends "${missing[@]}"; } \
+    >"$log" 2>&1 </dev/null; then
+    tail -n 20 "$log" >&2
+    rm -f "$log"
+    fail "apt-get could not install them; its last words are above"
+  fi
+  rm -f "$log"
+}
+
+# build PRESET: configures and builds build/PRESET; silent if there is nothing to do.
+build() {
+  [ -w . ] || fail "this folder is not yours to write to; clone the project as the user who builds it"
+  cmake --preset "$1" --log-level=WARNING >/dev/null || fail "cmake --preset $1 failed"
+  if [ -t 2 ]; then
+    cmake --build --preset "$1" >&2 || fail "cmake --build --preset $1 failed"
+  else
+    local log
+    log=$(mktemp)
+    cmake --build --preset "$1" >"$log" 2>&1 || { cat "$log" >&2; rm -f "$log"; fail "cmake --build --preset $1 failed"; }
+    rm -f "$log"
+  fi
+}
