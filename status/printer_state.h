@@ -16,8 +16,9 @@ class PrinterState {
   Type type;
   std::uint16_t code;  ///< 0 is "no error". Meaningful, and set, only with Type::Error.
 
-  /// Sets the type and leaves the code unset.
-  constexpr explicit PrinterState(Type the_type) : type(the_type) {}
+  /// Sets the type and leaves the code unset: nobody reads it then.
+  constexpr explicit PrinterState(Type the_type)
+      : type(the_type) {}  // NOLINT(clang-analyzer-optin.cplusplus.UninitializedObject)
   constexpr PrinterState(Type the_type, std::uint16_t the_code) : type(the_type), code(the_code) {}
 
   static constexpr PrinterState Unavailable() { return PrinterState(Type::Unavailable); }
