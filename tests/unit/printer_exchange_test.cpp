@@ -147,6 +147,20 @@ TEST_F(Exchange, AFullBufferIsTracedWhole) {
             std::string::npos);
 }
 
+TEST_F(Exchange, ReturnsAllBytesReceived) {
+  channels.reads = {"abc", "defgh"};
+  const PrinterQuery query = {{}, 4, "[STS]"};
+  std::string reply;
+  captured_log([&] {
+    reply = run([&] {
+      ReplyBuffer buffer;
+      const auto bytes = exchange_with_printer(query, buffer);
+      return std::string(bytes.begin(), bytes.end());
+    });
+  });
+  EXPECT_EQ(reply, "abcdefgh");
+}
+
 TEST_F(Exchange, NoQueryAllocates) {
   channels.side_calls.reserve(8);
   channels.back_calls.reserve(8);
