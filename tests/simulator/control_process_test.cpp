@@ -109,9 +109,9 @@ TEST(Control, AClientThatGoesWithoutReadingDisturbsNothing) {
 
 TEST(Tell, PrintsTheReplyToStandardOutput) {
   const SimulatorProcess simulator;
-  const Outcome outcome =
+  const ProgramResult outcome =
       run_simulator({"--tell", simulator.control(), "code", "0x2660;", "remaining", "12"});
-  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.exit_status, 0);
   EXPECT_EQ(outcome.output, "ok\n");
   EXPECT_EQ(outcome.errors, "");
   EXPECT_THAT(simulator.tell("show"), StartsWith("ok code=0x2660 total=400 remaining=12 "));
@@ -125,8 +125,8 @@ TEST(Tell, TakesTheCommandAsOneWordToo) {
 
 TEST(Tell, PrintsAnErrorToStandardErrorAndFails) {
   const SimulatorProcess simulator;
-  const Outcome outcome = run_simulator({"--tell", simulator.control(), "nonsense"});
-  EXPECT_EQ(outcome.status, 1);
+  const ProgramResult outcome = run_simulator({"--tell", simulator.control(), "nonsense"});
+  EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(outcome.errors, "error: 'nonsense' is no command; 'help' lists the commands\n");
 }
@@ -140,21 +140,21 @@ TEST(Tell, PrintsEveryRequestHoweverManyThereAre) {
   }
   peer.send(requests + STATUS_REQUEST);
   EXPECT_EQ(peer.receive(15), status_reply());
-  const Outcome outcome = run_simulator({"--tell", simulator.control(), "requests"});
-  EXPECT_EQ(outcome.status, 0);
+  const ProgramResult outcome = run_simulator({"--tell", simulator.control(), "requests"});
+  EXPECT_EQ(outcome.exit_status, 0);
   EXPECT_EQ(outcome.output.size(), 2 + 999U * 525 + 17 + 1);
 }
 
 TEST(Tell, FailsWhenNobodyAnswers) {
   const TemporaryFolder folder;
-  const std::string path = folder.file("nobody");
-  const Outcome outcome = run_simulator({"--tell", path, "show"});
-  EXPECT_EQ(outcome.status, 1);
+  const std::string path = folder.path() / "nobody";
+  const ProgramResult outcome = run_simulator({"--tell", path, "show"});
+  EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(outcome.errors, "brenvellis-simulator: no simulator answers at '" + path +
                                 "'; start one with --control " + path + "\n");
 }
 
 TEST(Tell, FailsOnAPathThatNoSocketCanHave) {
-  EXPECT_EQ(run_simulator({"--tell", std::string(200, 'x'), "show"}).status, 1);
+  EXPECT_EQ(run_simulator({"--tell", std::string(200, 'x'), "show"}).exit_status, 1);
 }

@@ -165,7 +165,8 @@ TEST(Network, APeerThatReadsLateGetsEveryReply) {
 }
 
 TEST(Network, RunningOutOfDescriptorsIsSurvived) {
-  const SimulatorProcess simulator({}, 20);
+  const SimulatorProcess simulator;
+  simulator.limit_descriptors(20);
   std::vector<Connection> peers;
   for (int i = 0; i < 40; ++i) {
     peers.push_back(simulator.connect());

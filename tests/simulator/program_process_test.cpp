@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 
 #include "tests/simulator/simulator_process.h"
@@ -14,7 +15,7 @@ using testing::StartsWith;
 TEST(Program, PrintsTheDeviceUriAndNothingElse) {
   SimulatorProcess simulator;
   EXPECT_THAT(simulator.uri(), MatchesRegex("socket://127\\.0\\.0\\.1:[1-9][0-9]*"));
-  const Outcome rest = simulator.end(SIGTERM);
+  const ProgramResult rest = simulator.end(SIGTERM);
   EXPECT_EQ(rest.output, "");
   EXPECT_EQ(rest.errors, "");
 }
@@ -32,8 +33,8 @@ TEST(Program, FailsOnAPortInUse) {
   const PortHolder holder;
   holder.listen();
   const std::string port = std::to_string(holder.port());
-  const Outcome outcome = run_simulator({"--port", port});
-  EXPECT_EQ(outcome.status, 1);
+  const ProgramResult outcome = run_simulator({"--port", port});
+  EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(outcome.errors, "brenvellis-simulator: cannot listen on 127.0.0.1:" + port +
                                 ": Address already in use; choose another --port\n");
@@ -45,24 +46,24 @@ TEST(Program, EndsOnEitherSignalAndLeavesNothing) {
     const Connection peer = simulator.connect();
     const Connection client = Connection::to_path(simulator.control());
     simulator.await_shown("open=1");
-    EXPECT_EQ(simulator.end(signal).status, 0);
-    EXPECT_TRUE(simulator.folder()->empty());
+    EXPECT_EQ(simulator.end(signal).exit_status, 0);
+    EXPECT_TRUE(std::filesystem::is_empty(simulator.folder()->path()));
     EXPECT_EQ(peer.receive_to_end(), "");
   }
 }
 
 TEST(Program, ASocketFileOfAKilledSimulatorIsReplaced) {
   SimulatorProcess killed;
-  EXPECT_EQ(killed.end(SIGKILL).status, 128 + SIGKILL);
-  ASSERT_FALSE(killed.folder()->empty());
-  const SimulatorProcess simulator({}, 0, killed.folder());
+  EXPECT_EQ(killed.end(SIGKILL).exit_status, -1);
+  ASSERT_FALSE(std::filesystem::is_empty(killed.folder()->path()));
+  const SimulatorProcess simulator({}, killed.folder());
   EXPECT_THAT(simulator.tell("show"), StartsWith("ok "));
 }
 
 TEST(Program, ASocketFileThatALiveSimulatorServesIsLeftAlone) {
   const SimulatorProcess simulator;
-  const Outcome outcome = run_simulator({"--control", simulator.control()});
-  EXPECT_EQ(outcome.status, 1);
+  const ProgramResult outcome = run_simulator({"--control", simulator.control()});
+  EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + simulator.control() +
                                 "': a running simulator serves it; end that one or choose another path\n");
@@ -71,10 +72,10 @@ TEST(Program, ASocketFileThatALiveSimulatorServesIsLeftAlone) {
 
 TEST(Program, AFileThatIsNoSocketIsLeftAlone) {
   const TemporaryFolder folder;
-  const std::string path = folder.file("file");
+  const std::string path = folder.path() / "file";
   std::ofstream(path) << "precious";
-  const Outcome outcome = run_simulator({"--control", path});
-  EXPECT_EQ(outcome.status, 1);
+  const ProgramResult outcome = run_simulator({"--control", path});
+  EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
                                 "': a file of another kind has this name; choose another path\n");
   std::string content;
@@ -84,17 +85,17 @@ TEST(Program, AFileThatIsNoSocketIsLeftAlone) {
 
 TEST(Program, AControlSocketInAMissingFolderIsAnError) {
   const TemporaryFolder folder;
-  const std::string path = folder.file("missing/control");
-  const Outcome outcome = run_simulator({"--control", path});
-  EXPECT_EQ(outcome.status, 1);
+  const std::string path = folder.path() / "missing/control";
+  const ProgramResult outcome = run_simulator({"--control", path});
+  EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
                                 "': No such file or directory; choose another path\n");
 }
 
 TEST(Program, AControlPathOfAWrongLengthIsAnError) {
   for (const std::string& path : {std::string(), "/tmp/" + std::string(103, 'x')}) {
-    const Outcome outcome = run_simulator({"--control", path});
-    EXPECT_EQ(outcome.status, 1);
+    const ProgramResult outcome = run_simulator({"--control", path});
+    EXPECT_EQ(outcome.exit_status, 1);
     EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
                                   "': the path must have 1 to 107 characters; choose another\n");
   }
@@ -127,16 +128,16 @@ TEST(Program, WrongUsageIsToldAndEndsWithStatus2) {
       {{"--tell", "path", "show\nshow"}, "--tell: the command holds a line end; send one line"},
   };
   for (const auto& [arguments, message] : cases) {
-    const Outcome outcome = run_simulator(arguments);
-    EXPECT_EQ(outcome.status, 2) << message;
+    const ProgramResult outcome = run_simulator(arguments);
+    EXPECT_EQ(outcome.exit_status, 2) << message;
     EXPECT_EQ(outcome.output, "") << message;
     EXPECT_EQ(outcome.errors, message + "\nRun with --help for more information.\n");
   }
 }
 
 TEST(Program, HelpNamesEveryOptionAndTheExitStatus) {
-  const Outcome outcome = run_simulator({"--help"});
-  EXPECT_EQ(outcome.status, 0);
+  const ProgramResult outcome = run_simulator({"--help"});
+  EXPECT_EQ(outcome.exit_status, 0);
   for (const char* name : {"--port", "--control", "--tell", "--code", "--total", "--remaining", "--sheet",
                            "--fault", "--help", "--version", "Exit status: 0"}) {
     EXPECT_THAT(outcome.output, HasSubstr(name));
@@ -144,7 +145,7 @@ TEST(Program, HelpNamesEveryOptionAndTheExitStatus) {
 }
 
 TEST(Program, VersionNamesTheProgram) {
-  const Outcome outcome = run_simulator({"--version"});
-  EXPECT_EQ(outcome.status, 0);
+  const ProgramResult outcome = run_simulator({"--version"});
+  EXPECT_EQ(outcome.exit_status, 0);
   EXPECT_THAT(outcome.output, MatchesRegex("brenvellis-simulator [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }

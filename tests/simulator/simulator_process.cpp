@@ -7,52 +7,19 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <thread>
 #include <utility>
 
 namespace {
-
-struct Started {
-  pid_t process;
-  int output;
-  int errors;
-};
-
-Started start(std::vector<std::string> arguments, unsigned descriptors = 0) {
-  arguments.insert(arguments.begin(), SIMULATOR);
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) {
-    argv.push_back(argument.data());
-  }
-  argv.push_back(nullptr);
-  std::array<int, 2> output{};
-  std::array<int, 2> errors{};
-  if (pipe2(output.data(), O_CLOEXEC) != 0 || pipe2(errors.data(), O_CLOEXEC) != 0) {
-    ADD_FAILURE() << "pipe: " << strerror(errno);
-  }
-  const pid_t process = fork();
-  if (process == 0) {
-    dup2(output[1], STDOUT_FILENO);
-    dup2(errors[1], STDERR_FILENO);
-    if (descriptors != 0) {
-      const rlimit limit = {descriptors, descriptors};
-      setrlimit(RLIMIT_NOFILE, &limit);
-    }
-    execv(argv[0], argv.data());
-    _exit(127);
-  }
-  close(output[1]);
-  close(errors[1]);
-  return {process, output[0], errors[0]};
-}
 
 bool wait_for(int descriptor, short event) {
   pollfd wanted = {descriptor, event, 0};
@@ -82,16 +49,6 @@ std::string read_line(int descriptor) {
     line += piece;
   }
   return line;
-}
-
-Outcome collect(const Started& started) {
-  Outcome outcome{0, read_to_end(started.output), read_to_end(started.errors)};
-  int status = 0;
-  waitpid(started.process, &status, 0);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  close(started.output);
-  close(started.errors);
-  return outcome;
 }
 
 sockaddr_in loopback(std::uint16_t port) {
@@ -125,19 +82,9 @@ std::string levels_reply(std::uint16_t code) {
   return reply;
 }
 
-TemporaryFolder::TemporaryFolder() {
-  std::string name = std::filesystem::temp_directory_path() / "simulatorXXXXXX";
-  EXPECT_NE(mkdtemp(name.data()), nullptr) << strerror(errno);
-  path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-Outcome run_simulator(const std::vector<std::string>& arguments) {
-  return collect(start(arguments));
+ProgramResult run_simulator(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), SIMULATOR_PROGRAM);
+  return run_program(arguments);
 }
 
 Connection Connection::to_port(std::uint16_t port) {
@@ -251,21 +198,29 @@ void PortHolder::listen() const {
   EXPECT_EQ(::listen(descriptor_, 1), 0) << strerror(errno);
 }
 
-SimulatorProcess::SimulatorProcess(std::vector<std::string> arguments, unsigned descriptors,
+SimulatorProcess::SimulatorProcess(const std::vector<std::string>& arguments,
                                    std::shared_ptr<TemporaryFolder> folder)
     : folder_(std::move(folder)) {
-  arguments.insert(arguments.end(), {"--control", control()});
-  const Started started = start(std::move(arguments), descriptors);
-  process_ = started.process;
-  output_ = started.output;
-  errors_ = started.errors;
+  std::array<int, 2> output{};
+  std::array<int, 2> errors{};
+  EXPECT_EQ(pipe2(output.data(), O_CLOEXEC), 0) << strerror(errno);
+  EXPECT_EQ(pipe2(errors.data(), O_CLOEXEC), 0) << strerror(errno);
+  ChildProcess::Options options;
+  options.arguments = {SIMULATOR_PROGRAM, "--control", control()};
+  options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
+  options.descriptors = {{STDOUT_FILENO, output[1]}, {STDERR_FILENO, errors[1]}};
+  process_ = std::make_unique<ChildProcess>(options);
+  close(output[1]);
+  close(errors[1]);
+  output_ = output[0];
+  errors_ = errors[0];
   uri_ = read_line(output_);
 }
 
 SimulatorProcess::~SimulatorProcess() {
-  if (process_ != 0) {
-    const Outcome outcome = end(SIGTERM);
-    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  if (process_ != nullptr) {
+    const ProgramResult result = end(SIGTERM);
+    EXPECT_EQ(result.exit_status, 0) << result.errors;
   }
 }
 
@@ -299,11 +254,21 @@ void SimulatorProcess::await_shown(std::string_view text) const {
 }
 
 std::size_t SimulatorProcess::open_descriptors() const {
-  const std::filesystem::directory_iterator open("/proc/" + std::to_string(process_) + "/fd");
+  const std::filesystem::directory_iterator open("/proc/" + std::to_string(process_->pid()) + "/fd");
   return static_cast<std::size_t>(std::distance(std::filesystem::begin(open), std::filesystem::end(open)));
 }
 
-Outcome SimulatorProcess::end(int signal) {
-  kill(process_, signal);
-  return collect({std::exchange(process_, 0), output_, errors_});
+void SimulatorProcess::limit_descriptors(unsigned most) const {
+  const rlimit limit = {most, most};
+  EXPECT_EQ(prlimit(process_->pid(), RLIMIT_NOFILE, &limit, nullptr), 0) << strerror(errno);
+}
+
+ProgramResult SimulatorProcess::end(int signal) {
+  process_->signal(signal);
+  ProgramResult result{-1, read_to_end(output_), read_to_end(errors_)};
+  result.exit_status = process_->exit_status(std::chrono::milliseconds(PATIENCE_MS));
+  process_.reset();
+  close(output_);
+  close(errors_);
+  return result;
 }

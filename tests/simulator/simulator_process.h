@@ -1,13 +1,13 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tests/support/child_process.h"
+#include "tests/support/temporary_folder.h"
 
 /// Every wait of the tests ends after this time, and the test fails.
 constexpr int PATIENCE_MS = 30000;
@@ -19,29 +19,8 @@ const std::string LEVELS_REQUEST("\x1bGD0\0\0\x03\x1e\x16\x2a", 10);
 std::string status_reply(std::uint16_t code = 0);
 std::string levels_reply(std::uint16_t code = 0);
 
-/// TemporaryFolder is a new folder that goes with all that is in it.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  [[nodiscard]] std::string file(const std::string& name) const { return path_ / name; }
-  [[nodiscard]] bool empty() const { return std::filesystem::is_empty(path_); }
-
- private:
-  std::filesystem::path path_;
-};
-
-/// Outcome is what a program left that ran to its end.
-struct Outcome {
-  int status;  ///< exit status, or 128 and the number of the signal that ended it
-  std::string output;
-  std::string errors;
-};
-
-Outcome run_simulator(const std::vector<std::string>& arguments);
+/// Runs the program to its end.
+ProgramResult run_simulator(std::vector<std::string> arguments);
 
 /// Connection is a client's end of a stream socket; what fails on it fails the test.
 class Connection {
@@ -95,8 +74,8 @@ class PortHolder {
 class SimulatorProcess {
  public:
   /// @param arguments without --control.
-  /// @param descriptors how many it may open at once; 0 for the usual number.
-  explicit SimulatorProcess(std::vector<std::string> arguments = {}, unsigned descriptors = 0,
+  /// @param folder where it makes its control socket; it writes nowhere else.
+  explicit SimulatorProcess(const std::vector<std::string>& arguments = {},
                             std::shared_ptr<TemporaryFolder> folder = std::make_shared<TemporaryFolder>());
   ~SimulatorProcess();
   SimulatorProcess(const SimulatorProcess&) = delete;
@@ -104,8 +83,7 @@ class SimulatorProcess {
 
   [[nodiscard]] const std::string& uri() const { return uri_; }
   [[nodiscard]] std::uint16_t port() const;
-  [[nodiscard]] std::string control() const { return folder_->file("control"); }
-  /// The folder of the control socket; the simulator writes nowhere else.
+  [[nodiscard]] std::string control() const { return folder_->path() / "control"; }
   [[nodiscard]] const std::shared_ptr<TemporaryFolder>& folder() const { return folder_; }
   [[nodiscard]] Connection connect() const { return Connection::to_port(port()); }
 
@@ -116,12 +94,14 @@ class SimulatorProcess {
   /// Waits until "show" has the text in it.
   void await_shown(std::string_view text) const;
   [[nodiscard]] std::size_t open_descriptors() const;
-  /// Ends it by a signal; what its output and errors held behind the URI is in the outcome.
-  Outcome end(int signal);
+  /// From now on it may have so many descriptors open at once.
+  void limit_descriptors(unsigned most) const;
+  /// Ends it by a signal; the result's output is what followed the URI.
+  ProgramResult end(int signal);
 
  private:
   std::shared_ptr<TemporaryFolder> folder_;
-  pid_t process_ = 0;
+  std::unique_ptr<ChildProcess> process_;
   int output_ = -1;
   int errors_ = -1;
   std::string uri_;
