@@ -31,7 +31,7 @@ struct SettingOption {
 
 struct Options {
   std::string port = "0";
-  std::string control;
+  std::optional<std::string> control;
   std::vector<std::string> tell;
   std::array<SettingOption, 5> settings = {{
       {"code", "CODE", "Status code (default 0: no error)", ""},
@@ -52,7 +52,8 @@ ExitStatus fail(const std::string& message) {
   return FAILED;
 }
 
-ExitStatus simulate(std::uint16_t port, const std::string& control, const PrinterSettings& settings) {
+ExitStatus simulate(std::uint16_t port, const std::optional<std::string>& control,
+                    const PrinterSettings& settings) {
   asio::io_context io(1);
   asio::signal_set ending(io, SIGINT, SIGTERM);
   ending.async_wait([&io](std::error_code, int) { io.stop(); });
@@ -74,8 +75,8 @@ ExitStatus simulate(std::uint16_t port, const std::string& control, const Printe
     }
     return reply;
   });
-  if (!control.empty()) {
-    if (const auto error = control_server.open(control)) {
+  if (control) {
+    if (const auto error = control_server.open(*control)) {
       return fail(*error);
     }
   }
@@ -103,7 +104,7 @@ ExitStatus run(int argc, char** argv) {
   auto* tell =
       app.add_option("--tell", options.tell,
                      "Send COMMAND to the simulator with the control socket PATH, print the reply, end")
-          ->type_name("PATH COMMAND...")
+          ->type_name("PATH COMMAND")
           ->expected(2, CLI::detail::expected_max_vector_size);
   app.add_option("--port", options.port, "TCP port of 127.0.0.1 (default 0: a free one)")->type_name("N");
   app.add_option("--control", options.control, "Make a Unix socket that takes commands")->type_name("PATH");

@@ -1,0 +1,151 @@
+// The program as its user meets it: options, messages, exit statuses, what it leaves behind.
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/simulator/simulator_process.h"
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+TEST(Program, PrintsTheDeviceUriAndNothingElse) {
+  SimulatorProcess simulator;
+  EXPECT_THAT(simulator.uri(), MatchesRegex("socket://127\\.0\\.0\\.1:[1-9][0-9]*"));
+  const ProgramResult rest = simulator.end(SIGTERM);
+  EXPECT_EQ(rest.output, "");
+  EXPECT_EQ(rest.errors, "");
+}
+
+TEST(Program, ListensOnAGivenPort) {
+  const PortHolder holder;
+  const SimulatorProcess simulator({"--port", std::to_string(holder.port())});
+  EXPECT_EQ(simulator.uri(), "socket://127.0.0.1:" + std::to_string(holder.port()));
+  const Connection peer = simulator.connect();
+  peer.send(STATUS_REQUEST);
+  EXPECT_EQ(peer.receive(15), status_reply());
+}
+
+TEST(Program, FailsOnAPortInUse) {
+  const PortHolder holder;
+  holder.listen();
+  const std::string port = std::to_string(holder.port());
+  const ProgramResult outcome = run_simulator({"--port", port});
+  EXPECT_EQ(outcome.exit_status, 1);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.errors, "brenvellis-simulator: cannot listen on 127.0.0.1:" + port +
+                                ": Address already in use; choose another --port\n");
+}
+
+TEST(Program, EndsOnEitherSignalAndLeavesNothing) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    SimulatorProcess simulator;
+    const Connection peer = simulator.connect();
+    const Connection client = Connection::to_path(simulator.control());
+    simulator.await_shown("open=1");
+    EXPECT_EQ(simulator.end(signal).exit_status, 0);
+    EXPECT_TRUE(std::filesystem::is_empty(simulator.folder()->path()));
+    EXPECT_EQ(peer.receive_to_end(), "");
+  }
+}
+
+TEST(Program, ASocketFileOfAKilledSimulatorIsReplaced) {
+  SimulatorProcess killed;
+  EXPECT_EQ(killed.end(SIGKILL).exit_status, -1);
+  ASSERT_FALSE(std::filesystem::is_empty(killed.folder()->path()));
+  const SimulatorProcess simulator({}, killed.folder());
+  EXPECT_THAT(simulator.tell("show"), StartsWith("ok "));
+}
+
+TEST(Program, ASocketFileThatALiveSimulatorServesIsLeftAlone) {
+  const SimulatorProcess simulator;
+  const ProgramResult outcome = run_simulator({"--control", simulator.control()});
+  EXPECT_EQ(outcome.exit_status, 1);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + simulator.control() +
+                                "': a running simulator serves it; end that one or choose another path\n");
+  EXPECT_THAT(simulator.tell("show"), StartsWith("ok "));
+}
+
+TEST(Program, AFileThatIsNoSocketIsLeftAlone) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path() / "file";
+  std::ofstream(path) << "precious";
+  const ProgramResult outcome = run_simulator({"--control", path});
+  EXPECT_EQ(outcome.exit_status, 1);
+  EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
+                                "': a file of another kind has this name; choose another path\n");
+  std::string content;
+  std::ifstream(path) >> content;
+  EXPECT_EQ(content, "precious");
+}
+
+TEST(Program, AControlSocketInAMissingFolderIsAnError) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path() / "missing/control";
+  const ProgramResult outcome = run_simulator({"--control", path});
+  EXPECT_EQ(outcome.exit_status, 1);
+  EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
+                                "': No such file or directory; choose another path\n");
+}
+
+TEST(Program, AControlPathOfAWrongLengthIsAnError) {
+  for (const std::string& path : {std::string(), "/tmp/" + std::string(103, 'x')}) {
+    const ProgramResult outcome = run_simulator({"--control", path});
+    EXPECT_EQ(outcome.exit_status, 1);
+    EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
+                                  "': the path must have 1 to 107 characters; choose another\n");
+  }
+}
+
+TEST(Program, WrongUsageIsToldAndEndsWithStatus2) {
+  const std::string no_16_bits = " needs one number from 0 to 65535, decimal or hexadecimal with 0x";
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{"extra"}, "The following argument was not expected: extra"},
+      {{"--colour", "1"}, "The following arguments were not expected: 1 --colour"},
+      {{"--port"}, "--port: 1 required N missing"},
+      {{"--port", "65536"}, "--port: '65536' is no number from 0 to 65535"},
+      {{"--port", "http"}, "--port: 'http' is no number from 0 to 65535"},
+      {{"--port", "1", "--port", "2"}, "--port: At Most 1 required but received 2"},
+      {{"--code", "0x10000"}, "--code: 'code'" + no_16_bits},
+      {{"--code", ""}, "--code: 'code'" + no_16_bits},
+      {{"--code", "1; total 2"}, "--code: 'code'" + no_16_bits},
+      {{"--total", "many"}, "--total: 'total'" + no_16_bits},
+      {{"--remaining", "1e3"}, "--remaining: 'remaining'" + no_16_bits},
+      {{"--sheet", "256"}, "--sheet: 'sheet' needs one number from 0 to 255, decimal or hexadecimal with 0x"},
+      {{"--fault", "noise"},
+       "--fault: unknown fault 'noise'; use one of none silent short drip split long garbage slow close "
+       "refuse"},
+      {{"--fault", "slow"},
+       "--fault: wrong arguments of fault 'slow'; write 'slow MS [status|levels]', N from 0 to 4096, MS from "
+       "0 to 60000"},
+      {{"--tell", "path"}, "--tell: At least 2 required but received 1"},
+      {{"--tell", "path", "show", "--port", "1"},
+       "--tell goes with no other option; send the settings as commands"},
+      {{"--tell", "path", "show\nshow"}, "--tell: the command holds a line end; send one line"},
+  };
+  for (const auto& [arguments, message] : cases) {
+    const ProgramResult outcome = run_simulator(arguments);
+    EXPECT_EQ(outcome.exit_status, 2) << message;
+    EXPECT_EQ(outcome.output, "") << message;
+    EXPECT_EQ(outcome.errors, message + "\nRun with --help for more information.\n");
+  }
+}
+
+TEST(Program, HelpNamesEveryOptionAndTheExitStatus) {
+  const ProgramResult outcome = run_simulator({"--help"});
+  EXPECT_EQ(outcome.exit_status, 0);
+  for (const char* name : {"--port", "--control", "--tell", "--code", "--total", "--remaining", "--sheet",
+                           "--fault", "--help", "--version", "Exit status: 0"}) {
+    EXPECT_THAT(outcome.output, HasSubstr(name));
+  }
+}
+
+TEST(Program, VersionNamesTheProgram) {
+  const ProgramResult outcome = run_simulator({"--version"});
+  EXPECT_EQ(outcome.exit_status, 0);
+  EXPECT_THAT(outcome.output, MatchesRegex("brenvellis-simulator [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/support/child_process.h"
+#include "tests/support/temporary_folder.h"
+
+/// Every wait of the tests ends after this time, and the test fails.
+constexpr int PATIENCE_MS = 30000;
+
+const std::string STATUS_REQUEST("\x1bGD0\0\0\x01\x16", 8);
+const std::string LEVELS_REQUEST("\x1bGD0\0\0\x03\x1e\x16\x2a", 10);
+
+/// The replies of a printer that nothing but the code was set on.
+std::string status_reply(std::uint16_t code = 0);
+std::string levels_reply(std::uint16_t code = 0);
+
+/// Runs the program to its end.
+ProgramResult run_simulator(std::vector<std::string> arguments);
+
+/// Connection is a client's end of a stream socket; what fails on it fails the test.
+class Connection {
+ public:
+  static Connection to_port(std::uint16_t port);
+  static Connection to_path(const std::string& path);
+  Connection(Connection&& other) noexcept;
+  Connection& operator=(Connection&& other) noexcept;
+  ~Connection();
+
+  void send(std::string_view bytes) const;
+  void end_sending() const;
+  /// @return exactly so many bytes; fewer at the end of the stream.
+  [[nodiscard]] std::string receive(std::size_t size) const;
+  /// @return what the next piece brings; empty at the end of the stream.
+  [[nodiscard]] std::string receive_piece() const;
+  [[nodiscard]] std::string receive_to_end() const;
+  /// @return what is there now, without waiting.
+  [[nodiscard]] std::string receive_now() const;
+  [[nodiscard]] std::string receive_line() const;
+  /// Sends until the peer takes no more for a while or `most` bytes are gone.
+  [[nodiscard]] std::size_t send_until_stuck(std::string_view bytes, std::size_t most) const;
+  /// Closes with a reset in place of an orderly end.
+  void reset();
+
+ private:
+  explicit Connection(int descriptor) : descriptor_(descriptor) {}
+  int descriptor_;
+};
+
+/// @return 0 if a connection could be made, else errno.
+int try_to_connect(std::uint16_t port);
+
+/// PortHolder holds a free port of 127.0.0.1 that only a program that is told its number can listen on.
+class PortHolder {
+ public:
+  /// @param port 0 for a free one.
+  explicit PortHolder(std::uint16_t port = 0);
+  ~PortHolder();
+  PortHolder(const PortHolder&) = delete;
+  PortHolder& operator=(const PortHolder&) = delete;
+  [[nodiscard]] std::uint16_t port() const { return port_; }
+  void listen() const;
+
+ private:
+  int descriptor_;
+  std::uint16_t port_ = 0;
+};
+
+/// SimulatorProcess is a running simulator with a control socket; it ends with its object.
+class SimulatorProcess {
+ public:
+  /// @param arguments without --control.
+  /// @param folder where it makes its control socket; it writes nowhere else.
+  explicit SimulatorProcess(const std::vector<std::string>& arguments = {},
+                            std::shared_ptr<TemporaryFolder> folder = std::make_shared<TemporaryFolder>());
+  ~SimulatorProcess();
+  SimulatorProcess(const SimulatorProcess&) = delete;
+  SimulatorProcess& operator=(const SimulatorProcess&) = delete;
+
+  [[nodiscard]] const std::string& uri() const { return uri_; }
+  [[nodiscard]] std::uint16_t port() const;
+  [[nodiscard]] std::string control() const { return folder_->path() / "control"; }
+  [[nodiscard]] const std::shared_ptr<TemporaryFolder>& folder() const { return folder_; }
+  [[nodiscard]] Connection connect() const { return Connection::to_port(port()); }
+
+  /// @return the reply to one control line.
+  [[nodiscard]] std::string tell(std::string_view line) const;
+  /// Expects "ok".
+  void set(std::string_view line) const;
+  /// Waits until "show" has the text in it.
+  void await_shown(std::string_view text) const;
+  [[nodiscard]] std::size_t open_descriptors() const;
+  /// From now on it may have so many descriptors open at once.
+  void limit_descriptors(unsigned most) const;
+  /// Ends it by a signal; the result's output is what followed the URI.
+  ProgramResult end(int signal);
+
+ private:
+  std::shared_ptr<TemporaryFolder> folder_;
+  std::unique_ptr<ChildProcess> process_;
+  int output_ = -1;
+  int errors_ = -1;
+  std::string uri_;
+};
