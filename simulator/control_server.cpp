@@ -68,7 +68,7 @@ bool is_socket(const std::string& path) {
 }  // namespace
 
 ControlServer::ControlServer(asio::io_context& io, Execute execute)
-    : execute_(std::move(execute)), accept_loop_(io, [this](Local::socket socket) {
+    : io_(io), execute_(std::move(execute)), accept_loop_(io, [this](Local::socket socket) {
         std::make_shared<ControlSession>(std::move(socket), execute_)->serve();
       }) {}
 
@@ -90,8 +90,9 @@ std::optional<std::string> ControlServer::open(const std::string& path) {
     if (!is_socket(path)) {
       return name + ": a file of another kind has this name; choose another path";
     }
-    Local::iostream simulator(endpoint);
-    if (simulator.error() != asio::error::connection_refused) {
+    Local::socket simulator(io_);
+    simulator.connect(endpoint, error);
+    if (error != asio::error::connection_refused) {
       return name + ": a running simulator serves it; end that one or choose another path";
     }
     unlink(path.c_str());

@@ -27,6 +27,7 @@ class ControlServer {
  private:
   using Local = asio::local::stream_protocol;
 
+  asio::io_context& io_;
   std::function<std::string(const std::optional<std::string>&)> execute_;
   AcceptLoop<Local> accept_loop_;
   std::string path_;

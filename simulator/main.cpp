@@ -67,7 +67,7 @@ ExitStatus simulate(std::uint16_t port, const std::optional<std::string>& contro
 
   ControlServer control_server(io, [&](const std::optional<std::string>& line) -> std::string {
     const PrinterSettings before = printer.settings;
-    const std::string reply = execute_control_line(line, printer);
+    std::string reply = execute_control_line(line, printer);
     if (const auto error = printer_server.follow_fault()) {
       printer.settings = before;
       return "error: cannot listen on port " + std::to_string(printer_server.port()) +
@@ -119,7 +119,7 @@ ExitStatus run(int argc, char** argv) {
   }
 
   if (!options.tell.empty()) {
-    const auto given = app.parse_order();
+    const auto& given = app.parse_order();
     if (!std::all_of(given.begin(), given.end(),
                      [tell](const CLI::Option* option) { return option == tell; })) {
       return refuse_usage("--tell goes with no other option; send the settings as commands");

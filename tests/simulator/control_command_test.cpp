@@ -7,7 +7,6 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
-using testing::SizeIs;
 using testing::StartsWith;
 
 namespace {

@@ -79,6 +79,7 @@ TEST(Network, AnUnknownRequestIsRecordedAndNotAnswered) {
 TEST(Network, TwoHundredConnectionsAtOnceAreServed) {
   const SimulatorProcess simulator;
   std::vector<Connection> peers;
+  peers.reserve(200);
   for (int i = 0; i < 200; ++i) {
     peers.push_back(simulator.connect());
   }
@@ -168,6 +169,7 @@ TEST(Network, RunningOutOfDescriptorsIsSurvived) {
   const SimulatorProcess simulator;
   simulator.limit_descriptors(20);
   std::vector<Connection> peers;
+  peers.reserve(40);
   for (int i = 0; i < 40; ++i) {
     peers.push_back(simulator.connect());
   }
