@@ -1,8 +1,9 @@
 #include "status/state_report.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <set>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -17,41 +18,79 @@ bool matches(const PrinterState& state, const PrinterStateReason& row) {
   return false;
 }
 
-}  // namespace
+/// A keyword and one of the rows that raise it.
+struct KeywordOfRow {
+  std::string_view keyword;
+  const PrinterStateReason* row;
+};
 
-void update_printer_state(const PrinterState& state) {
-  update_printer_state(state, PRINTER_STATE_REASONS);
-}
-
-void update_printer_state(const PrinterState& state, std::span<const PrinterStateReason> table) {
-  std::set<std::string_view> reasons_to_clear;
+/// Puts a table's keywords into the order of the clearing lines.
+constexpr void sort_keywords(std::span<const PrinterStateReason> table, std::span<KeywordOfRow> sorted) {
+  auto next = sorted.begin();
   for (const auto& row : table) {
     for (const char* keyword : row.keywords()) {
-      reasons_to_clear.insert(keyword);
+      *next++ = {keyword, &row};
     }
   }
+  std::ranges::sort(sorted, {}, &KeywordOfRow::keyword);
+}
 
-  const auto raise = [&](const char* keyword) {
-    reasons_to_clear.erase(keyword);
-    fprintf(stderr, "STATE: +%s\n", keyword);
-    fprintf(stderr, "DEBUG: %s %s\n", keyword, state.to_string().c_str());
-  };
+constexpr std::size_t count_keywords(std::span<const PrinterStateReason> table) {
+  std::size_t count = 0;
+  for (const auto& row : table) {
+    count += row.keywords().size();
+  }
+  return count;
+}
 
+// The shipped table's order is the same in every report, so it is made when this is compiled.
+constexpr auto SORTED_REASONS = [] {
+  std::array<KeywordOfRow, count_keywords(PRINTER_STATE_REASONS)> sorted;
+  sort_keywords(PRINTER_STATE_REASONS, sorted);
+  return sorted;
+}();
+
+void raise(const PrinterState& state, const char* keyword) {
+  fprintf(stderr, "STATE: +%s\n", keyword);
+  fprintf(stderr, "DEBUG: %s %s\n", keyword, state.to_string().c_str());
+}
+
+void report(const PrinterState& state, std::span<const PrinterStateReason> table,
+            std::span<const KeywordOfRow> sorted) {
   bool matched = false;
   for (const auto& row : table) {
     if (matches(state, row)) {
       matched = true;
       for (const char* keyword : row.keywords()) {
-        raise(keyword);
+        raise(state, keyword);
       }
     }
   }
   if (!matched) {
-    raise(FALLBACK_REASON);
+    raise(state, FALLBACK_REASON);
     fprintf(stderr, "DEBUG: error_number part mismatch processing \n");
   }
 
-  for (const std::string_view keyword : reasons_to_clear) {
-    fprintf(stderr, "STATE: -%s\n", keyword.data());
+  for (auto first = sorted.begin(); first != sorted.end();) {
+    const auto next =
+        std::find_if(first, sorted.end(), [&](const auto& other) { return other.keyword != first->keyword; });
+    const bool raised = (!matched && first->keyword == FALLBACK_REASON) ||
+                        std::any_of(first, next, [&](const auto& of) { return matches(state, *of.row); });
+    if (!raised) {
+      fprintf(stderr, "STATE: -%s\n", first->keyword.data());
+    }
+    first = next;
   }
+}
+
+}  // namespace
+
+void update_printer_state(const PrinterState& state) {
+  report(state, PRINTER_STATE_REASONS, SORTED_REASONS);
+}
+
+void update_printer_state(const PrinterState& state, std::span<const PrinterStateReason> table) {
+  std::vector<KeywordOfRow> sorted(count_keywords(table));
+  sort_keywords(table, sorted);
+  report(state, table, sorted);
 }
