@@ -105,20 +105,19 @@ bool format_string_util(char* out, unsigned long size, const char* templ,
   }
   bool good = true;
   const std::size_t end = size - 1;
-  // Counts what a large enough buffer would hold, so that a cut expansion carries it to the end or past it.
   std::size_t position = 0;
   bool percent = false;
   for (const char* c = templ; *c != '\0'; ++c) {
     if (percent) {
       percent = false;
       const Piece piece = expansion(*c, params);
-      const std::size_t room = position < end ? end - position : 0;
-      const int count = snprintf(room > 0 ? out + position : nullptr, room, "%s", piece.data());
-      if (count < 0) {
+      const int length = snprintf(out + position, end - position, "%s", piece.data());
+      if (length < 0) {
         good = false;
         break;
       }
-      position += static_cast<std::size_t>(count);
+      // A cut expansion counts with its full length, so that nothing behind it finds a place.
+      position = std::min(end, position + static_cast<std::size_t>(length));
     } else if (*c == '%') {
       percent = true;
     } else if (position < end) {
@@ -128,7 +127,7 @@ bool format_string_util(char* out, unsigned long size, const char* templ,
       break;
     }
   }
-  out[std::min(position, end)] = '\0';
+  out[position] = '\0';
   return good;
 }
 

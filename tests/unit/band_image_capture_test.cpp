@@ -210,7 +210,7 @@ TEST(TemplateExpansion, TheExampleNameIsMade) {
         fprintf(stderr, "%s %s\n", first.c_str(), second.c_str());
         std::exit(0);
       },
-      testing::ExitedWithCode(0), "band_0000_1000x64_24bpp.raw band_0001_1000x64_24bpp.raw");
+      testing::ExitedWithCode(0), "^band_0000_1000x64_24bpp.raw band_0001_1000x64_24bpp.raw\n");
 }
 
 TEST(TemplateExpansion, ThePaddingOfALineDoesNotCount) {
@@ -253,20 +253,25 @@ TEST(TemplateExpansion, UnknownSequencesExpandToNothing) {
   EXPECT_EQ(expand("100%%"), (Expansion{true, "100"}));
 }
 
-TEST(TemplateExpansion, ANumberIsTakenAlsoWhenTheCallFails) {
+TEST(TemplateExpansion, ANumberIsTakenAlsoWhenItIsCutAndTheCallFails) {
   const int number = next_number();
-  EXPECT_EQ(expand(3, "%C%Cxyz", nullptr), (Expansion{false, std::to_string(10000 + number).substr(1, 1)}));
+  EXPECT_FALSE(expand(3, "%C%Cxyz", nullptr).good);
   EXPECT_EQ(next_number(), number + 3);
 }
 
 TEST(TemplateExpansion, The10001stNumberHasFiveDigits) {
-  int number = next_number();
-  ASSERT_LT(number, 10000);
-  while (number < 9999) {
-    number = next_number();
-  }
-  EXPECT_EQ(expand("%C").text, "9999");
-  EXPECT_EQ(expand("%C").text, "10000");
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        for (int number = 0; number < 9999; ++number) {
+          expand("%C");
+        }
+        const std::string the_10000th = expand("%C").text;
+        const std::string the_10001st = expand("%C").text;
+        fprintf(stderr, "%s %s\n", the_10000th.c_str(), the_10001st.c_str());
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "^9999 10000\n");
 }
 
 TEST(TemplateExpansion, TheTimeIsTheLocalTime) {
