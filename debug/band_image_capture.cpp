@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 namespace {
@@ -37,8 +38,9 @@ std::int64_t height(const tagLNBandImageParams& band) {
 
 std::int64_t bits_per_pixel(const tagLNBandImageParams& band) {
   if (width(band) == 0) {
-    // Not every processor traps a division by zero.
+    // Not every processor ends a process that divides by zero.
     std::raise(SIGFPE);
+    std::abort();
   }
   return product(magnitude(band.stride) / width(band), 8);
 }

@@ -27,8 +27,8 @@ bool save_image_as_raw(const char* templ, const tagLNBandImageParams* params);
 /// width 0 ends the process.
 ///
 /// Literal characters are never cut: the first without a place ends the call with false. An expansion has to
-/// leave one byte free beside that of the terminator; otherwise it is cut until it does, and nothing behind it
-/// finds a place any more. A template without a literal character behind the cut still gives true.
+/// leave one byte free beside that of the terminator; otherwise it is cut until it does, and nothing behind
+/// it finds a place any more. A template without a literal character behind the cut still gives true.
 ///
 /// @param out     gets the text and its terminator; nothing is written past its end.
 /// @param size    of `out` in bytes. The result is false if it is 0.

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <span>
 #include <string>
@@ -77,7 +78,7 @@ ExitStatus capture_page(RasterStream& stream, std::uint64_t page, const Options&
     return EXIT_INPUT;
   }
   const std::uint64_t rows = std::min<std::uint64_t>(options.bands, lines);
-  // Left as it comes: memory that no line reaches is never touched.
+  // A header may promise lines that never come: their memory is not touched.
   const std::unique_ptr<unsigned char, FreeMemory> memory(
       static_cast<unsigned char*>(std::calloc(static_cast<std::size_t>(rows), stride)));
   if (memory == nullptr) {
@@ -165,9 +166,7 @@ ExitStatus dump_stream(int descriptor, const Options& options) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char* argv[]) {
+ExitStatus run(int argc, char** argv) {
   Options options;
   CLI::App app(
       "Reads a CUPS raster stream, writes each page's header to standard error, and saves the pixels in "
@@ -208,4 +207,15 @@ int main(int argc, char* argv[]) {
   const ExitStatus status = dump_stream(descriptor, options);
   close(descriptor);
   return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    fprintf(stderr, "brenvellis-rasterdump: %s\n", error.what());
+    return EXIT_INPUT;
+  }
 }
