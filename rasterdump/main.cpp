@@ -132,9 +132,10 @@ ExitStatus capture_page(RasterStream& stream, std::uint64_t page, const Options&
 }
 
 ExitStatus dump_stream(int descriptor, const Options& options) {
+  const char* name = options.file == "-" ? "standard input" : options.file.c_str();
   RasterStream stream(descriptor);
   if (!stream.open()) {
-    fprintf(stderr, "brenvellis-rasterdump: %s: %s\n", options.file.c_str(), stream.error().c_str());
+    fprintf(stderr, "brenvellis-rasterdump: %s: %s\n", name, stream.error().c_str());
     return EXIT_INPUT;
   }
   Progress progress;
@@ -149,8 +150,12 @@ ExitStatus dump_stream(int descriptor, const Options& options) {
       if (options.page == 0 && page > 1) {
         return EXIT_OK;
       }
-      fprintf(stderr, "brenvellis-rasterdump: %s: the stream has %" PRIu64 " pages\n", options.file.c_str(),
-              page - 1);
+      if (options.page == 0) {
+        fprintf(stderr, "brenvellis-rasterdump: %s: the stream has no page\n", name);
+      } else {
+        fprintf(stderr, "brenvellis-rasterdump: %s: no page %" PRIu32 ", the last one is %" PRIu64 "\n", name,
+                options.page, page - 1);
+      }
       return EXIT_INPUT;
     }
     const bool chosen = options.page == 0 || options.page == page;
@@ -185,8 +190,8 @@ ExitStatus run(int argc, char** argv) {
           ->type_name("TEMPLATE");
   bands->needs(capture);
   capture->needs(bands);
-  app.add_option("--page", options.page, "Only the Nth page")
-      ->type_name("N")
+  app.add_option("--page", options.page, "Only the page of this number, from 1")
+      ->type_name("NUMBER")
       ->check(CLI::Range(std::uint32_t{1}, UINT32_MAX));
   app.add_flag("--quiet", options.quiet, "Leave the headers out");
   app.footer("Exit status: 0 done, 1 input at fault, 2 usage, 3 output at fault.");

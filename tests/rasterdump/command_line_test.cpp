@@ -51,7 +51,7 @@ TEST_F(Rasterdump, HelpNamesEveryOption) {
   const ProgramResult result = run({"--help"});
   EXPECT_EQ(result.exit_status, 0);
   for (const char* option :
-       {"FILE", "--bands ROWS", "--capture TEMPLATE", "--page N", "--quiet", "--version"}) {
+       {"FILE", "--bands ROWS", "--capture TEMPLATE", "--page NUMBER", "--quiet", "--version"}) {
     EXPECT_THAT(result.output, HasSubstr(option));
   }
 }

@@ -54,15 +54,16 @@ TEST_F(Rasterdump, APictureIsNoRasterStream) {
 }
 
 TEST_F(Rasterdump, AStreamOfTwoBytesIsNoRasterStream) {
-  expect(run({"-"}, "3S"), INPUT, "-: not a CUPS raster stream");
+  expect(run({"-"}, "3S"), INPUT, "standard input: not a CUPS raster stream");
 }
 
 TEST_F(Rasterdump, AStreamWithoutAPageSaysSo) {
-  expect(run({}, uncompressed({})), INPUT, "-: the stream has 0 pages");
+  expect(run({}, uncompressed({})), INPUT, "standard input: the stream has no page");
 }
 
 TEST_F(Rasterdump, APageThatIsNotThereIsAnError) {
-  expect(run({"--page", "3"}, uncompressed(TWO_PAGES)), INPUT, "-: the stream has 2 pages");
+  expect(run({"--page", "3"}, uncompressed(TWO_PAGES)), INPUT,
+         "standard input: no page 3, the last one is 2");
 }
 
 /// Every kind of stream buffers differently in the imaging library.
