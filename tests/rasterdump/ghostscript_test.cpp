@@ -47,23 +47,19 @@ class Ghostscript : public Rasterdump {
   }
 };
 
-TEST_F(Ghostscript, BandsOfARenderedPageAreItsPixels) {
+class RasterDevice : public Ghostscript, public testing::WithParamInterface<const char*> {};
+
+TEST_P(RasterDevice, BandsOfItsPagesAreTheirPixels) {
   const ProgramResult result =
-      run({"--quiet", "--bands", "64", "--capture", path("%C_%Wx%H_%B.raw"), render("cups")});
+      run({"--quiet", "--bands", "64", "--capture", path("%C_%Wx%H_%B.raw"), render(GetParam())});
   EXPECT_EQ(result.exit_status, 0);
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(joined_bands().size(), 2 * 200UL * 300 * 3);
   EXPECT_TRUE(joined_bands() == rendered_pixels());
 }
 
-TEST_F(Ghostscript, BandsOfARenderedPwgPageAreItsPixels) {
-  const ProgramResult result =
-      run({"--quiet", "--bands", "64", "--capture", path("%C_%Wx%H_%B.raw"), render("pwgraster")});
-  EXPECT_EQ(result.exit_status, 0);
-  EXPECT_EQ(result.errors, "");
-  EXPECT_EQ(joined_bands().size(), 2 * 200UL * 300 * 3);
-  EXPECT_TRUE(joined_bands() == rendered_pixels());
-}
+INSTANTIATE_TEST_SUITE_P(Ghostscript, RasterDevice, testing::Values("cups", "pwgraster"),
+                         [](const auto& the_case) { return std::string(the_case.param); });
 
 TEST_F(Ghostscript, TheHeaderOfARenderedPageIsDumped) {
   const ProgramResult result = run({"--page", "2", render("cups")});
