@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cups/raster.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/support/child_process.h"
+#include "tests/support/temporary_folder.h"
+
+/// Page is a page of a raster stream: its header and all its lines.
+struct Page {
+  cups_page_header2_t header;
+  std::string pixels;
+};
+
+/// A page with a pattern that repeats neither along a line nor from line to line.
+/// `variation` makes pages different.
+Page make_page(unsigned width, unsigned height, unsigned variation = 0);
+/// The same in another layout. The bytes of a line and of a pixel follow from the other arguments.
+Page make_page(unsigned width, unsigned height, unsigned bits_per_color, unsigned colors, cups_order_t order,
+               cups_cspace_t space);
+
+/// The stream as the CUPS imaging library writes it.
+std::string write_stream(const std::vector<Page>& pages, cups_mode_t mode);
+
+/// A version 1 stream, which that library only reads, in the machine's byte order.
+std::string write_first_version(const std::vector<Page>& pages);
+
+/// An uncompressed stream turned into that of a machine of the other byte order.
+std::string other_byte_order(const std::string& stream, const std::vector<Page>& pages);
+
+/// What `dump` writes for the pages.
+std::string headers_of(const std::vector<Page>& pages);
+
+/// Rasterdump is a test of the program with a folder for its files.
+class Rasterdump : public testing::Test {
+ protected:
+  [[nodiscard]] std::string path(const std::string& name) const { return (folder_.path() / name).string(); }
+  /// Writes a file into the folder and returns its path.
+  [[nodiscard]] std::string file(const std::string& content, const std::string& name = "stream") const;
+  /// Runs the program to its end.
+  static ProgramResult run(std::vector<std::string> arguments, const std::string& input = {});
+  /// The content of every saved band (*.raw) by its name.
+  [[nodiscard]] std::map<std::string, std::string> bands() const;
+  /// The saved bands joined in the order of their names.
+  [[nodiscard]] std::string joined_bands() const;
+
+ private:
+  TemporaryFolder folder_;
+};

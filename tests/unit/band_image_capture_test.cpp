@@ -1,0 +1,522 @@
+#include "debug/band_image_capture.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/support/temporary_folder.h"
+
+namespace {
+
+enum class Clock : std::uint8_t { Real, Fixed, Failing };
+Clock the_clock = Clock::Real;
+/// Stands in for fwrite() where it is set.
+std::function<std::size_t(std::size_t count)> write_instead;
+
+tagLNBandImageParams band_of(std::int64_t stride, std::int64_t width, std::int64_t height) {
+  return {.data = nullptr, .stride = stride, .left = 0, .top = 0, .right = width, .bottom = height};
+}
+
+struct Expansion {
+  bool good;
+  std::string text;
+  bool operator==(const Expansion&) const = default;
+};
+
+void PrintTo(const Expansion& expansion, std::ostream* out) {
+  *out << (expansion.good ? "true" : "false") << " \"" << expansion.text << '"';
+}
+
+/// The call as it is, in a buffer that ends where the memory ends.
+Expansion expand(std::size_t size, const std::string& templ, const tagLNBandImageParams* params) {
+  const std::unique_ptr<char[]> buffer = std::make_unique<char[]>(size);
+  std::memset(buffer.get(), 0x7f, size);
+  const bool good = format_string_util(buffer.get(), size, templ.c_str(), params);
+  const std::size_t length = strnlen(buffer.get(), size);
+  EXPECT_LT(length, size) << "no terminator in the buffer for " << templ;
+  return {good, std::string(buffer.get(), length)};
+}
+
+Expansion expand(const std::string& templ, const tagLNBandImageParams* params = nullptr) {
+  return expand(1024, templ, params);
+}
+
+/// The number that the next "%C" stands for, which takes one.
+int next_number() {
+  return std::stoi(expand("%C").text) + 1;
+}
+
+/// What an unguarded implementation does, written down literally and run with enough memory behind the
+/// buffer: the position moves on by the length that snprintf() reports, and a room computed as a negative
+/// difference is handed on as it is. The C library takes the huge size for no limit.
+Expansion model(std::size_t size, const std::string& templ, const tagLNBandImageParams* params, int& number) {
+  std::vector<char> memory(size + 64 * (templ.size() + 1), 0x7f);
+  char* volatile hidden_from_fortify = memory.data();
+  char* const out = hidden_from_fortify;
+  char* const room_end = out + size - 1;
+  char* position = out;
+  bool good = true;
+  bool percent = false;
+  for (const char c : templ) {
+    if (percent) {
+      percent = false;
+      const auto room = static_cast<std::size_t>(room_end - position);
+      const std::int64_t width = params != nullptr ? params->right - params->left : 0;
+      const std::int64_t height = params != nullptr ? params->bottom - params->top : 0;
+      int count = 0;
+      if (c == 'B') {
+        count = snprintf(position, room, "%ld", params != nullptr ? labs(params->stride) / width * 8 : 0);
+      } else if (c == 'C') {
+        count = snprintf(position, room, "%04d", number++);
+      } else if (c == 'H') {
+        count = snprintf(position, room, "%ld", height);
+      } else if (c == 'T') {
+        count = snprintf(position, room, "%s", "20261116_073016");
+      } else if (c == 'W') {
+        count = snprintf(position, room, "%ld", width);
+      }
+      position += count;
+    } else if (c == '%') {
+      percent = true;
+    } else if (position < room_end) {
+      *position++ = c;
+    } else {
+      good = false;
+      break;
+    }
+  }
+  *position = '\0';
+  // Of all that, the buffer shows its own bytes; its last one is kept for the terminator.
+  return {good, std::string(out, strnlen(out, size - 1))};
+}
+
+const std::vector<std::string> PIECES = {"",   "a",  "bcd", "%B", "%C", "%H", "%T",
+                                         "%W", "%t", "%w",  "%%", "%x", "%"};
+
+void expect_as_modelled(const std::string& templ, const tagLNBandImageParams* params) {
+  int number = next_number();
+  for (std::size_t size = 1; size <= 40; ++size) {
+    const Expansion expected = model(size, templ, params, number);
+    ASSERT_EQ(expand(size, templ, params), expected) << "template " << templ << " size " << size;
+  }
+  EXPECT_EQ(next_number() - 1, number) << "template " << templ;
+}
+
+TEST(TemplateExpansion, EveryTemplateOfThreePiecesIsCutAsItsModelAtEverySize) {
+  the_clock = Clock::Fixed;
+  const tagLNBandImageParams band = band_of(3000, 1000, 64);
+  for (const std::string& a : PIECES) {
+    for (const std::string& b : PIECES) {
+      for (const std::string& c : PIECES) {
+        expect_as_modelled(a + b + c, &band);
+      }
+    }
+  }
+}
+
+TEST(TemplateExpansion, LongRandomTemplatesAreCutAsTheirModel) {
+  the_clock = Clock::Fixed;
+  const std::vector<tagLNBandImageParams> bands = {band_of(3000, 1000, 64), band_of(-3000, 1000, -64),
+                                                   band_of(9000000000000, -7, 9000000000000)};
+  std::mt19937 random(1);
+  for (int i = 0; i < 500; ++i) {
+    std::string templ;
+    for (int piece = 0; piece < 8; ++piece) {
+      templ += PIECES[random() % PIECES.size()];
+    }
+    expect_as_modelled(templ, nullptr);
+    expect_as_modelled(templ, &bands[random() % bands.size()]);
+  }
+}
+
+TEST(TemplateExpansion, ABufferOfSizeZeroIsLeftAlone) {
+  for (const std::string& piece : PIECES) {
+    std::array<char, 2> buffer = {'x', 'y'};
+    EXPECT_FALSE(format_string_util(buffer.data() + 1, 0, piece.c_str(), nullptr)) << piece;
+    EXPECT_EQ(buffer, (std::array<char, 2>{'x', 'y'})) << piece;
+  }
+}
+
+TEST(TemplateExpansion, ABufferOfSizeZeroTakesNoNumber) {
+  const int number = next_number();
+  char byte = 0;
+  format_string_util(&byte, 0, "%C", nullptr);
+  EXPECT_EQ(next_number(), number + 1);
+}
+
+struct CutCase {
+  std::size_t size;
+  const char* templ;
+  Expansion expected;
+};
+
+void PrintTo(const CutCase& cut, std::ostream* out) {
+  *out << '"' << cut.templ << "\" in " << cut.size;
+}
+
+class Cut : public testing::TestWithParam<CutCase> {};
+
+TEST_P(Cut, LeavesWhatHasRoom) {
+  const tagLNBandImageParams band = band_of(3000, 1000, 64);
+  EXPECT_EQ(expand(GetParam().size, GetParam().templ, &band), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    TemplateExpansion, Cut,
+    testing::Values(CutCase{1, "", {true, ""}},           // nothing to store
+                    CutCase{1, "a", {false, ""}},         // no room for a literal
+                    CutCase{1, "%W", {true, ""}},         // no room at all: the expansion leaves nothing
+                    CutCase{1, "%W%H%B", {true, ""}},     // nor do those behind it
+                    CutCase{4, "abc", {true, "abc"}},     // literals use all but the terminator
+                    CutCase{3, "abc", {false, "ab"}},     //
+                    CutCase{6, "%W", {true, "1000"}},     // an expansion leaves a byte free
+                    CutCase{5, "%W", {true, "100"}},      // or is cut, with the position at the end
+                    CutCase{5, "%Wx", {false, "100"}},    // where no literal has room
+                    CutCase{4, "%W", {true, "10"}},       // cut, with the position past the end
+                    CutCase{4, "%Wx", {false, "10"}},     //
+                    CutCase{4, "%W%H", {true, "10"}},     // an expansion past the end is not seen
+                    CutCase{4, "%W%Hx", {false, "10"}},   // a literal there still fails
+                    CutCase{4, "abc%W", {true, "abc"}},   // no room left: nothing added, nothing taken
+                    CutCase{4, "ab%W%%%", {true, "ab"}},  // dropped characters need no room
+                    CutCase{7, "%Wxy", {true, "1000xy"}}, CutCase{6, "%Wxy", {false, "1000x"}}));
+
+TEST(TemplateExpansion, TheExampleNameIsMade) {
+  const tagLNBandImageParams band = band_of(3000, 1000, 64);
+  // A process of its own, in which nothing was numbered yet.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        const std::string first = expand("band_%C_%Wx%H_%Bbpp.raw", &band).text;
+        const std::string second = expand("band_%C_%Wx%H_%Bbpp.raw", &band).text;
+        fprintf(stderr, "%s %s\n", first.c_str(), second.c_str());
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "^band_0000_1000x64_24bpp.raw band_0001_1000x64_24bpp.raw\n");
+}
+
+TEST(TemplateExpansion, ThePaddingOfALineDoesNotCount) {
+  const tagLNBandImageParams band = band_of(3001, 1000, 64);
+  EXPECT_EQ(expand("%B", &band).text, "24");
+}
+
+TEST(TemplateExpansion, ANegativeStrideGivesTheSameBitsPerPixel) {
+  const tagLNBandImageParams band = band_of(-3000, 1000, 64);
+  EXPECT_EQ(expand("%B", &band).text, "24");
+}
+
+TEST(TemplateExpansion, TheBandsEdgesGiveItsSize) {
+  const tagLNBandImageParams band = {
+      .data = nullptr, .stride = 300, .left = 100, .top = 640, .right = 200, .bottom = 704};
+  EXPECT_EQ(expand("%Wx%H", &band).text, "100x64");
+}
+
+TEST(TemplateExpansion, NegativeSizesKeepTheirSigns) {
+  const tagLNBandImageParams band = band_of(3000, -1000, -64);
+  EXPECT_EQ(expand("%W %H %B", &band).text, "-1000 -64 -24");
+}
+
+TEST(TemplateExpansion, TheGreatestNumbersWrapRound) {
+  const tagLNBandImageParams band = {.data = nullptr,
+                                     .stride = INT64_MIN,
+                                     .left = INT64_MIN,
+                                     .top = INT64_MAX,
+                                     .right = 1,
+                                     .bottom = INT64_MIN};
+  EXPECT_EQ(expand("%W %H %B", &band).text, "-9223372036854775807 1 8");
+}
+
+TEST(TemplateExpansion, WithoutABandItsSizesAreZero) {
+  EXPECT_EQ(expand("%Wx%H_%B"), (Expansion{true, "0x0_0"}));
+}
+
+TEST(TemplateExpansion, UnknownSequencesExpandToNothing) {
+  EXPECT_EQ(expand("a%tb%wc%%d%ce%"), (Expansion{true, "abcde"}));
+  EXPECT_EQ(expand("100%%"), (Expansion{true, "100"}));
+}
+
+TEST(TemplateExpansion, ANumberIsTakenAlsoWhenItIsCutAndTheCallFails) {
+  const int number = next_number();
+  EXPECT_FALSE(expand(3, "%C%Cxyz", nullptr).good);
+  EXPECT_EQ(next_number(), number + 3);
+}
+
+TEST(TemplateExpansion, The10001stNumberHasFiveDigits) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        for (int number = 0; number < 9999; ++number) {
+          expand("%C");
+        }
+        const std::string the_10000th = expand("%C").text;
+        const std::string the_10001st = expand("%C").text;
+        fprintf(stderr, "%s %s\n", the_10000th.c_str(), the_10001st.c_str());
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "^9999 10000\n");
+}
+
+TEST(TemplateExpansion, TheTimeIsTheLocalTime) {
+  the_clock = Clock::Real;
+  setenv("TZ", "UTC-5:30", 1);
+  tzset();
+  const auto stamp_of_now = [] {
+    const std::time_t now = time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    std::array<char, 32> text{};
+    (void)std::strftime(text.data(), text.size(), "%Y%m%d_%H%M%S", &local);
+    return std::string(text.data());
+  };
+  const std::string before = stamp_of_now();
+  const std::string stamp = expand("%T").text;
+  EXPECT_LE(before, stamp);
+  EXPECT_LE(stamp, stamp_of_now());
+}
+
+TEST(TemplateExpansion, ATimeIsWrittenWithAllItsDigits) {
+  the_clock = Clock::Fixed;
+  EXPECT_EQ(expand("at_%T").text, "at_20261116_073016");
+}
+
+TEST(TemplateExpansion, WithoutLocalTimeTheStampSaysSo) {
+  the_clock = Clock::Failing;
+  EXPECT_EQ(expand("at_%T").text, "at_(no_time)");
+}
+
+using TemplateExpansionDeathTest = testing::Test;
+
+TEST_F(TemplateExpansionDeathTest, ABandWithoutWidthEndsTheProcess) {
+  const tagLNBandImageParams band = band_of(3000, 0, 64);
+  EXPECT_DEATH(expand("%B", &band), "");
+}
+
+/// A folder for the files of one test, and what the calls print.
+class BandFiles : public testing::Test {
+ protected:
+  [[nodiscard]] std::string path(const std::string& name) const { return (folder_.path() / name).string(); }
+
+  [[nodiscard]] bool empty() const { return std::filesystem::is_empty(folder_.path()); }
+
+  static std::string content(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  static mode_t permissions(const std::string& path) {
+    struct stat file = {};
+    stat(path.c_str(), &file);
+    return file.st_mode & 07777U;
+  }
+
+  static void limit_files_to(rlim_t size) {
+    const rlimit limit = {size, size};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+
+  template <typename Call>
+  static std::string printed_by(const Call& call) {
+    testing::internal::CaptureStdout();
+    call();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+  }
+
+  static std::string pixels() {
+    std::string bytes(192000, '\0');
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+      bytes[i] = static_cast<char>(i * 7 % 251);
+    }
+    return bytes;
+  }
+
+  static tagLNBandImageParams band_with(const std::string& bytes, std::int64_t stride) {
+    tagLNBandImageParams band = band_of(stride, 1000, 64);
+    band.data = reinterpret_cast<const unsigned char*>(bytes.data());
+    return band;
+  }
+
+ private:
+  TemporaryFolder folder_;
+};
+
+TEST_F(BandFiles, ABandIsSavedByteForByte) {
+  const std::string bytes = pixels();
+  const tagLNBandImageParams band = band_with(bytes, 3000);
+  const std::string printed =
+      printed_by([&] { EXPECT_TRUE(save_image_as_raw(path("%W_%H_%B").c_str(), &band)); });
+  EXPECT_EQ(content(path("1000_64_24")), bytes);
+  EXPECT_EQ(printed, "written: 192000 bytes.\n");
+}
+
+TEST_F(BandFiles, ABandOfNegativeStrideIsReadForward) {
+  const std::string bytes = pixels();
+  const tagLNBandImageParams band = band_with(bytes, -3000);
+  printed_by([&] { EXPECT_TRUE(save_image_as_raw(path("%W_%H_%B").c_str(), &band)); });
+  EXPECT_EQ(content(path("1000_64_24")), bytes);
+}
+
+TEST_F(BandFiles, ABandWithoutLinesIsNotSavedButTakesANumber) {
+  const std::string bytes = pixels();
+  tagLNBandImageParams band = band_with(bytes, 3000);
+  band.top = band.bottom;
+  const int number = next_number();
+  const std::string printed = printed_by([&] { EXPECT_FALSE(save_image_as_raw(path("%C").c_str(), &band)); });
+  EXPECT_EQ(printed, "");
+  EXPECT_TRUE(empty());
+  EXPECT_EQ(next_number(), number + 2);
+}
+
+TEST_F(BandFiles, ABandWithoutDataIsNotSaved) {
+  const tagLNBandImageParams band = band_of(3000, 1000, 64);
+  EXPECT_FALSE(save_image_as_raw(path("a").c_str(), &band));
+  EXPECT_TRUE(empty());
+}
+
+TEST_F(BandFiles, ANegativeHeightIsHandedOnAsAHugeCount) {
+  const std::string bytes = pixels();
+  tagLNBandImageParams band = band_with(bytes, 3000);
+  band.bottom = -64;
+  std::optional<std::size_t> asked;
+  write_instead = [&asked](std::size_t count) {
+    asked = count;
+    return count;
+  };
+  printed_by([&] { save_image_as_raw(path("a").c_str(), &band); });
+  write_instead = nullptr;
+  EXPECT_EQ(asked, static_cast<std::size_t>(-192000));
+}
+
+TEST_F(BandFiles, ANameOf1023BytesFits) {
+  const std::string bytes = pixels();
+  const tagLNBandImageParams band = band_with(bytes, 3000);
+  std::string name = path("");
+  name.resize(1022, '/');
+  name += "a";
+  printed_by([&] { EXPECT_TRUE(save_image_as_raw(name.c_str(), &band)); });
+  EXPECT_EQ(content(path("a")), bytes);
+}
+
+TEST_F(BandFiles, ANameOf1024BytesIsNotSaved) {
+  const std::string bytes = pixels();
+  const tagLNBandImageParams band = band_with(bytes, 3000);
+  std::string name = path("");
+  name.resize(1023, '/');
+  name += "a";
+  EXPECT_EQ(printed_by([&] { EXPECT_FALSE(save_image_as_raw(name.c_str(), &band)); }), "");
+  EXPECT_TRUE(empty());
+}
+
+TEST_F(BandFiles, EverybodyMayReadAndWriteWhateverTheMask) {
+  const mode_t before = umask(077);
+  printed_by([&] { EXPECT_TRUE(save_memory(path("a").c_str(), "abc", 3)); });
+  umask(before);
+  EXPECT_EQ(permissions(path("a")), 0666U);
+}
+
+TEST_F(BandFiles, AFileThatExistsIsReplaced) {
+  std::ofstream(path("a")) << "something longer";
+  printed_by([&] { EXPECT_TRUE(save_memory(path("a").c_str(), "abc", 3)); });
+  EXPECT_EQ(content(path("a")), "abc");
+}
+
+TEST_F(BandFiles, NothingIsTouchedWithoutPathDataOrSize) {
+  std::ofstream(path("a")) << "kept";
+  const std::string printed = printed_by([&] {
+    EXPECT_FALSE(save_memory(nullptr, "abc", 3));
+    EXPECT_FALSE(save_memory(path("a").c_str(), nullptr, 3));
+    EXPECT_FALSE(save_memory(path("a").c_str(), "abc", 0));
+  });
+  EXPECT_EQ(content(path("a")), "kept");
+  EXPECT_EQ(printed, "");
+}
+
+TEST_F(BandFiles, AFolderThatDoesNotExistIsAFailureWithoutAWord) {
+  EXPECT_EQ(printed_by([&] { EXPECT_FALSE(save_memory(path("no/a").c_str(), "abc", 3)); }), "");
+}
+
+TEST_F(BandFiles, AFullDiskIsAFailure) {
+  const std::string bytes = pixels();
+  EXPECT_EQ(printed_by([&] { EXPECT_FALSE(save_memory("/dev/full", bytes.data(), bytes.size())); }),
+            "written: 0 bytes.\n");
+}
+
+TEST_F(BandFiles, AShortenedFileStaysWithThePermissionsItWasMadeWith) {
+  const std::string bytes = pixels();
+  const std::string file = path("a");
+  EXPECT_EXIT(
+      {
+        std::signal(SIGXFSZ, SIG_IGN);
+        limit_files_to(100 * 1024);
+        umask(077);
+        const bool good = save_memory(file.c_str(), bytes.data(), bytes.size());
+        fflush(stdout);
+        std::exit(good ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
+  EXPECT_EQ(content(file), bytes.substr(0, 100 * 1024UL));
+  EXPECT_EQ(permissions(file), 0600U);
+}
+
+TEST_F(BandFiles, AnExceptionIsAFailureAndLeavesNoOpenFile) {
+  const auto open_files = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         std::filesystem::directory_iterator());
+  };
+  const auto before = open_files();
+  write_instead = [](std::size_t) -> std::size_t { throw std::bad_alloc(); };
+  const bool good = save_memory(path("a").c_str(), "abc", 3);
+  write_instead = nullptr;
+  EXPECT_FALSE(good);
+  EXPECT_EQ(open_files(), before);
+}
+
+}  // namespace
+
+// Both stand before those of the C library.
+
+extern "C" std::tm* localtime(const std::time_t* time) noexcept {
+  static std::tm local;
+  switch (the_clock) {
+    case Clock::Real:
+      return localtime_r(time, &local);
+    case Clock::Fixed:
+      local = {};
+      local.tm_year = 2026 - 1900;
+      local.tm_mon = 10;
+      local.tm_mday = 16;
+      local.tm_hour = 7;
+      local.tm_min = 30;
+      local.tm_sec = 16;
+      return &local;
+    case Clock::Failing:
+      return nullptr;
+  }
+  return nullptr;
+}
+
+extern "C" std::size_t fwrite(const void* data, std::size_t size, std::size_t count, FILE* file) {
+  if (write_instead) {
+    return write_instead(size * count);
+  }
+  static const auto real = reinterpret_cast<decltype(&fwrite)>(dlsym(RTLD_NEXT, "fwrite"));
+  return real(data, size, count, file);
+}

@@ -1,0 +1,100 @@
+#include "status/state_cleanup.h"
+
+#include <cups/cups.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <utility>
+
+namespace {
+
+/// What the CUPS client library answers, and how often its list was given back.
+int destinations = 0;
+cups_dest_t* list = nullptr;
+int freed_destinations = -1;
+
+const std::string START = "clean_printer_state() START\n";
+const std::string END = "clean_printer_state() END\n";
+
+std::string cleaned() {
+  testing::internal::CaptureStderr();
+  clean_printer_state();
+  return testing::internal::GetCapturedStderr();
+}
+
+/// Makes the list of one queue, the default one, and another with reasons of its own.
+void use_default_destination(const char* reasons) {
+  destinations = cupsAddDest("aaa", nullptr, 0, &list);
+  cups_dest_t* other = cupsGetDest("aaa", nullptr, destinations, list);
+  other->num_options = cupsAddOption("printer-state-reasons", "toner-low", 0, &other->options);
+  destinations = cupsAddDest("photo", nullptr, destinations, &list);
+  cups_dest_t* photo = cupsGetDest("photo", nullptr, destinations, list);
+  photo->is_default = 1;
+  photo->num_options = cupsAddOption("printer-info", "Booth", 0, &photo->options);
+  if (reasons != nullptr) {
+    photo->num_options = cupsAddOption("printer-state-reasons", reasons, photo->num_options, &photo->options);
+  }
+}
+
+struct Case {
+  const char* name;
+  const char* reasons;
+  const char* lines;
+};
+
+void PrintTo(const Case& the_case, std::ostream* out) {
+  *out << the_case.name;
+}
+
+class DefaultDestination : public testing::TestWithParam<Case> {};
+
+TEST_P(DefaultDestination, IsClearedOfItsReasons) {
+  use_default_destination(GetParam().reasons);
+  EXPECT_EQ(cleaned(), START + GetParam().lines + END);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    StateCleanup, DefaultDestination,
+    testing::Values(
+        Case{"None", "none", "STATE: -none\n"},
+        Case{"ThreeInTheirOrder", "com.brenvellis-error2660,media-empty,com.brenvellis-error0004",
+             "STATE: -com.brenvellis-error2660\nSTATE: -media-empty\nSTATE: -com.brenvellis-error0004\n"},
+        Case{"CommasWithNothingBetween", ",door-open,,jam,", "STATE: -door-open\nSTATE: -jam\n"},
+        Case{"ABlankThatStays", "door-open, jam ", "STATE: -door-open\nSTATE: - jam \n"},
+        Case{"AnEmptyList", "", "STATE: -(null)\n"}, Case{"OnlyCommas", ",,,", "STATE: -(null)\n"},
+        Case{"NoList", nullptr, ""}),
+    [](const auto& the_case) { return the_case.param.name; });
+
+TEST(StateCleanup, TheListIsGivenBack) {
+  use_default_destination("none");
+  cleaned();
+  EXPECT_EQ(freed_destinations, 2);
+}
+
+TEST(StateCleanup, WithoutDestinationsNothingIsCleared) {
+  EXPECT_EQ(cleaned(), START + "DEBUG: Not found default(destination) printer.\n" + END);
+  EXPECT_EQ(freed_destinations, 0);
+}
+
+TEST(StateCleanup, WithoutADefaultDestinationNothingIsCleared) {
+  use_default_destination("jam");
+  cupsGetDest("photo", nullptr, destinations, list)->is_default = 0;
+  EXPECT_EQ(cleaned(), START + "DEBUG: Not found default(destination) printer.\n" + END);
+  EXPECT_EQ(freed_destinations, 2);
+}
+
+}  // namespace
+
+// Stands before that of the library: the answers above instead of a scheduler's.
+int cupsGetDests(cups_dest_t** dests) {
+  *dests = list;
+  return std::exchange(destinations, 0);
+}
+
+void cupsFreeDests(int num_dests, cups_dest_t* dests) {
+  freed_destinations = num_dests;
+  list = nullptr;
+  reinterpret_cast<decltype(&cupsFreeDests)>(dlsym(RTLD_NEXT, "cupsFreeDests"))(num_dests, dests);
+}
