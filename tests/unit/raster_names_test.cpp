@@ -40,7 +40,9 @@ TEST_P(Enumeration, HasANameOrANumberForEveryValue) {
   for (const int value : values) {
     const auto found = GetParam().names.find(value);
     std::string expected = GetParam().enumeration;
-    expected += "(" + std::to_string(value) + ")";
+    expected += '(';
+    expected += std::to_string(value);
+    expected += ')';
     EXPECT_EQ(GetParam().name_of(value), found != GetParam().names.end() ? found->second : expected);
   }
 }
