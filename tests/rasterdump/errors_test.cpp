@@ -174,7 +174,11 @@ TEST_F(Rasterdump, ABandThatNoMemoryHoldsIsAnError) {
   pages[0].header.cupsBytesPerLine = 2147483646;
   const ProgramResult result =
       run({"--quiet", "--bands", "4294967295", "--capture", path("%C.raw")}, write_first_version(pages));
-  expect(result, INPUT, "page 1: no memory for a band of 4294967295 lines of 2147483646 bytes");
+  EXPECT_EQ(result.exit_status, INPUT);
+  // The address sanitizer puts a warning of its own before it.
+  EXPECT_THAT(result.errors,
+              testing::EndsWith("brenvellis-rasterdump: page 1: no memory for a band of 4294967295 "
+                                "lines of 2147483646 bytes\n"));
 }
 
 TEST_F(Rasterdump, SpoiledStreamsNeverCrash) {

@@ -1,6 +1,6 @@
 #include "status/state_cleanup.h"
 
-#include <gmock/gmock.h>
+#include <cups/cups.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -25,7 +25,7 @@ class StateCleanup : public testing::Test {
  protected:
   StateCleanup() : scheduler_(filter()) {
     // The CUPS client library of this process: this scheduler, and nobody's own settings.
-    setenv("CUPS_SERVER", scheduler_.server().c_str(), 1);
+    cupsSetServer(scheduler_.server().c_str());
     setenv("CUPS_SERVERROOT", folder_.path().c_str(), 1);
     setenv("HOME", folder_.path().c_str(), 1);
     unsetenv("LPDEST");
