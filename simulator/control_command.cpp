@@ -57,8 +57,9 @@ std::string forget(SimulatedPrinter& printer) {
 }
 
 std::string help(SimulatedPrinter& /*printer*/) {
-  return "ok code N; total N; remaining N; sheet N; fault none|silent|short N|drip [MS]|split N [MS]|long N|"
-         "garbage|slow MS|close N|refuse [status|levels]; show; requests; forget; help";
+  return "ok code N; total N; remaining N; sheet N; fault none|refuse; "
+         "fault silent|short N|drip [MS]|split N [MS]|long N|garbage|slow MS|close N [status|levels]; "
+         "show; requests; forget; help";
 }
 
 struct Question {

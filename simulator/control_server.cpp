@@ -60,9 +60,11 @@ class ControlSession : public std::enable_shared_from_this<ControlSession> {
   std::string reply_;
 };
 
-bool is_socket(const std::string& path) {
+/// @return the file's number, or nothing if it is no socket.
+std::optional<ino_t> socket_file(const std::string& path) {
   struct stat status {};
-  return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+  const bool found = lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+  return found ? std::optional(status.st_ino) : std::nullopt;
 }
 
 }  // namespace
@@ -73,7 +75,8 @@ ControlServer::ControlServer(asio::io_context& io, Execute execute)
       }) {}
 
 ControlServer::~ControlServer() {
-  if (!path_.empty()) {
+  // Another simulator may have taken the path since.
+  if (file_ && socket_file(path_) == file_) {
     unlink(path_.c_str());
   }
 }
@@ -87,19 +90,23 @@ std::optional<std::string> ControlServer::open(const std::string& path) {
   const Local::endpoint endpoint(path);
   std::error_code error = accept_loop_.bind(endpoint);
   if (error == asio::error::address_in_use) {
-    if (!is_socket(path)) {
+    if (!socket_file(path)) {
       return name + ": a file of another kind has this name; choose another path";
     }
     Local::socket simulator(io_);
     simulator.connect(endpoint, error);
-    if (error != asio::error::connection_refused) {
+    if (!error) {
       return name + ": a running simulator serves it; end that one or choose another path";
+    }
+    if (error != asio::error::connection_refused) {
+      return name + ": it exists, and " + error.message() + "; choose another path";
     }
     unlink(path.c_str());
     error = accept_loop_.bind(endpoint);
   }
   if (!error) {
     path_ = path;
+    file_ = socket_file(path);
     error = accept_loop_.listen();
   }
   if (error) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <asio.hpp>
 #include <functional>
 #include <optional>
@@ -31,4 +33,5 @@ class ControlServer {
   std::function<std::string(const std::optional<std::string>&)> execute_;
   AcceptLoop<Local> accept_loop_;
   std::string path_;
+  std::optional<ino_t> file_;  ///< the socket that this server made
 };

@@ -95,6 +95,13 @@ TEST_F(Reports, TheJobLogTracesBothExchanges) {
   EXPECT_NE(std::ranges::find(log, "CUPS_SC_CMD_DRAIN_OUTPUT=CUPS_SC_STATUS_OK(1)"), log.end());
 }
 
+TEST_F(Reports, ReportLevelsThroughABackendThatIsNotBidirectionalLeavesTheReasonsAlone) {
+  scheduler.add_queue("lpd", "lpd://127.0.0.1:" + printer.port() + "/queue");
+  const auto view = scheduler.report("lpd", "ReportLevels\n");
+  EXPECT_EQ(view.marker, UNKNOWN_LEVEL);
+  EXPECT_EQ(view.reasons, NO_REASON);
+}
+
 TEST_F(Reports, ABackendThatIsNotBidirectionalGetsNothingToSend) {
   scheduler.add_queue("lpd", "lpd://127.0.0.1:" + printer.port() + "/queue");
   const int job = scheduler.send_commands("lpd", "ReportLevels\nReportStatus\n");

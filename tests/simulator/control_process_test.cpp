@@ -152,7 +152,7 @@ TEST(Tell, FailsWhenNobodyAnswers) {
   EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(outcome.errors, "brenvellis-simulator: no simulator answers at '" + path +
-                                "'; start one with --control " + path + "\n");
+                                "' (No such file or directory); start one with --control " + path + "\n");
 }
 
 TEST(Tell, FailsOnAPathThatNoSocketCanHave) {

@@ -70,6 +70,15 @@ TEST(Program, ASocketFileThatALiveSimulatorServesIsLeftAlone) {
   EXPECT_THAT(simulator.tell("show"), StartsWith("ok "));
 }
 
+TEST(Program, ASocketFileThatAnotherSimulatorMadeSinceIsLeftAlone) {
+  SimulatorProcess first;
+  // Kept under another name, so that its number is not given to the next file.
+  std::filesystem::rename(first.control(), first.control() + ".old");
+  const SimulatorProcess second({}, first.folder());
+  EXPECT_EQ(first.end(SIGTERM).exit_status, 0);
+  EXPECT_THAT(second.tell("show"), StartsWith("ok "));
+}
+
 TEST(Program, AFileThatIsNoSocketIsLeftAlone) {
   const TemporaryFolder folder;
   const std::string path = folder.path() / "file";

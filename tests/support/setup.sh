@@ -1,4 +1,4 @@
-# Sourced by ./demo, ./check and ./bench: installs what they need and builds.
+# Sourced by ./demo, ./check and ./bench: installs what they need and builds. It takes the EXIT trap.
 # shellcheck shell=bash
 
 # Debian's names; README.md has those of other systems.
@@ -7,6 +7,14 @@ BUILD_PACKAGES="g++ cmake ninja-build libcups2-dev libcupsimage2-dev libcli11-de
 SCHEDULER_PACKAGES="cups cups-client"
 CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript"
 CHECK_ALL_PACKAGES="clang clang-format clang-tidy libclang-rt-14-dev valgrind"
+
+# What the temporary files of this run go into; removed at its end. Not in TMPDIR: a scheduler's socket needs a short
+# path, and its filters, user lp, must get there.
+scratch=$(mktemp -d /tmp/brv.XXXXXX)
+chmod 755 "$scratch"
+trap 'rm -rf "$scratch"' EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM HUP
 
 say() { printf '%s\n' "$*" >&2; }
 fail() {
@@ -38,16 +46,13 @@ need() {
     root=(sudo)
   fi
   say "Installing ${#missing[@]} packages: ${missing[*]}"
-  local log
-  log=$(mktemp)
+  local log=$scratch/apt
   if ! { "${root[@]}" apt-get -qq update &&
     "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install --no-install-recommends "${missing[@]}"; } \
     >"$log" 2>&1 </dev/null; then
     tail -n 20 "$log" >&2
-    rm -f "$log"
     fail "apt-get could not install them; its last words are above"
   fi
-  rm -f "$log"
 }
 
 # build PRESET: configures and builds build/PRESET; silent if there is nothing to do.
@@ -57,9 +62,7 @@ build() {
   if [ -t 2 ]; then
     cmake --build --preset "$1" >&2 || fail "cmake --build --preset $1 failed"
   else
-    local log
-    log=$(mktemp)
-    cmake --build --preset "$1" >"$log" 2>&1 || { cat "$log" >&2; rm -f "$log"; fail "cmake --build --preset $1 failed"; }
-    rm -f "$log"
+    local log=$scratch/build
+    cmake --build --preset "$1" >"$log" 2>&1 || { cat "$log" >&2; fail "cmake --build --preset $1 failed"; }
   fi
 }
