@@ -23,7 +23,7 @@ std::string label(std::string_view name, std::string_view value) {
 
 std::string number(double value) {
   std::array<char, 32> text{};
-  const int length = snprintf(text.data(), text.size(), "%.6g", value);
+  const int length = snprintf(text.data(), text.size(), "%.10g", value);
   return {text.data(), static_cast<std::size_t>(length)};
 }
 
