@@ -34,14 +34,17 @@ ul.printers { list-style: none; margin: 0; padding: 0; display: grid; gap: clamp
 .card.error.ribbon-low, .card.unknown.ribbon-low { --fill: var(--low-fill); }
 .card p { margin: .35rem 0 0; }
 .top { display: flex; gap: 1rem; align-items: baseline; justify-content: space-between; }
-h2 { margin: 0; font-size: 1.5rem; line-height: 1.2; display: -webkit-box; -webkit-line-clamp: 2;
+ul.printers > li { display: grid; }
+section.card { margin-bottom: clamp(1rem, 2vw, 2rem); }
+section.card .problem { margin: 0; }
+h2 { margin: 0; font-size: 2rem; line-height: 1.2; display: -webkit-box; -webkit-line-clamp: 2;
   -webkit-box-orient: vertical; overflow: hidden; }
-.card .verdict { margin: 0; flex: none; color: var(--tone); font-weight: 700; font-size: 1.15rem; white-space: nowrap; }
-.card .where, .card .age { color: var(--faint); }
-.card .left { margin-top: .6rem; display: flex; flex-wrap: wrap; align-items: baseline; gap: 0 .75rem; font-size: 1.4rem; }
-.left strong { font-size: clamp(4.5rem, 9vw, 6.5rem); line-height: 1; font-variant-numeric: tabular-nums;
+.card .verdict { margin: 0; flex: none; color: var(--tone); font-weight: 700; font-size: 1.35rem; white-space: nowrap; }
+.card .where, .card .age { color: var(--faint); font-size: 1.1rem; }
+.card .left { margin-top: .6rem; display: flex; flex-wrap: wrap; align-items: center; gap: 0 .75rem; font-size: 1.3rem;
+  line-height: 1.2; }
+.left strong { font-size: 5.4rem; line-height: 1; font-variant-numeric: tabular-nums;
   letter-spacing: -.02em; }
-.card .left.words { font-size: 1.8rem; font-weight: 700; line-height: 1.15; padding: .9rem 0; }
 .gauge { display: block; width: 100%; height: 1.6rem; margin-top: .8rem; }
 .gauge .track { fill: var(--track); } .gauge .fill { fill: var(--fill); }
 .card .facts { margin-top: .8rem; font-size: 1.15rem; }
@@ -135,52 +138,65 @@ std::string gauge(const Reading& reading) {
            "<svg class=\"gauge\" viewBox=\"0 0 100 8\" preserveAspectRatio=\"none\" role=\"img\" "
            "aria-label=\"Ribbon %.0f percent left\"><rect class=\"track\" width=\"100\" height=\"8\"/>"
            "<rect class=\"fill\" width=\"%.1f\" height=\"8\"/></svg>\n",
-           std::floor(*ratio * 100), std::clamp(*ratio, 0.0, 1.0) * 100);
+           std::floor(*ratio * 100), *ratio <= 0 ? 0.0 : std::clamp(*ratio * 100, 1.0, 100.0));
   return text.data();
 }
 
+/// The large figure, and what it counts.
 std::string prints_left(const Reading& reading) {
+  std::string figure = "–";
+  std::string unit = "prints left<br>not known";
   if (reading.prints_remaining && reading.prints_total && reading.level_percent) {
-    return "<p class=\"left\"><strong>" + std::to_string(*reading.prints_remaining) + "</strong> <span>of " +
-           std::to_string(*reading.prints_total) + " prints left (" + std::to_string(*reading.level_percent) +
-           "&nbsp;%)</span></p>\n";
+    figure = std::to_string(*reading.prints_remaining);
+    unit = *reading.prints_remaining == 1 ? "print left" : "prints left";
+    unit += "<br>of " + std::to_string(*reading.prints_total) + " (" +
+            std::to_string(*reading.level_percent) + "&nbsp;%)";
+  } else if (reading.level_percent) {
+    figure = std::to_string(*reading.level_percent) + "&nbsp;%";
+    unit = "left";
   }
-  if (reading.level_percent) {
-    return "<p class=\"left\"><strong>" + std::to_string(*reading.level_percent) +
-           "&nbsp;%</strong> <span>left</span></p>\n";
-  }
-  return paragraph("left words", capitalized(prints_left_text(reading)));
+  return "<p class=\"left\"><strong>" + figure + "</strong> <span>" + unit + "</span></p>\n";
+}
+
+/// What the printer's silence means, unless an error says so already.
+std::string silence(const Reading& reading) {
+  const bool is_told = std::ranges::any_of(reading.errors, is_fallback);
+  return reading.answered == false && !is_told ? prints_left_text(reading) : "";
 }
 
 std::string facts(const Reading& reading) {
-  std::string text = capitalized(state_text(reading));
-  if (!reading.sheet.empty()) {
-    text += " · Sheet " + reading.sheet;
+  std::vector<std::string> parts;
+  if (reading.level_percent) {
+    parts.push_back(std::to_string(*reading.level_percent) + " % left");
   }
-  return text;
+  if (!reading.sheet.empty()) {
+    parts.push_back("Sheet " + reading.sheet);
+  }
+  parts.push_back(capitalized(state_text(reading)));
+  return joined(parts, " · ");
 }
 
 std::string age(const Report& report, const Reading& reading) {
-  if (!reading.age_seconds) {
-    return "Never read";
+  std::string text = capitalized(read_text(reading));
+  if (reading.age_seconds) {
+    constexpr int half_a_day = 12 * 60 * 60;
+    const std::time_t read_at = report.time - *reading.age_seconds;
+    text +=
+        ", at " + (*reading.age_seconds < half_a_day ? local_clock_text(read_at) : local_time_text(read_at));
   }
-  const std::time_t read_at = report.time - *reading.age_seconds;
-  return capitalized(read_text(reading)) + ", at " + local_time_text(read_at);
+  return text;
 }
 
 std::string where(const Card& card, bool with_server) {
-  std::string text;
-  const auto add = [&](const std::string& part) {
-    if (!part.empty()) {
-      text += text.empty() ? "" : " · ";
-      text += part;
-    }
-  };
   const auto& reading = card.queue->reading;
-  add(reading.info == reading.queue ? "" : reading.info);
-  add(reading.location);
-  add(with_server ? card.server->server : "");
-  return text;
+  std::vector<std::string> parts;
+  for (const auto& part : {reading.info == reading.queue ? std::string() : reading.info, reading.location,
+                           with_server ? card.server->server : std::string()}) {
+    if (!part.empty()) {
+      parts.push_back(part);
+    }
+  }
+  return joined(parts, " · ");
 }
 
 std::string card_text(const Report& report, const Card& card, std::size_t number, bool with_server) {
@@ -201,10 +217,15 @@ std::string card_text(const Report& report, const Card& card, std::size_t number
   for (const auto& reason : reading.reasons) {
     text += paragraph("note", reason);
   }
-  text += prints_left(reading);
-  text += gauge(reading);
+  if (has_other_supplies(reading)) {
+    text += paragraph("facts", supplies_text(reading));
+  } else {
+    text += prints_left(reading);
+    text += gauge(reading);
+  }
+  text += paragraph("note", capitalized(silence(reading)));
   text += paragraph("facts", facts(reading));
-  text += paragraph("note", capitalized(outcome_text(*card.queue)));
+  text += paragraph(is_good(card.queue->outcome) ? "age" : "note", capitalized(outcome_text(*card.queue)));
   text += paragraph("age", age(report, reading));
   return text + "</article>\n</li>\n";
 }
@@ -213,7 +234,9 @@ std::string summary(const std::vector<Card>& cards) {
   const auto trouble =
       std::ranges::count_if(cards, [](const Card& card) { return card.verdict != Verdict::Well; });
   const std::string of = std::to_string(cards.size()) + (cards.size() == 1 ? " printer" : " printers");
-  return trouble == 0 ? of + ", all well" : std::to_string(trouble) + " of " + of + " in need of a hand";
+  return trouble == 0
+             ? of + ", all well"
+             : std::to_string(trouble) + " of " + of + (trouble == 1 ? " needs" : " need") + " attention";
 }
 
 }  // namespace
@@ -221,13 +244,15 @@ std::string summary(const std::vector<Card>& cards) {
 std::string html_view(const Report& report, int reload_seconds) {
   const bool with_server = report.servers.size() > 1;
   std::vector<Card> cards;
-  std::string unreached;
+  std::string unreached_text;
+  int unreached = 0;
   for (const auto& server : report.servers) {
     for (const auto& queue : server.queues) {
       cards.push_back({&server, &queue, judge(queue, report.low_percent)});
     }
     if (!server.error.empty()) {
-      unreached += paragraph("problem", "Print server " + server.server + ": " + server.error);
+      ++unreached;
+      unreached_text += paragraph("problem", "Print server " + server.server + ": " + server.error);
     }
   }
   std::ranges::stable_sort(cards, [](const Card& one, const Card& other) {
@@ -241,12 +266,16 @@ std::string html_view(const Report& report, int reload_seconds) {
       "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
       "<meta http-equiv=\"refresh\" content=\"" +
       std::to_string(reload_seconds) + "\">\n<title>";
-  const std::string said = cards.empty() ? "No printer" : summary(cards);
+  std::string said = cards.empty() ? "No printer" : summary(cards);
+  if (unreached > 0) {
+    said += ", " + std::to_string(unreached) + (unreached == 1 ? " print server" : " print servers") +
+            " not reached";
+  }
   text += said + "</title>\n<style>" + STYLE + "</style>\n</head>\n<body>\n<header><h1>" + said +
           "</h1><p>Written at <time datetime=\"" + utc_time_text(report.time) + "\">" +
           escaped(local_time_text(report.time)) + "</time></p></header>\n<main>\n";
-  if (!unreached.empty()) {
-    text += "<section class=\"card error\" aria-label=\"Print servers\">\n" + unreached + "</section>\n";
+  if (unreached > 0) {
+    text += "<section class=\"card error\" aria-label=\"Print servers\">\n" + unreached_text + "</section>\n";
   } else if (cards.empty()) {
     text += "<p class=\"empty\">There is no Brenvellis printer's queue.</p>\n";
   }

@@ -70,28 +70,8 @@ std::string name_of(const QueueReport& queue, const ServerReport& server, bool w
   return with_server ? queue.reading.queue + "@" + server.server : queue.reading.queue;
 }
 
-std::string joined(const std::vector<std::string>& parts) {
-  std::string text;
-  for (const auto& part : parts) {
-    text += text.empty() ? "" : ", ";
-    text += part;
-  }
-  return text;
-}
-
 const char* ribbon_color(const Reading& reading, int low_percent) {
   return is_low(reading, low_percent) ? YELLOW : GREEN;
-}
-
-/// Supplies of another driver's queue, which have no ribbon to stand for them.
-std::string supplies_of(const Reading& reading) {
-  std::vector<std::string> parts;
-  for (const auto& marker : reading.markers) {
-    parts.push_back(marker.name);
-    parts.back() += ' ';
-    parts.back() += marker.level ? std::to_string(*marker.level) + " %" : "not known";
-  }
-  return joined(parts);
 }
 
 std::string queue_lines(const QueueReport& queue, const std::string& name, std::size_t name_width,
@@ -107,10 +87,9 @@ std::string queue_lines(const QueueReport& queue, const std::string& name, std::
     return text + writer.colored(RED, outcome_text(queue)) + "\n";
   }
 
-  const bool foreign = !reading.level_percent && !reading.answered && !reading.markers.empty();
   text += padded(state_text(reading), STATE_WIDTH) + "  ";
-  if (foreign) {
-    text += writer.fitted(supplies_of(reading), WIDTH - columns(indent) - STATE_WIDTH - 2);
+  if (has_other_supplies(reading)) {
+    text += writer.fitted(supplies_text(reading), WIDTH - columns(indent) - STATE_WIDTH - 2);
   } else {
     text += writer.gauge(reading, ribbon_color(reading, low_percent)) + "  " + prints_left_text(reading);
     if (is_low(reading, low_percent)) {

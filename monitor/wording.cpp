@@ -15,6 +15,29 @@ std::string prints_left_text(const Reading& reading) {
   return reading.answered == false ? "no answer from the printer" : "prints left not known";
 }
 
+bool has_other_supplies(const Reading& reading) {
+  return !reading.level_percent && !reading.answered && !reading.markers.empty();
+}
+
+std::string supplies_text(const Reading& reading) {
+  std::vector<std::string> parts;
+  for (const auto& marker : reading.markers) {
+    parts.push_back(marker.name);
+    parts.back() += ' ';
+    parts.back() += marker.level ? std::to_string(*marker.level) + " %" : "not known";
+  }
+  return joined(parts);
+}
+
+std::string joined(const std::vector<std::string>& parts, std::string_view between) {
+  std::string text;
+  for (const auto& part : parts) {
+    text += text.empty() ? "" : between;
+    text += part;
+  }
+  return text;
+}
+
 std::string error_text(const ReasonCode& error, const Reading& reading) {
   if (is_fallback(error)) {
     return reading.answered == false ? "error 0004, or no answer from the printer"
@@ -83,7 +106,7 @@ std::string outcome_text(const QueueReport& queue) {
     case Outcome::Unsupported:
       return "not refreshed: its filter does not know ReportLevels";
     case Outcome::TimedOut:
-      return with_detail("not refreshed: no answer in time, the command job was cancelled");
+      return with_detail("not refreshed: no answer in time, job cancelled");
     case Outcome::Failed:
       return with_detail("not refreshed");
     case Outcome::NotFound:
@@ -96,7 +119,14 @@ std::string local_time_text(std::time_t time) {
   std::tm parts{};
   localtime_r(&time, &parts);
   std::array<char, 64> text{};
-  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S %Z", &parts)};
+  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M %Z", &parts)};
+}
+
+std::string local_clock_text(std::time_t time) {
+  std::tm parts{};
+  localtime_r(&time, &parts);
+  std::array<char, 64> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), "%H:%M %Z", &parts)};
 }
 
 std::string utc_time_text(std::time_t time) {
