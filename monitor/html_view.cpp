@@ -148,9 +148,7 @@ std::string prints_left(const Reading& reading) {
   std::string unit = "prints left<br>not known";
   if (reading.prints_remaining && reading.prints_total && reading.level_percent) {
     figure = std::to_string(*reading.prints_remaining);
-    unit = *reading.prints_remaining == 1 ? "print left" : "prints left";
-    unit += "<br>of " + std::to_string(*reading.prints_total) + " (" +
-            std::to_string(*reading.level_percent) + "&nbsp;%)";
+    unit = "of " + std::to_string(*reading.prints_total) + "<br>prints left";
   } else if (reading.level_percent) {
     figure = std::to_string(*reading.level_percent) + "&nbsp;%";
     unit = "left";
