@@ -96,13 +96,14 @@ ipp_t* PrivateScheduler::answer(ipp_t* request, const char* resource, const std:
   return response;
 }
 
-void PrivateScheduler::add_queue(const std::string& name, const std::string& device_uri) const {
+void PrivateScheduler::add_queue(const std::string& name, const std::string& device_uri,
+                                 const std::string& ppd) const {
   ipp_t* request = ippNewRequest(IPP_OP_CUPS_ADD_MODIFY_PRINTER);
   add_printer_uri(request, name);
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_URI, "device-uri", nullptr, device_uri.c_str());
   ippAddBoolean(request, IPP_TAG_PRINTER, "printer-is-accepting-jobs", 1);
   ippAddInteger(request, IPP_TAG_PRINTER, IPP_TAG_ENUM, "printer-state", IPP_PSTATE_IDLE);
-  ippDelete(answer(request, "/admin/", PPD_FILE));
+  ippDelete(answer(request, "/admin/", ppd));
 }
 
 void PrivateScheduler::change(ipp_op_t operation, const std::string& queue) const {
@@ -119,6 +120,9 @@ void PrivateScheduler::resume(const std::string& queue) const {
 }
 void PrivateScheduler::reject(const std::string& queue) const {
   change(IPP_OP_CUPS_REJECT_JOBS, queue);
+}
+void PrivateScheduler::accept(const std::string& queue) const {
+  change(IPP_OP_CUPS_ACCEPT_JOBS, queue);
 }
 void PrivateScheduler::set_default(const std::string& queue) const {
   change(IPP_OP_CUPS_SET_DEFAULT, queue);
