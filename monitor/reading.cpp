@@ -22,7 +22,6 @@ struct MarkerTexts {
   std::vector<std::string> names;
   std::vector<std::string> types;
   std::vector<int> levels;
-  int changed_at = 0;
   int now = 0;
 };
 
@@ -168,7 +167,7 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   } else if (name == "printer-up-time") {
     texts.now = number_of(attribute);
   } else if (name == "marker-change-time") {
-    texts.changed_at = number_of(attribute);
+    reading.reported_at = number_of(attribute);
   } else if (name == "marker-message") {
     texts.message = text_of(attribute);
   } else if (name == "marker-names") {
@@ -191,9 +190,9 @@ Reading read_queue(ipp_t* answer, ipp_attribute_t*& attribute) {
     attribute = ippNextAttribute(answer);
   }
   read_markers(texts, reading);
-  if (texts.changed_at > 0 && texts.now > 0) {
+  if (reading.reported_at > 0 && texts.now > 0) {
     // Both count the seconds of the scheduler's clock, which somebody may have put back.
-    reading.age_seconds = texts.now > texts.changed_at ? texts.now - texts.changed_at : 0;
+    reading.age_seconds = std::max(0, texts.now - reading.reported_at);
   }
   return reading;
 }

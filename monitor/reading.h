@@ -42,7 +42,9 @@ struct Reading {
   std::vector<Marker> markers;
   std::vector<ReasonCode> errors;
   std::vector<std::string> reasons;  ///< all other printer-state-reasons
-  /// Seconds since the markers were last reported, by the scheduler's clock; nothing if they never were.
+  /// When the markers were last reported, in seconds of the scheduler's clock; 0 if they never were.
+  int reported_at = 0;
+  /// How long ago that is; nothing if they never were or the clock is not known.
   std::optional<int> age_seconds;
 };
 

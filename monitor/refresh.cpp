@@ -36,6 +36,7 @@ struct CommandJob {
   std::size_t queue;  ///< in the report
   int number;
   steady_clock::time_point sent_at;
+  Reading before;
 };
 
 /// ServerRefresh refreshes the queues of one server.
@@ -115,7 +116,7 @@ class ServerRefresh {
       queue.detail = client_.error();
       return;
     }
-    jobs_.push_back({index, *job, steady_clock::now()});
+    jobs_.push_back({index, *job, steady_clock::now(), queue.reading});
     first_job_ = first_job_ == 0 ? *job : std::min(first_job_, *job);
     ++progress_.asked;
   }
@@ -154,9 +155,12 @@ class ServerRefresh {
       }
       if (take_ended()) {
         last_answer = steady_clock::now();
-      } else if (steady_clock::now() - last_answer > ABSENCE) {
-        give_up();
-        return;
+      } else {
+        was_away_ = true;
+        if (steady_clock::now() - last_answer > ABSENCE) {
+          give_up();
+          return;
+        }
       }
     }
   }
@@ -260,14 +264,18 @@ class ServerRefresh {
         queue.outcome = Outcome::NotFound;
       }
     }
-    // Where no job history is kept, the values themselves say whether the job came to its end.
     for (const auto& job : forgotten_) {
       auto& queue = report_.queues[job.queue];
-      const bool is_new =
-          queue.reading.age_seconds && *queue.reading.age_seconds <= seconds_since(job.sent_at) + 1;
-      queue.outcome = is_new ? Outcome::Refreshed : Outcome::Failed;
-      queue.detail = is_new ? "" : "the command job is gone";
+      queue.outcome = has_reported(job, queue.reading) ? Outcome::Refreshed : Outcome::Failed;
+      queue.detail = queue.outcome == Outcome::Refreshed ? "" : "the command job is gone";
     }
+  }
+
+  /// Whether a job that the scheduler does not list any more came to its end. That is what becomes of all
+  /// jobs where no history is kept, and of some when the scheduler is killed.
+  [[nodiscard]] bool has_reported(const CommandJob& job, const Reading& now) const {
+    const bool within_a_second = job.before.age_seconds == 0;
+    return now.reported_at != job.before.reported_at || (within_a_second && !was_away_);
   }
 
   const RefreshOptions& options_;
@@ -279,6 +287,7 @@ class ServerRefresh {
   std::vector<CommandJob> jobs_;
   std::vector<CommandJob> forgotten_;
   int first_job_ = 0;
+  bool was_away_ = false;  ///< the scheduler, for a while
 };
 
 /// Reports every queue that was named and found nowhere, with the first server that could be asked.

@@ -89,7 +89,7 @@ TEST_F(Output, OnAFullDiskIsSaid) {
 }
 
 TEST_F(Output, OnATerminalHasALiveLineThatIsGoneAtTheEnd) {
-  printer.tell("fault slow 800");
+  printer.tell("fault slow 500");
   const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
   ASSERT_GE(terminal, 0);
   ASSERT_EQ(grantpt(terminal), 0);

@@ -318,11 +318,22 @@ TEST_F(Monitor, OutlivesARestartOfTheScheduler) {
   make_printer_refuse();
   auto running = std::async(std::launch::async, [&] { return run({"--timeout", "60"}); });
   ASSERT_TRUE(wait_for_active_jobs(scheduler, 1));
-  scheduler.restart(SIGKILL);
+  scheduler.restart(SIGTERM);
   printer.tell("fault none; remaining 111");
   const auto one = running.get();
   EXPECT_EQ(one.outcome("booth"), "refreshed");
   EXPECT_EQ(one.queue("booth")["ribbon"]["prints_remaining"], 111);
+}
+
+TEST_F(Monitor, DoesNotTakeOldValuesForNewIfAKilledSchedulerForgotItsJob) {
+  make_printer_refuse();
+  auto running = std::async(std::launch::async, [&] { return run({"--timeout", "60"}); });
+  ASSERT_TRUE(wait_for_active_jobs(scheduler, 1));
+  scheduler.restart(SIGKILL);
+  printer.tell("fault none; remaining 111");
+  // Whether the scheduler had written the job to its disk is a matter of luck.
+  const auto one = running.get();
+  EXPECT_EQ(one.outcome("booth") == "refreshed", one.queue("booth")["ribbon"]["prints_remaining"] == 111);
 }
 
 TEST_F(Monitor, AsksSeveralServersAndOutlivesOneThatIsDown) {
