@@ -1,36 +1,18 @@
 #include "tests/support/private_scheduler.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <array>
 #include <csignal>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/free_port.h"
+
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 namespace {
-
-int free_port() {
-  const int probe = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  const bool bound = bind(probe, reinterpret_cast<const sockaddr*>(&address), length) == 0 &&
-                     getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0;
-  close(probe);
-  if (!bound) {
-    throw std::runtime_error("no free port on 127.0.0.1");
-  }
-  return ntohs(address.sin_port);
-}
 
 void add_printer_uri(ipp_t* request, const std::string& queue) {
   const std::string uri = "ipp://localhost/printers/" + queue;
@@ -96,13 +78,14 @@ ipp_t* PrivateScheduler::answer(ipp_t* request, const char* resource, const std:
   return response;
 }
 
-void PrivateScheduler::add_queue(const std::string& name, const std::string& device_uri) const {
+void PrivateScheduler::add_queue(const std::string& name, const std::string& device_uri,
+                                 const std::string& ppd) const {
   ipp_t* request = ippNewRequest(IPP_OP_CUPS_ADD_MODIFY_PRINTER);
   add_printer_uri(request, name);
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_URI, "device-uri", nullptr, device_uri.c_str());
   ippAddBoolean(request, IPP_TAG_PRINTER, "printer-is-accepting-jobs", 1);
   ippAddInteger(request, IPP_TAG_PRINTER, IPP_TAG_ENUM, "printer-state", IPP_PSTATE_IDLE);
-  ippDelete(answer(request, "/admin/", PPD_FILE));
+  ippDelete(answer(request, "/admin/", ppd));
 }
 
 void PrivateScheduler::change(ipp_op_t operation, const std::string& queue) const {
@@ -119,6 +102,9 @@ void PrivateScheduler::resume(const std::string& queue) const {
 }
 void PrivateScheduler::reject(const std::string& queue) const {
   change(IPP_OP_CUPS_REJECT_JOBS, queue);
+}
+void PrivateScheduler::accept(const std::string& queue) const {
+  change(IPP_OP_CUPS_ACCEPT_JOBS, queue);
 }
 void PrivateScheduler::set_default(const std::string& queue) const {
   change(IPP_OP_CUPS_SET_DEFAULT, queue);

@@ -36,11 +36,14 @@ class PrivateScheduler {
   [[nodiscard]] std::filesystem::path path() const { return folder_.path() / "s"; }
   [[nodiscard]] pid_t pid() const { return process_->pid(); }
 
-  /// Adds an accepting, enabled queue with the driver's PPD.
-  void add_queue(const std::string& name, const std::string& device_uri) const;
+  /// Adds an accepting, enabled queue.
+  /// @param ppd  the driver's unless told otherwise; empty: none, as a queue of another driver.
+  void add_queue(const std::string& name, const std::string& device_uri,
+                 const std::string& ppd = PPD_FILE) const;
   void pause(const std::string& queue) const;
   void resume(const std::string& queue) const;
   void reject(const std::string& queue) const;
+  void accept(const std::string& queue) const;
   void set_default(const std::string& queue) const;
 
   /// Sends a command file as a job and returns the job's number.

@@ -1,0 +1,114 @@
+#include "monitor/arguments.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+std::variant<Arguments, int> read_arguments(int argc, char** argv) {
+  CLI::App app("Asks Brenvellis photo printers behind CUPS for their ribbons and errors, and shows them.",
+               "brenvellis-monitor");
+  app.footer(
+      "Exit status: 0 all well; 1 a ribbon is low; 2 a printer reports an error; 3 something could not be\n"
+      "read (of several, 2 before 3 before 1); 64 wrong usage; 130, 143 ended by Ctrl-C or SIGTERM.\n"
+      "See brenvellis-monitor(1).");
+  app.set_version_flag("--version", "brenvellis-monitor " BRENVELLIS_VERSION);
+
+  Arguments arguments;
+  std::vector<std::string> servers;
+  bool no_refresh = false;
+  int timeout = 30;
+  int watch = 0;
+  std::string encryption = "if-requested";
+  std::string json;
+  std::string prometheus;
+  std::string html;
+  std::string output;
+  arguments.color = "auto";
+
+  app.add_option("QUEUE", arguments.refresh.queues, "Queues; none means those of all Brenvellis printers");
+  app.add_option("--server", servers, "Print server, a socket's path too; may be repeated")
+      ->type_name("HOST[:PORT]")
+      ->allow_extra_args(false);
+  app.add_option("--encryption", encryption, "always, if-requested, never or required")
+      ->check(CLI::IsMember({"always", "if-requested", "never", "required"}))
+      ->type_name("WHEN");
+  auto* no_refresh_flag = app.add_flag("--no-refresh", no_refresh, "Do not ask the printers, only read");
+  app.add_option("--timeout", timeout, "Cancel command jobs that have not ended by then")
+      ->check(CLI::Range(1, 86400))
+      ->type_name("SECONDS")
+      ->capture_default_str();
+  app.add_flag("--wait", arguments.refresh.wait,
+               "Wait for queues that are printing, paused or rejecting jobs")
+      ->excludes(no_refresh_flag);
+  auto* watch_option = app.add_option("--watch", watch, "Do it again every so often, until Ctrl-C")
+                           ->check(CLI::Range(1, 86400))
+                           ->type_name("SECONDS");
+  app.add_option("--low", arguments.refresh.low_percent, "A ribbon at or under this is low")
+      ->check(CLI::Range(0, 100))
+      ->type_name("PERCENT")
+      ->capture_default_str();
+  app.add_option("--color", arguments.color, "always, auto or never")
+      ->check(CLI::IsMember({"always", "auto", "never"}))
+      ->type_name("WHEN");
+  app.add_flag("--json{-}", json, "Write JSON, to FILE with --json=FILE");
+  app.add_flag("--prometheus{-}", prometheus, "Write metrics, to FILE with --prometheus=FILE");
+  app.add_flag("--html{-}", html, "Write a web page, to FILE with --html=FILE");
+  app.add_option("--output", output, "Write to FILE instead of standard output")->type_name("FILE");
+
+  const auto refuse = [](const std::string& why) {
+    fprintf(stderr, "brenvellis-monitor: %s\nRun with --help for more information.\n", why.c_str());
+    return WRONG_USAGE;
+  };
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) {
+      return app.exit(error);
+    }
+    return refuse(error.what());
+  }
+
+  for (const auto& [path, view] :
+       {std::pair(json, View::Json), {prometheus, View::Prometheus}, {html, View::Html}}) {
+    if (!path.empty()) {
+      arguments.outputs.push_back({view, path});
+    }
+  }
+  if (arguments.outputs.empty()) {
+    arguments.outputs.push_back({View::Text, STANDARD_OUTPUT});
+  }
+  const auto to_standard_output = [](const Output& one) { return one.path == STANDARD_OUTPUT; };
+  const auto unnamed = std::ranges::count_if(arguments.outputs, to_standard_output);
+  if (unnamed > 1) {
+    return refuse("only one of --json, --prometheus and --html can go to standard output");
+  }
+  if (!output.empty()) {
+    if (unnamed == 0) {
+      return refuse("--output has nothing to write: every view has a file");
+    }
+    std::ranges::find_if(arguments.outputs, to_standard_output)->path = output;
+  }
+
+  for (const auto& text : servers) {
+    const auto name = parse_server(text);
+    if (!name) {
+      return refuse("--server: \"" + text + "\" is no HOST[:PORT]");
+    }
+    arguments.refresh.servers.push_back({text, *name});
+  }
+  if (servers.empty()) {
+    const std::string own = cupsServer();
+    arguments.refresh.servers.push_back({own.starts_with('/') ? "localhost" : own, {own, ippPort()}});
+  }
+  arguments.refresh.refresh = !no_refresh;
+  arguments.refresh.timeout = std::chrono::seconds(timeout);
+  arguments.refresh.encryption = encryption == "always"     ? HTTP_ENCRYPTION_ALWAYS
+                                 : encryption == "never"    ? HTTP_ENCRYPTION_NEVER
+                                 : encryption == "required" ? HTTP_ENCRYPTION_REQUIRED
+                                                            : HTTP_ENCRYPTION_IF_REQUESTED;
+  if (watch_option->count() > 0) {
+    arguments.watch_seconds = watch;
+  }
+  return arguments;
+}

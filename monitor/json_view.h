@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "monitor/report.h"
+
+/// The version of what json_view writes; it changes when a field's meaning does.
+inline constexpr int JSON_SCHEMA = 1;
+
+/// The report as one JSON object in valid UTF-8, ending in a line end; brenvellis-monitor(1) describes its
+/// fields. What is not known is null.
+/// @param indent  columns a level; -1 for all on one line.
+[[nodiscard]] std::string json_view(const Report& report, int indent = 2);

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// The text as valid UTF-8 on one line: every broken byte sequence, control character, line separator and
+/// character that changes the direction of writing becomes U+FFFD.
+[[nodiscard]] std::string printable(std::string_view text);
+
+/// The text, which is valid UTF-8, with ASCII characters only: a double prime becomes a quotation mark, any
+/// other character a question mark.
+[[nodiscard]] std::string to_ascii(std::string_view text);
+
+/// How many columns of a terminal the text, which is valid UTF-8, takes.
+[[nodiscard]] std::size_t columns(std::string_view text);
+
+/// The text, which is valid UTF-8, cut to so many columns, with `mark` (one column) as its last if it was.
+[[nodiscard]] std::string cut(std::string_view text, std::size_t width, std::string_view mark);

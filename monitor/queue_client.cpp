@@ -1,0 +1,245 @@
+#include "monitor/queue_client.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <charconv>
+#include <string_view>
+#include <utility>
+
+namespace {
+
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+constexpr const char* JOB_NAME = "brenvellis-monitor";
+constexpr std::string_view COMMAND_FILE = "#CUPS-COMMAND\nReportLevels\n";
+
+/// Descriptor is an open file that is closed when it goes.
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  ~Descriptor() {
+    if (number_ >= 0) {
+      close(number_);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  [[nodiscard]] int get() const { return number_; }
+
+ private:
+  int number_;
+};
+
+std::string queue_uri(const std::string& queue) {
+  std::array<char, HTTP_MAX_URI> uri{};
+  httpAssembleURIf(HTTP_URI_CODING_ALL, uri.data(), uri.size(), "ipp", nullptr, "localhost", 0,
+                   "/printers/%s", queue.c_str());
+  return uri.data();
+}
+
+/// The path of the same URI, to which a job is sent.
+std::string queue_resource(const std::string& queue) {
+  return queue_uri(queue).substr(std::string_view("ipp://localhost").size());
+}
+
+/// The queue's name in the URI of a job's printer.
+std::string queue_of(const char* uri) {
+  std::array<char, HTTP_MAX_URI> scheme{};
+  std::array<char, HTTP_MAX_URI> user{};
+  std::array<char, HTTP_MAX_URI> host{};
+  std::array<char, HTTP_MAX_URI> path{};
+  int port = 0;
+  if (uri == nullptr ||
+      httpSeparateURI(HTTP_URI_CODING_ALL, uri, scheme.data(), scheme.size(), user.data(), user.size(),
+                      host.data(), host.size(), &port, path.data(), path.size()) < HTTP_URI_STATUS_OK) {
+    return {};
+  }
+  const std::string resource = path.data();
+  return resource.substr(resource.rfind('/') + 1);
+}
+
+ipp_t* new_request(ipp_op_t operation, const std::string& uri) {
+  ipp_t* request = ippNewRequest(operation);
+  if (!uri.empty()) {
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.c_str());
+  }
+  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
+  return request;
+}
+
+void add_wanted(ipp_t* request, const std::vector<const char*>& attributes) {
+  ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes",
+                static_cast<int>(attributes.size()), nullptr, attributes.data());
+}
+
+/// The attributes of the jobs in an answer to Get-Jobs, a job at a time.
+template <typename Visit>
+void for_each_job(ipp_t* answer, const Visit& visit) {
+  ipp_attribute_t* attribute = ippFirstAttribute(answer);
+  while (attribute != nullptr) {
+    std::map<std::string, ipp_attribute_t*> job;
+    while (attribute != nullptr && ippGetGroupTag(attribute) == IPP_TAG_JOB) {
+      if (const char* name = ippGetName(attribute)) {
+        job[name] = attribute;
+      }
+      attribute = ippNextAttribute(answer);
+    }
+    if (!job.empty()) {
+      visit(job);
+    } else if (attribute != nullptr) {
+      attribute = ippNextAttribute(answer);
+    }
+  }
+}
+
+}  // namespace
+
+std::optional<ServerName> parse_server(const std::string& text) {
+  if (text.empty()) {
+    return std::nullopt;
+  }
+  if (text.front() == '/') {
+    return ServerName{text, 0};
+  }
+  ServerName server{text, ippPort()};
+  std::string port;
+  if (text.front() == '[') {
+    const auto end = text.find(']');
+    if (end == std::string::npos || (end + 1 < text.size() && text[end + 1] != ':')) {
+      return std::nullopt;
+    }
+    server.host = text.substr(1, end - 1);
+    if (end + 1 == text.size()) {
+      return server;
+    }
+    port = text.substr(end + 2);
+  } else if (const auto colon = text.find(':'); colon != std::string::npos) {
+    if (text.find(':', colon + 1) != std::string::npos) {
+      return server;  // an IPv6 address without a port
+    }
+    server.host = text.substr(0, colon);
+    port = text.substr(colon + 1);
+  } else {
+    return server;
+  }
+  const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), server.port);
+  const bool whole = error == std::errc() && end == port.data() + port.size();
+  if (server.host.empty() || !whole || server.port < 1 || server.port > 65535) {
+    return std::nullopt;
+  }
+  return server;
+}
+
+QueueClient::QueueClient(ServerName server, http_encryption_t encryption, seconds patience, StopRequest& stop)
+    : server_(std::move(server)), encryption_(encryption), patience_(patience), stop_(stop) {
+  // Nobody may be there to answer: a question for a password would stop everything.
+  cupsSetPasswordCB2(
+      [](const char*, http_t*, const char*, const char*, void*) -> const char* { return nullptr; }, nullptr);
+}
+
+int QueueClient::may_wait_longer(http_t* /*connection*/, void* client) {
+  const auto* self = static_cast<const QueueClient*>(client);
+  return steady_clock::now() < self->give_up_at_ ? 1 : 0;
+}
+
+bool QueueClient::connect() {
+  const int limit = static_cast<int>(std::chrono::milliseconds(patience_).count());
+  connection_.reset(httpConnect2(server_.host.c_str(), server_.port, nullptr, AF_UNSPEC, encryption_, 1,
+                                 limit, &stop_.connecting));
+  if (!connection_) {
+    error_ = std::string("it cannot be reached: ") + cupsLastErrorString();
+    return false;
+  }
+  httpSetTimeout(connection_.get(), 0.5, may_wait_longer, this);
+  return true;
+}
+
+QueueClient::Answer QueueClient::ask(ipp_t* request, const std::string& resource, int document) {
+  give_up_at_ = steady_clock::now() + patience_;
+  Answer answer(cupsDoIORequest(connection_.get(), request, resource.c_str(), document, -1));
+  if (!answer || cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
+    error_ = cupsLastErrorString();
+    return nullptr;
+  }
+  return answer;
+}
+
+std::optional<std::vector<Reading>> QueueClient::read_queues() {
+  ipp_t* request = new_request(IPP_OP_CUPS_GET_PRINTERS, "");
+  add_wanted(request, reading_attributes());
+  const auto answer = ask(request, "/");
+  if (answer) {
+    return ::read_queues(answer.get());
+  }
+  if (cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND) {
+    return std::vector<Reading>{};  // its way to say that it has no queue
+  }
+  return std::nullopt;
+}
+
+std::optional<std::map<std::string, int>> QueueClient::count_print_jobs() {
+  ipp_t* request = new_request(IPP_OP_GET_JOBS, "ipp://localhost/printers/");
+  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "which-jobs", nullptr, "not-completed");
+  add_wanted(request, {"job-id", "job-printer-uri", "document-format"});
+  const auto answer = ask(request, "/");
+  if (!answer) {
+    return std::nullopt;
+  }
+  std::map<std::string, int> count;
+  for_each_job(answer.get(), [&](auto& job) {
+    const char* format = ippGetString(job["document-format"], 0, nullptr);
+    if (format == nullptr || std::string_view(format) != CUPS_FORMAT_COMMAND) {
+      ++count[queue_of(ippGetString(job["job-printer-uri"], 0, nullptr))];
+    }
+  });
+  return count;
+}
+
+std::optional<int> QueueClient::send_report_levels(const std::string& queue, seconds lifetime) {
+  const Descriptor document(memfd_create("ReportLevels", MFD_CLOEXEC));
+  if (write(document.get(), COMMAND_FILE.data(), COMMAND_FILE.size()) !=
+      static_cast<ssize_t>(COMMAND_FILE.size())) {
+    error_ = "no memory for the command file";
+    return std::nullopt;
+  }
+  ipp_t* request = new_request(IPP_OP_PRINT_JOB, queue_uri(queue));
+  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "job-name", nullptr, JOB_NAME);
+  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_MIMETYPE, "document-format", nullptr, CUPS_FORMAT_COMMAND);
+  ippAddInteger(request, IPP_TAG_JOB, IPP_TAG_INTEGER, "job-cancel-after",
+                static_cast<int>(lifetime.count()));
+  const auto answer = ask(request, queue_resource(queue), document.get());
+  ipp_attribute_t* job = ippFindAttribute(answer.get(), "job-id", IPP_TAG_INTEGER);
+  if (job == nullptr) {
+    return std::nullopt;
+  }
+  return ippGetInteger(job, 0);
+}
+
+std::optional<std::map<int, ipp_jstate_t>> QueueClient::job_states(int first) {
+  ipp_t* request = new_request(IPP_OP_GET_JOBS, "ipp://localhost/printers/");
+  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "which-jobs", nullptr, "all");
+  ippAddInteger(request, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "first-job-id", first);
+  ippAddBoolean(request, IPP_TAG_OPERATION, "my-jobs", 1);
+  add_wanted(request, {"job-id", "job-state"});
+  const auto answer = ask(request, "/");
+  if (!answer) {
+    return std::nullopt;
+  }
+  std::map<int, ipp_jstate_t> states;
+  for_each_job(answer.get(), [&](auto& job) {
+    states[ippGetInteger(job["job-id"], 0)] = static_cast<ipp_jstate_t>(ippGetInteger(job["job-state"], 0));
+  });
+  return states;
+}
+
+bool QueueClient::cancel(const std::string& queue, int job, bool by_force) {
+  ipp_t* request = new_request(IPP_OP_CANCEL_JOB, queue_uri(queue));
+  ippAddInteger(request, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", job);
+  if (by_force) {
+    ippAddBoolean(request, IPP_TAG_OPERATION, "purge-job", 1);
+  }
+  return ask(request, "/jobs/") != nullptr;
+}

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cups/cups.h>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "monitor/reading.h"
+
+/// A print server as the user named it.
+struct ServerName {
+  std::string host;  ///< or the path of its socket
+  int port = 0;
+};
+
+/// HOST, HOST:PORT, [IPV6]:PORT or the path of a socket; without a port that of IPP (or of CUPS' own
+/// settings).
+/// @return nothing if the text is none of these.
+[[nodiscard]] std::optional<ServerName> parse_server(const std::string& text);
+
+/// StopRequest says that the user wants the program to end. A signal handler sets both.
+struct StopRequest {
+  std::atomic<int> signal = 0;  ///< the signal that said so; 0 if none did
+  int connecting = 0;           ///< for the CUPS library, which knows no atomics
+};
+
+/// QueueClient is one connection to one scheduler. It belongs to the thread that made it. Every call returns
+/// nothing (or false) on failure, and error() says why.
+class QueueClient {
+ public:
+  /// @param patience  how long one request may take.
+  /// @param stop      ends an attempt to connect.
+  QueueClient(ServerName server, http_encryption_t encryption, std::chrono::seconds patience,
+              StopRequest& stop);
+
+  [[nodiscard]] bool connect();
+  [[nodiscard]] const std::string& error() const { return error_; }
+
+  /// All printers' queues of the scheduler.
+  [[nodiscard]] std::optional<std::vector<Reading>> read_queues();
+
+  /// How many jobs that are no command jobs stand in each queue.
+  [[nodiscard]] std::optional<std::map<std::string, int>> count_print_jobs();
+
+  /// Sends a queue the command ReportLevels and returns the job's number.
+  /// @param lifetime  after which the scheduler itself cancels the job, should this process not live to do
+  /// so.
+  [[nodiscard]] std::optional<int> send_report_levels(const std::string& queue,
+                                                      std::chrono::seconds lifetime);
+
+  /// The states of this user's jobs from the number `first` on.
+  [[nodiscard]] std::optional<std::map<int, ipp_jstate_t>> job_states(int first);
+
+  /// Cancels a job of this user.
+  /// @param by_force  kills its filter and backend instead of asking them to end, and forgets the job.
+  bool cancel(const std::string& queue, int job, bool by_force);
+
+ private:
+  struct CloseConnection {
+    void operator()(http_t* connection) const { httpClose(connection); }
+  };
+  struct DeleteAnswer {
+    void operator()(ipp_t* answer) const { ippDelete(answer); }
+  };
+  using Answer = std::unique_ptr<ipp_t, DeleteAnswer>;
+
+  Answer ask(ipp_t* request, const std::string& resource, int document = -1);
+  static int may_wait_longer(http_t* connection, void* client);
+
+  ServerName server_;
+  http_encryption_t encryption_;
+  std::chrono::seconds patience_;
+  std::chrono::steady_clock::time_point give_up_at_;
+  StopRequest& stop_;
+  std::unique_ptr<http_t, CloseConnection> connection_;
+  std::string error_;
+};

@@ -1,0 +1,249 @@
+#include "monitor/reading.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+
+namespace {
+
+constexpr std::string_view MESSAGE = "Ink Ribbon = ";
+constexpr std::string_view NAME = "InkSheetType: ";
+constexpr std::string_view MAKE = "Brenvellis";
+constexpr const char* RIBBON_TYPE = "ink-ribbon";
+
+/// The level by which the filter says that the printer did not answer; -1 is an unknown level.
+constexpr int NO_ANSWER = -2;
+
+/// What is only needed until the whole queue has been read.
+struct MarkerTexts {
+  std::string message;
+  std::vector<std::string> names;
+  std::vector<std::string> types;
+  std::vector<int> levels;
+  int now = 0;
+};
+
+std::vector<std::string> texts_of(ipp_attribute_t* attribute) {
+  std::vector<std::string> texts;
+  for (int i = 0; i < ippGetCount(attribute); ++i) {
+    const char* text = ippGetString(attribute, i, nullptr);
+    texts.emplace_back(text == nullptr ? "" : text);
+  }
+  return texts;
+}
+
+std::string text_of(ipp_attribute_t* attribute) {
+  const char* text = ippGetString(attribute, 0, nullptr);
+  return text == nullptr ? "" : text;
+}
+
+bool is_number(ipp_attribute_t* attribute) {
+  const auto tag = ippGetValueTag(attribute);
+  return (tag == IPP_TAG_INTEGER || tag == IPP_TAG_ENUM) && ippGetCount(attribute) > 0;
+}
+
+std::vector<int> numbers_of(ipp_attribute_t* attribute) {
+  std::vector<int> numbers;
+  for (int i = 0; is_number(attribute) && i < ippGetCount(attribute); ++i) {
+    numbers.push_back(ippGetInteger(attribute, i));
+  }
+  return numbers;
+}
+
+int number_of(ipp_attribute_t* attribute) {
+  return is_number(attribute) ? ippGetInteger(attribute, 0) : 0;
+}
+
+QueueState state_of(int state) {
+  switch (state) {
+    case IPP_PSTATE_IDLE:
+      return QueueState::Idle;
+    case IPP_PSTATE_PROCESSING:
+      return QueueState::Processing;
+    case IPP_PSTATE_STOPPED:
+      return QueueState::Stopped;
+    default:
+      return QueueState::Unknown;
+  }
+}
+
+std::optional<int> take_number(std::string_view& text) {
+  int number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || number < 0) {
+    return std::nullopt;
+  }
+  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  return number;
+}
+
+void read_counts(std::string_view message, Reading& reading) {
+  if (!message.starts_with(MESSAGE)) {
+    return;
+  }
+  message.remove_prefix(MESSAGE.size());
+  const auto remaining = take_number(message);
+  constexpr std::string_view between = " / ";
+  if (!remaining || !message.starts_with(between)) {
+    return;
+  }
+  message.remove_prefix(between.size());
+  const auto total = take_number(message);
+  if (total && *total > 0 && message.empty()) {
+    reading.prints_remaining = remaining;
+    reading.prints_total = total;
+  }
+}
+
+void read_markers(const MarkerTexts& texts, Reading& reading) {
+  const std::size_t count = std::max({texts.names.size(), texts.types.size(), texts.levels.size()});
+  std::optional<std::size_t> ribbon;
+  for (std::size_t i = 0; i < count; ++i) {
+    Marker marker;
+    marker.name = i < texts.names.size() ? texts.names[i] : "";
+    marker.type = i < texts.types.size() ? texts.types[i] : "";
+    if (i < texts.levels.size() && texts.levels[i] >= 0) {
+      marker.level = texts.levels[i];
+    }
+    if (!ribbon && marker.type == RIBBON_TYPE) {
+      ribbon = i;
+    }
+    reading.markers.push_back(marker);
+  }
+  if (!ribbon) {
+    return;
+  }
+
+  reading.level_percent = reading.markers[*ribbon].level;
+  if (*ribbon < texts.levels.size() && texts.levels[*ribbon] >= NO_ANSWER) {
+    reading.answered = texts.levels[*ribbon] != NO_ANSWER;
+  }
+  // The filter gives a sheet even when the printer did not answer: code 00, which says nothing.
+  const std::string_view name = reading.markers[*ribbon].name;
+  if (reading.answered != false && name.starts_with(NAME)) {
+    reading.sheet = name.substr(NAME.size());
+  }
+  if (reading.level_percent) {
+    read_counts(texts.message, reading);
+  }
+}
+
+void read_reasons(ipp_attribute_t* attribute, Reading& reading) {
+  for (auto& keyword : texts_of(attribute)) {
+    if (const auto error = parse_reason(keyword)) {
+      if (std::ranges::find(reading.errors, *error) == reading.errors.end()) {
+        reading.errors.push_back(*error);
+      }
+    } else if (keyword != "none" && !keyword.empty()) {
+      reading.reasons.push_back(keyword);
+    }
+  }
+}
+
+void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& reading, MarkerTexts& texts) {
+  if (name == "printer-name") {
+    reading.queue = text_of(attribute);
+  } else if (name == "printer-info") {
+    reading.info = text_of(attribute);
+  } else if (name == "printer-location") {
+    reading.location = text_of(attribute);
+  } else if (name == "printer-make-and-model") {
+    reading.make_and_model = text_of(attribute);
+  } else if (name == "printer-state") {
+    reading.state = state_of(number_of(attribute));
+  } else if (name == "printer-is-accepting-jobs") {
+    if (ippGetValueTag(attribute) == IPP_TAG_BOOLEAN) {
+      reading.accepting = ippGetBoolean(attribute, 0) != 0;
+    }
+  } else if (name == "queued-job-count") {
+    reading.active_jobs = number_of(attribute);
+  } else if (name == "printer-commands") {
+    reading.reports_levels = ippContainsString(attribute, "ReportLevels") != 0;
+    reading.reports_status = ippContainsString(attribute, "ReportStatus") != 0;
+  } else if (name == "printer-state-reasons") {
+    read_reasons(attribute, reading);
+  } else if (name == "printer-up-time") {
+    texts.now = number_of(attribute);
+  } else if (name == "marker-change-time") {
+    reading.reported_at = number_of(attribute);
+  } else if (name == "marker-message") {
+    texts.message = text_of(attribute);
+  } else if (name == "marker-names") {
+    texts.names = texts_of(attribute);
+  } else if (name == "marker-types") {
+    texts.types = texts_of(attribute);
+  } else if (name == "marker-levels") {
+    texts.levels = numbers_of(attribute);
+  }
+}
+
+/// Reads one queue and leaves `attribute` behind it.
+Reading read_queue(ipp_t* answer, ipp_attribute_t*& attribute) {
+  Reading reading;
+  MarkerTexts texts;
+  while (attribute != nullptr && ippGetGroupTag(attribute) == IPP_TAG_PRINTER) {
+    if (const char* name = ippGetName(attribute)) {
+      read_attribute(attribute, name, reading, texts);
+    }
+    attribute = ippNextAttribute(answer);
+  }
+  read_markers(texts, reading);
+  if (reading.reported_at > 0 && texts.now > 0) {
+    // Both count the seconds of the scheduler's clock, which somebody may have put back.
+    reading.age_seconds = std::max(0, texts.now - reading.reported_at);
+  }
+  return reading;
+}
+
+}  // namespace
+
+bool is_brenvellis_queue(const Reading& reading) {
+  return reading.reports_levels && reading.reports_status &&
+         strncasecmp(reading.make_and_model.c_str(), MAKE.data(), MAKE.size()) == 0;
+}
+
+std::optional<double> ribbon_ratio(const Reading& reading) {
+  if (reading.prints_remaining && reading.prints_total) {
+    return static_cast<double>(*reading.prints_remaining) / *reading.prints_total;
+  }
+  if (reading.level_percent) {
+    return *reading.level_percent / 100.0;
+  }
+  return std::nullopt;
+}
+
+const std::vector<const char*>& reading_attributes() {
+  static const std::vector<const char*> names = {
+      "printer-name",
+      "printer-info",
+      "printer-location",
+      "printer-make-and-model",
+      "printer-state",
+      "printer-commands",
+      "printer-is-accepting-jobs",
+      "queued-job-count",
+      "printer-up-time",
+      "marker-names",
+      "printer-state-reasons",
+      "marker-change-time",
+      "marker-message",
+      "marker-types",
+      "marker-levels",
+  };
+  return names;
+}
+
+std::vector<Reading> read_queues(ipp_t* answer) {
+  std::vector<Reading> readings;
+  ipp_attribute_t* attribute = ippFirstAttribute(answer);
+  while (attribute != nullptr) {
+    if (ippGetGroupTag(attribute) == IPP_TAG_PRINTER) {
+      readings.push_back(read_queue(answer, attribute));
+    } else {
+      attribute = ippNextAttribute(answer);
+    }
+  }
+  return readings;
+}

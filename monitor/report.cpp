@@ -1,0 +1,59 @@
+#include "monitor/report.h"
+
+#include <algorithm>
+
+namespace {
+
+int rank(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Well:
+      return 0;
+    case Verdict::Low:
+      return 1;
+    case Verdict::Unknown:
+      return 2;
+    case Verdict::Error:
+      return 3;
+  }
+  return 3;
+}
+
+}  // namespace
+
+Verdict worse(Verdict one, Verdict other) {
+  return rank(one) < rank(other) ? other : one;
+}
+
+bool is_good(Outcome outcome) {
+  return outcome == Outcome::Refreshed || outcome == Outcome::NotAsked || outcome == Outcome::Busy;
+}
+
+bool is_low(const Reading& reading, int low_percent) {
+  return reading.level_percent && *reading.level_percent <= low_percent;
+}
+
+Verdict judge(const QueueReport& queue, int low_percent) {
+  const auto is_error = [](const std::string& reason) { return reason.ends_with("-error"); };
+  if (!queue.reading.errors.empty() || std::ranges::any_of(queue.reading.reasons, is_error)) {
+    return Verdict::Error;
+  }
+  if (!is_good(queue.outcome) || !queue.reading.level_percent) {
+    return Verdict::Unknown;
+  }
+  return is_low(queue.reading, low_percent) ? Verdict::Low : Verdict::Well;
+}
+
+Verdict judge(const Report& report) {
+  bool any = false;
+  auto verdict = Verdict::Well;
+  for (const auto& server : report.servers) {
+    if (!server.error.empty()) {
+      verdict = worse(verdict, Verdict::Unknown);
+    }
+    for (const auto& queue : server.queues) {
+      any = true;
+      verdict = worse(verdict, judge(queue, report.low_percent));
+    }
+  }
+  return any ? verdict : Verdict::Unknown;
+}

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "monitor/reading.h"
+
+/// What became of a queue in a call of brenvellis-monitor.
+enum class Outcome : std::uint8_t {
+  Refreshed,    ///< the printer was asked, the values are new
+  NotAsked,     ///< nobody wanted it to be asked
+  Busy,         ///< not asked: it prints for somebody
+  Paused,       ///< not asked: a job would wait
+  Rejecting,    ///< not asked: the queue takes no jobs
+  Unsupported,  ///< not asked: its filter does not know ReportLevels
+  TimedOut,     ///< asked, and the command job cancelled
+  Failed,       ///< the scheduler refused, went away, or the command job failed
+  NotFound,     ///< there is no such queue
+};
+
+/// QueueReport is a queue as the views show it.
+struct QueueReport {
+  Reading reading;
+  Outcome outcome = Outcome::NotAsked;
+  std::string detail;             ///< why it failed, if there is more to say
+  std::optional<double> seconds;  ///< how long the command job took
+};
+
+/// ServerReport is a print server and its queues.
+struct ServerReport {
+  std::string server;
+  std::string error;  ///< why it could not be reached; empty if it was
+  double seconds = 0;
+  std::vector<QueueReport> queues;
+};
+
+/// Report is the result of one call: what every view shows.
+struct Report {
+  std::time_t time = 0;
+  int low_percent = 10;
+  std::vector<ServerReport> servers;
+};
+
+/// Verdict is how a queue, a server or a report is judged; the numbers are exit statuses.
+enum class Verdict : std::uint8_t { Well = 0, Low = 1, Error = 2, Unknown = 3 };
+
+/// The worse of two: Error before Unknown before Low before Well.
+[[nodiscard]] Verdict worse(Verdict one, Verdict other);
+
+/// Whether the outcome left nothing to complain about: refreshed, not meant to be, or busy printing.
+[[nodiscard]] bool is_good(Outcome outcome);
+
+/// Whether the ribbon's level is known and at or under `low_percent`.
+[[nodiscard]] bool is_low(const Reading& reading, int low_percent);
+
+/// Error if the printer reports one; Unknown if the queue could not be refreshed or its level is not known;
+/// Low if the ribbon is.
+[[nodiscard]] Verdict judge(const QueueReport& queue, int low_percent);
+
+/// The worst of all queues; Unknown for a server that was not reached and for a report without a queue.
+[[nodiscard]] Verdict judge(const Report& report);

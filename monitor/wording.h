@@ -1,0 +1,47 @@
+#pragma once
+
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "monitor/report.h"
+
+/// The words in which a person is told a report, the same in every view. Texts of schedulers and printers in
+/// them are as they came.
+
+/// "200 of 400 prints left (50 %)", or what is known instead.
+[[nodiscard]] std::string prints_left_text(const Reading& reading);
+
+/// Whether the queue's markers are another driver's, without a ribbon to stand for them.
+[[nodiscard]] bool has_other_supplies(const Reading& reading);
+
+/// "Black 30 %, Cyan not known": every marker.
+[[nodiscard]] std::string supplies_text(const Reading& reading);
+
+/// The texts with `between` between them.
+[[nodiscard]] std::string joined(const std::vector<std::string>& parts, std::string_view between = ", ");
+
+/// "error 0008, code 2660"; for the keyword that also stands for a missing answer, both of what it may mean.
+[[nodiscard]] std::string error_text(const ReasonCode& error, const Reading& reading);
+
+/// "just now", "5 s ago", "3 min ago", "7 h ago", "12 days ago".
+[[nodiscard]] std::string age_text(int seconds);
+
+/// "read 5 s ago", "asked 5 s ago" if the printer did not answer, or "never read".
+[[nodiscard]] std::string read_text(const Reading& reading);
+
+/// "idle", "printing", "paused", "rejecting", "unknown".
+[[nodiscard]] std::string state_text(const Reading& reading);
+
+/// Why the values are not new: "not refreshed: printing". Empty if nothing needs to be said.
+[[nodiscard]] std::string outcome_text(const QueueReport& queue);
+
+/// "2026-11-20 15:41 UTC", in the time zone of this process.
+[[nodiscard]] std::string local_time_text(std::time_t time);
+
+/// "15:41 UTC", likewise.
+[[nodiscard]] std::string local_clock_text(std::time_t time);
+
+/// "2026-11-20T15:41:33Z"
+[[nodiscard]] std::string utc_time_text(std::time_t time);

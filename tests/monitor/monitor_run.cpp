@@ -1,0 +1,43 @@
+#include "tests/monitor/monitor_run.h"
+
+#include <functional>
+#include <thread>
+
+namespace {
+
+bool wait_until(const std::function<bool()>& condition) {
+  for (int i = 0; i < 3000; ++i) {
+    if (condition()) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return false;
+}
+
+}  // namespace
+
+std::vector<int> active_jobs(const PrivateScheduler& scheduler) {
+  http_t* connection = httpConnect2(scheduler.server().c_str(), 0, nullptr, AF_UNSPEC,
+                                    HTTP_ENCRYPTION_IF_REQUESTED, 1, 30000, nullptr);
+  cups_job_t* jobs = nullptr;
+  const int count = cupsGetJobs2(connection, &jobs, nullptr, 0, CUPS_WHICHJOBS_ACTIVE);
+  httpClose(connection);
+  if (count < 0) {
+    throw std::runtime_error("the private scheduler does not list its jobs");
+  }
+  std::vector<int> numbers;
+  for (int i = 0; i < count; ++i) {
+    numbers.push_back(jobs[i].id);
+  }
+  cupsFreeJobs(count, jobs);
+  return numbers;
+}
+
+bool wait_for_active_jobs(const PrivateScheduler& scheduler, std::size_t count) {
+  return wait_until([&] { return active_jobs(scheduler).size() == count; });
+}
+
+bool wait_for_processing(const PrivateScheduler& scheduler, int job) {
+  return wait_until([&] { return scheduler.job_state(job) == IPP_JSTATE_PROCESSING; });
+}

@@ -1,0 +1,182 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include "tests/monitor/monitor_run.h"
+#include "tests/support/simulated_printer.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::Not;
+using testing::StartsWith;
+
+class Output : public testing::Test {
+ protected:
+  Output() { scheduler.add_queue("booth", printer.device_uri()); }
+
+  ProgramResult run(const std::vector<std::string>& arguments) {
+    return run_monitor(scheduler.server(), arguments);
+  }
+  [[nodiscard]] std::string file(const std::string& name) const { return (folder.path() / name).string(); }
+  [[nodiscard]] static std::string text_of(const std::string& path) {
+    std::ifstream stream(path);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+
+  SimulatedPrinter printer{{"--remaining", "200", "--total", "400"}};
+  PrivateScheduler scheduler;
+  TemporaryFolder folder;
+};
+
+TEST_F(Output, IsTextWithoutColorOrLiveLineWhereThereIsNoTerminal) {
+  const auto result = run({});
+  EXPECT_THAT(result.output,
+              MatchesRegex("booth  idle       ███████░░░░░░░  200 of 400 prints left \\(50 %\\)\n"
+                           "       sheet 10x15\\(4x6″\\), read just now\n"));
+  EXPECT_EQ(result.errors, "");
+}
+
+TEST_F(Output, IsColoredIfToldTo) {
+  EXPECT_THAT(run({"--color", "always"}).output, HasSubstr("\033[32m███████\033[0m"));
+}
+
+TEST_F(Output, IsAsciiInALocaleWithoutUtf8) {
+  auto environment = monitor_environment(scheduler.server());
+  environment["LC_ALL"] = "C";
+  const auto result = run_program({MONITOR_PROGRAM}, {}, environment);
+  EXPECT_THAT(result.output, StartsWith("booth  idle       #######-------  200 of 400 prints left (50 %)\n"));
+}
+
+TEST_F(Output, GoesToTheFileThatIsNamed) {
+  const auto result = run({"--prometheus", "--output", file("metrics.prom")});
+  EXPECT_EQ(result.output, "");
+  EXPECT_THAT(text_of(file("metrics.prom")),
+              HasSubstr("brenvellis_ribbon_prints_remaining{queue=\"booth\",server=\"localhost\"} 200\n"));
+}
+
+TEST_F(Output, GoesToSeveralFilesOfOneRefresh) {
+  const auto result =
+      run({"--prometheus=" + file("m.prom"), "--html=" + file("p.html"), "--json=" + file("r.json")});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.output, "");
+  EXPECT_THAT(text_of(file("m.prom")), StartsWith("# HELP"));
+  EXPECT_THAT(text_of(file("p.html")), StartsWith("<!DOCTYPE html>"));
+  EXPECT_THAT(text_of(file("r.json")), StartsWith("{"));
+  EXPECT_EQ(printer.requests().size(), 2U);
+}
+
+TEST_F(Output, ThatCannotBeWrittenIsSaid) {
+  const auto result = run({"--json", "--output", "/nonexistent/report.json"});
+  EXPECT_EQ(result.errors, "brenvellis-monitor: /nonexistent/report.json: No such file or directory\n");
+  EXPECT_EQ(result.exit_status, 3);
+}
+
+TEST_F(Output, OnAFullDiskIsSaid) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ChildProcess monitor({{MONITOR_PROGRAM}, {{1, full}}, monitor_environment(scheduler.server())});
+  close(full);
+  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 3);
+}
+
+TEST_F(Output, OnATerminalHasALiveLineThatIsGoneAtTheEnd) {
+  printer.tell("fault slow 500");
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(terminal, 0);
+  ASSERT_EQ(grantpt(terminal), 0);
+  ASSERT_EQ(unlockpt(terminal), 0);
+  const int inner = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(inner, 0);
+  ChildProcess monitor(
+      {{MONITOR_PROGRAM}, {{1, inner}, {2, inner}}, monitor_environment(scheduler.server())});
+  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 0);
+  close(inner);
+  std::string shown(65536, '\0');
+  const auto count = read(terminal, shown.data(), shown.size());
+  close(terminal);
+  ASSERT_GT(count, 0);
+  shown.resize(static_cast<std::size_t>(count));
+
+  EXPECT_THAT(shown, StartsWith("\r0 of 1 printers have answered\033[K"));
+  const auto end = shown.rfind("\r\033[K");
+  ASSERT_NE(end, std::string::npos);
+  EXPECT_THAT(shown.substr(end), Not(HasSubstr("answered")));
+  EXPECT_THAT(shown.substr(end), HasSubstr("200 of 400 prints left (50 %)"));
+  EXPECT_THAT(shown, HasSubstr("\033[32m"));
+}
+
+TEST_F(Output, NoColorIsRespectedOnATerminal) {
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_EQ(grantpt(terminal), 0);
+  ASSERT_EQ(unlockpt(terminal), 0);
+  const int inner = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  auto environment = monitor_environment(scheduler.server());
+  environment["NO_COLOR"] = "1";
+  ChildProcess monitor({{MONITOR_PROGRAM, "--no-refresh"}, {{1, inner}, {2, inner}}, environment});
+  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 3);
+  close(inner);
+  std::string shown(65536, '\0');
+  const auto count = read(terminal, shown.data(), shown.size());
+  close(terminal);
+  ASSERT_GT(count, 0);
+  shown.resize(static_cast<std::size_t>(count));
+  EXPECT_THAT(shown, Not(HasSubstr("\033")));
+}
+
+TEST(Usage, WhatIsWrongIsSaidWithStatus64) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"--nonsense"},
+                                             {"--timeout", "0"},
+                                             {"--timeout", "soon"},
+                                             {"--timeout"},
+                                             {"--watch", "0"},
+                                             {"--low", "101"},
+                                             {"--low", "-1"},
+                                             {"--color", "pink"},
+                                             {"--encryption", "maybe"},
+                                             {"--server", "host:port"},
+                                             {"--server", ""},
+                                             {"--json", "--html"},
+                                             {"--json", "--prometheus=-"},
+                                             {"--json=x", "--output", "y"},
+                                             {"--wait", "--no-refresh"}}) {
+    const auto result = run_monitor("/nonexistent/cups.sock", arguments);
+    EXPECT_EQ(result.exit_status, 64) << arguments[0];
+    EXPECT_EQ(result.output, "");
+    EXPECT_THAT(result.errors, StartsWith("brenvellis-monitor: "));
+    EXPECT_THAT(result.errors, EndsWith("Run with --help for more information.\n"));
+  }
+}
+
+TEST(Usage, HelpTellsTheExitStatuses) {
+  const auto result = run_monitor("/nonexistent/cups.sock", {"--help"});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_THAT(result.output,
+              HasSubstr("Exit status: 0 all well; 1 a ribbon is low; 2 a printer reports an error"));
+}
+
+TEST(Usage, EveryOptionOfTheHelpIsInTheManualPage) {
+  std::ifstream page(MANUAL_PAGE);
+  const std::string manual{std::istreambuf_iterator<char>(page), {}};
+  const auto help = run_monitor("/nonexistent/cups.sock", {"--help"}).output;
+  int count = 0;
+  for (std::size_t at = help.find("\n  --"); at != std::string::npos; at = help.find("\n  --", at + 1)) {
+    const auto start = at + 5;
+    const auto option =
+        help.substr(start, help.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", start) - start);
+    EXPECT_THAT(manual, HasSubstr(".It Fl -" + option)) << option;
+    ++count;
+  }
+  EXPECT_GE(count, 10);
+}
+
+}  // namespace

@@ -1,0 +1,34 @@
+#include <gtest/gtest.h>
+
+#include "monitor/queue_client.h"
+
+namespace {
+
+TEST(ServerName, EveryFormIsUnderstood) {
+  const struct {
+    const char* text;
+    const char* host;
+    int port;
+  } cases[] = {{"printhost", "printhost", 631},
+               {"printhost:8631", "printhost", 8631},
+               {"192.0.2.1:80", "192.0.2.1", 80},
+               {"[2001:db8::1]", "2001:db8::1", 631},
+               {"[2001:db8::1]:99", "2001:db8::1", 99},
+               {"2001:db8::1", "2001:db8::1", 631},
+               {"/run/cups/cups.sock", "/run/cups/cups.sock", 0}};
+  for (const auto& one : cases) {
+    const auto server = parse_server(one.text);
+    ASSERT_TRUE(server) << one.text;
+    EXPECT_EQ(server->host, one.host);
+    EXPECT_EQ(server->port, one.port);
+  }
+}
+
+TEST(ServerName, WhatIsNoServerIsRefused) {
+  for (const char* text : {"", ":", ":631", "host:", "host:x", "host:0", "host:65536", "host:631x", "host:-1",
+                           "[2001:db8::1", "[::1]x", "[::1]:"}) {
+    EXPECT_FALSE(parse_server(text)) << text;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,209 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <sstream>
+
+#include "monitor/html_view.h"
+#include "monitor/json_view.h"
+#include "monitor/plain_text.h"
+#include "monitor/prometheus_view.h"
+#include "monitor/text_view.h"
+#include "monitor/wording.h"
+#include "tests/unit/sample_report.h"
+
+namespace {
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+/// The page without its style sheet.
+std::string without_style(std::string page) {
+  const auto start = page.find("<style>");
+  const auto end = page.find("</style>");
+  return page.erase(start, end - start);
+}
+
+class Views : public testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("TZ", "UTC", 1);
+    tzset();
+  }
+};
+
+TEST_F(Views, TheTextIsAsExpected) {
+  EXPECT_EQ(text_view(sample_report(), {true, false}), expected("report.txt"));
+}
+
+TEST_F(Views, TheTextWithoutUtf8IsAsExpected) {
+  EXPECT_EQ(text_view(sample_report(), {false, false}), expected("report-ascii.txt"));
+}
+
+TEST_F(Views, TheColoredTextIsAsExpected) {
+  EXPECT_EQ(text_view(sample_report(), {true, true}), expected("report-color.txt"));
+}
+
+TEST_F(Views, ColorsChangeNothingElse) {
+  const std::regex colors("\x1b\\[[0-9;]*m");
+  EXPECT_EQ(std::regex_replace(text_view(sample_report(), {true, true}), colors, ""),
+            text_view(sample_report(), {true, false}));
+}
+
+TEST_F(Views, NoLineOfTheTextIsWiderThanATerminal) {
+  for (const auto& text : HOSTILE_TEXTS) {
+    for (const auto& line : lines_of(text_view(hostile_report(text), {true, false}))) {
+      EXPECT_LE(columns(line), 80U) << line;
+    }
+  }
+  for (const auto& line : lines_of(text_view(sample_report(), {true, false}))) {
+    EXPECT_LE(columns(line), 80U) << line;
+  }
+}
+
+TEST_F(Views, OneServerIsNotNamedInTheText) {
+  auto report = sample_report();
+  report.servers.resize(1);
+  EXPECT_EQ(text_view(report, {}).find("localhost"), std::string::npos);
+}
+
+TEST_F(Views, TheTextSaysThatThereIsNoQueue) {
+  Report report;
+  report.servers = {{"here", {}, 0, {}}};
+  EXPECT_EQ(text_view(report, {}), "There is no Brenvellis printer's queue.\n");
+}
+
+TEST_F(Views, TheJsonIsAsExpected) {
+  EXPECT_EQ(json_view(sample_report()), expected("report.json"));
+}
+
+TEST_F(Views, TheJsonFitsOnALine) {
+  const auto text = json_view(sample_report(), -1);
+  EXPECT_EQ(text.find('\n'), text.size() - 1);
+  EXPECT_EQ(nlohmann::json::parse(text), nlohmann::json::parse(json_view(sample_report())));
+}
+
+TEST_F(Views, TheMetricsAreAsExpected) {
+  EXPECT_EQ(prometheus_view(sample_report()), expected("report.prom"));
+}
+
+TEST_F(Views, ThePageIsAsExpected) {
+  EXPECT_EQ(without_style(html_view(sample_report())), expected("report.html"));
+}
+
+TEST_F(Views, ThePageSaysThatAllIsWell) {
+  Report report;
+  report.servers = {{"here", {}, 0, {refreshed(ribbon_reading("hall", 200, 400, "10"))}}};
+  EXPECT_NE(html_view(report).find("<h1>1 printer, all well</h1>"), std::string::npos);
+}
+
+TEST_F(Views, ThePageSaysThatThereIsNoQueue) {
+  Report report;
+  report.servers = {{"here", {}, 0, {}}};
+  EXPECT_NE(html_view(report).find("There is no Brenvellis printer's queue."), std::string::npos);
+}
+
+TEST_F(Views, AHostileTextPutsNoControlCharacterOnTheTerminal) {
+  for (const auto& text : HOSTILE_TEXTS) {
+    for (const auto& style : {TextStyle{true, false}, TextStyle{false, false}}) {
+      const auto view = text_view(hostile_report(text), style);
+      for (const auto& line : lines_of(view)) {
+        EXPECT_EQ(printable(line), line);
+      }
+      if (!text.empty()) {  // no error text means that the server was reached
+        EXPECT_EQ(lines_of(view).size(), lines_of(text_view(hostile_report("plain"), style)).size()) << text;
+      }
+    }
+  }
+}
+
+TEST_F(Views, WithoutUtf8TheTextIsAscii) {
+  for (const auto& text : HOSTILE_TEXTS) {
+    for (const char c : text_view(hostile_report(text), {false, true})) {
+      EXPECT_GT(c, 0);
+    }
+  }
+}
+
+TEST_F(Views, AHostileTextIsAStringInTheJson) {
+  for (const auto& text : HOSTILE_TEXTS) {
+    const auto object = nlohmann::json::parse(json_view(hostile_report(text)));
+    const auto& queue = object["servers"][0]["queues"][0];
+    EXPECT_EQ(queue["refresh"]["outcome"], "failed");
+    if (nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).find("\uFFFD") ==
+        std::string::npos) {
+      EXPECT_EQ(queue["queue"], text);
+    }
+  }
+}
+
+TEST_F(Views, AHostileTextStaysInItsLabel) {
+  const std::regex comment(R"(# (HELP|TYPE) brenvellis_[a-z_]+ [^\n]+)");
+  const std::regex sample(R"re(brenvellis_[a-z_]+\{([a-z]+="([^"\\]|\\\\|\\"|\\n)*",?)+\} [0-9.e+-]+)re");
+  for (const auto& text : HOSTILE_TEXTS) {
+    if (text.size() > 500) {
+      continue;  // too deep for the expression; nothing in it needs to be escaped
+    }
+    for (const auto& line : lines_of(prometheus_view(hostile_report(text)))) {
+      EXPECT_TRUE(std::regex_match(line, comment) || std::regex_match(line, sample)) << line;
+    }
+  }
+}
+
+TEST_F(Views, NoSeriesComesTwice) {
+  auto report = sample_report();
+  report.servers.push_back(report.servers[0]);
+  EXPECT_EQ(prometheus_view(report), expected("report.prom"));
+}
+
+TEST_F(Views, AHostileTextOpensNoTagInThePage) {
+  const auto count = [](const std::string& page, char c) { return std::ranges::count(page, c); };
+  const auto plain = html_view(hostile_report("plain"));
+  for (const auto& text : HOSTILE_TEXTS) {
+    if (text.find_first_not_of(' ') == std::string::npos) {
+      continue;  // leaves paragraphs out
+    }
+    const auto page = html_view(hostile_report(text));
+    for (const char c : {'<', '>', '"', '\''}) {
+      EXPECT_EQ(count(page, c), count(plain, c)) << c << " of " << text;
+    }
+    EXPECT_EQ(lines_of(page).size(), lines_of(plain).size()) << text;
+  }
+}
+
+TEST_F(Views, AnAgeIsToldInTheUnitThatFits) {
+  const struct {
+    int seconds;
+    const char* text;
+  } cases[] = {{0, "just now"},        {1, "just now"},
+               {2, "2 s ago"},         {119, "119 s ago"},
+               {120, "2 min ago"},     {7199, "119 min ago"},
+               {7200, "2 h ago"},      {172799, "47 h ago"},
+               {172800, "2 days ago"}, {2147483647, "24855 days ago"}};
+  for (const auto& one : cases) {
+    EXPECT_EQ(age_text(one.seconds), one.text);
+  }
+}
+
+TEST_F(Views, TheFallbackSaysWhatItMayMean) {
+  Reading reading;
+  reading.answered = true;
+  EXPECT_EQ(error_text({"0004", "0004"}, reading), "error 0004, or a code that the driver does not know");
+  reading.answered = false;
+  EXPECT_EQ(error_text({"0004", "0004"}, reading), "error 0004, or no answer from the printer");
+}
+
+TEST_F(Views, AGroupOfOneCodeIsNotToldTwice) {
+  EXPECT_EQ(error_text({"0032", "0032"}, {}), "error 0032");
+  EXPECT_EQ(error_text({"0008", "2660"}, {}), "error 0008, code 2660");
+}
+
+}  // namespace
