@@ -7,7 +7,7 @@
 namespace {
 
 constexpr unsigned code_of(const PrinterStateReason& row) {
-  return row.major << 8U | row.minor;
+  return unsigned{row.major} << 8U | row.minor;
 }
 
 constexpr bool has_one_code(const PrinterStateReason& row) {

@@ -11,7 +11,7 @@ bool matches(const PrinterState& state, const PrinterStateReason& row) {
   const unsigned first = row.minor & 0xffU;
   const unsigned last = row.minor < 256 ? first : row.minor >> 8U;
   for (unsigned low = first; low <= last; ++low) {
-    if (state == PrinterState::Error(static_cast<std::uint16_t>((row.major << 8U) + low))) {
+    if (state == PrinterState::Error(static_cast<std::uint16_t>((unsigned{row.major} << 8U) + low))) {
       return true;
     }
   }
