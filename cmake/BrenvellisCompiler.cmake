@@ -23,6 +23,12 @@ elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
 endif()
 
+if(BRENVELLIS_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  # A step out of a span or an array by the standard library's own means is a finding too.
+  add_compile_definitions(_GLIBCXX_ASSERTIONS)
+endif()
+
 # brenvellis_add_if(FOLDER VARIABLE...): adds FOLDER when every VARIABLE is true; otherwise says what is
 # missing, since a build without it is still a good build of the filter.
 function(brenvellis_add_if folder)

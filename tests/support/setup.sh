@@ -5,8 +5,9 @@
 BUILD_PACKAGES="g++ cmake ninja-build libcups2-dev libcupsimage2-dev libcli11-dev nlohmann-json3-dev libasio-dev
   cups-ppdc cups-common"
 SCHEDULER_PACKAGES="cups cups-client"
-CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript"
-CHECK_ALL_PACKAGES="clang clang-format clang-tidy libclang-rt-14-dev valgrind"
+CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript binutils strace"
+FUZZ_PACKAGES="clang libclang-rt-14-dev"
+CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind $FUZZ_PACKAGES"
 
 # What the temporary files of this run go into; removed at its end. Not in TMPDIR: a scheduler's socket needs a short
 # path, and its filters, user lp, must get there.
