@@ -5,7 +5,7 @@
 BUILD_PACKAGES="g++ cmake ninja-build libcups2-dev libcupsimage2-dev libcli11-dev nlohmann-json3-dev libasio-dev
   cups-ppdc cups-common"
 SCHEDULER_PACKAGES="cups cups-client"
-CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript"
+CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript mandoc pkg-config"
 CHECK_ALL_PACKAGES="clang clang-format clang-tidy libclang-rt-14-dev valgrind"
 
 say() { printf '%s\n' "$*" >&2; }
