@@ -9,7 +9,6 @@ endif()
 set(CUPS_SERVERBIN ${serverbin} CACHE PATH "The scheduler's programs; the filter goes into filter/ below it")
 set(SYSTEMD_UNIT_DIR lib/systemd/system CACHE PATH "systemd's units")
 set(filter_permissions OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(documents ${CMAKE_INSTALL_DATADIR}/brenvellis)
 
 # The scheduler refuses a filter that others than its owner could write.
 install(TARGETS commandtobrenvellis DESTINATION ${CUPS_SERVERBIN}/filter PERMISSIONS ${filter_permissions})
@@ -48,11 +47,16 @@ if(TARGET brenvellis_ppd)
   install(FILES ${CMAKE_BINARY_DIR}/ppd/brenvell.ppd DESTINATION ${CMAKE_INSTALL_DATADIR}/ppd/brenvellis)
 endif()
 
+# For many print servers; monitor/fleet names programs where a distribution has them.
 if(TARGET brenvellis-monitor)
-  file(GLOB units monitor/fleet/*.service monitor/fleet/*.timer)
-  file(GLOB rules monitor/fleet/*.rules.yml monitor/fleet/*alerts*.yml)
-  install(FILES ${units} DESTINATION ${SYSTEMD_UNIT_DIR})
-  install(FILES ${rules} DESTINATION ${documents})
+  foreach(unit brenvellis-monitor.service brenvellis-monitor.timer)
+    file(READ monitor/fleet/${unit} text)
+    string(REPLACE /usr/bin/ ${CMAKE_INSTALL_FULL_BINDIR}/ text "${text}")
+    file(CONFIGURE OUTPUT ${unit} CONTENT "${text}" @ONLY)
+    install(FILES ${CMAKE_BINARY_DIR}/${unit} DESTINATION ${SYSTEMD_UNIT_DIR})
+  endforeach()
+  install(FILES monitor/fleet/alerts.yml monitor/fleet/brenvellis-monitor.default
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis)
 endif()
 
 # The status and levels libraries, for programs that ask the printer without the filter.
