@@ -1,0 +1,94 @@
+# What goes where. Included last: each rule looks whether its program was built.
+find_program(CUPS_CONFIG cups-config)
+if(NOT CUPS_SERVERBIN AND CUPS_CONFIG)
+  execute_process(COMMAND ${CUPS_CONFIG} --serverbin OUTPUT_VARIABLE serverbin OUTPUT_STRIP_TRAILING_WHITESPACE)
+endif()
+if(NOT serverbin)
+  set(serverbin /usr/lib/cups)
+endif()
+set(CUPS_SERVERBIN ${serverbin} CACHE PATH "The scheduler's programs; the filter goes into filter/ below it")
+set(SYSTEMD_UNIT_DIR lib/systemd/system CACHE PATH "systemd's units")
+set(filter_permissions OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+# The scheduler refuses a filter that others than its owner could write.
+install(TARGETS commandtobrenvellis DESTINATION ${CUPS_SERVERBIN}/filter PERMISSIONS ${filter_permissions})
+install(FILES man/commandtobrenvellis.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+
+foreach(program brenvellis-monitor brenvellis-rasterdump brenvellis-simulator)
+  if(NOT TARGET ${program})
+    continue()
+  endif()
+  install(TARGETS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+  # Made from the program's own --help, so that they know the same options.
+  if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
+    continue()
+  endif()
+  set(completions ${CMAKE_BINARY_DIR}/completions)
+  set(made ${completions}/bash/${program} ${completions}/zsh/_${program} ${completions}/fish/${program}.fish)
+  add_custom_command(
+    OUTPUT ${made}
+    COMMAND ${program} --help > ${program}.help
+    COMMAND ${CMAKE_COMMAND} -D PROGRAM=${program} -D HELP=${program}.help -D FOLDER=${completions}
+            -P ${CMAKE_SOURCE_DIR}/cmake/WriteCompletions.cmake
+    DEPENDS ${program} ${CMAKE_SOURCE_DIR}/cmake/WriteCompletions.cmake
+    VERBATIM)
+  add_custom_target(${program}-completions ALL DEPENDS ${made})
+  install(FILES ${completions}/bash/${program}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${completions}/zsh/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+  install(FILES ${completions}/fish/${program}.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endforeach()
+
+if(TARGET brenvellis_ppd)
+  # Below a folder that the scheduler searches: lpinfo -m lists it.
+  install(FILES ${CMAKE_BINARY_DIR}/ppd/brenvell.ppd DESTINATION ${CMAKE_INSTALL_DATADIR}/ppd/brenvellis)
+endif()
+
+# For many print servers; monitor/fleet names programs where a distribution has them.
+if(TARGET brenvellis-monitor)
+  foreach(unit brenvellis-monitor.service brenvellis-monitor.timer)
+    file(READ monitor/fleet/${unit} text)
+    string(REPLACE /usr/bin/ ${CMAKE_INSTALL_FULL_BINDIR}/ text "${text}")
+    file(CONFIGURE OUTPUT ${unit} CONTENT "${text}" @ONLY)
+    install(FILES ${CMAKE_BINARY_DIR}/${unit} DESTINATION ${SYSTEMD_UNIT_DIR})
+  endforeach()
+  install(FILES monitor/fleet/alerts.yml monitor/fleet/brenvellis-monitor.default
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis)
+endif()
+
+# The status and levels libraries, for programs that ask the printer without the filter.
+include(CMakePackageConfigHelpers)
+set(libraries brenvellis_debug brenvellis_status brenvellis_levels)
+set(package ${CMAKE_INSTALL_LIBDIR}/cmake/brenvellis)
+install(TARGETS ${libraries} EXPORT brenvellis ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  COMPONENT development)
+foreach(library debug status levels)
+  file(GLOB headers ${library}/*.h)
+  install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/brenvellis/${library} COMPONENT development)
+  set_target_properties(brenvellis_${library} PROPERTIES EXPORT_NAME ${library})
+  target_include_directories(brenvellis_${library} INTERFACE
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/brenvellis>)
+  target_compile_features(brenvellis_${library} INTERFACE cxx_std_20)
+endforeach()
+install(EXPORT brenvellis NAMESPACE brenvellis:: FILE brenvellis-targets.cmake DESTINATION ${package}
+  COMPONENT development)
+configure_package_config_file(cmake/brenvellis-config.cmake.in brenvellis-config.cmake
+  INSTALL_DESTINATION ${package})
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/brenvellis-config-version.cmake
+  COMPATIBILITY SameMinorVersion)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_BINDIR BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+  OUTPUT_VARIABLE to_bin)
+cmake_path(GET to_bin PARENT_PATH to_prefix)
+configure_file(cmake/brenvellis.pc.in brenvellis.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/brenvellis-config.cmake ${CMAKE_BINARY_DIR}/brenvellis-config-version.cmake
+  DESTINATION ${package} COMPONENT development)
+install(FILES ${CMAKE_BINARY_DIR}/brenvellis.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT development)
+
+add_custom_target(uninstall
+  COMMAND ${CMAKE_COMMAND} -D MANIFEST=${CMAKE_BINARY_DIR}/install_manifest.txt
+          -P ${CMAKE_SOURCE_DIR}/cmake/Uninstall.cmake
+  VERBATIM)

@@ -1,0 +1,21 @@
+# cmake -D MANIFEST=install_manifest.txt -P Uninstall.cmake: removes what the last installation from this build
+# folder put there, and the folders that it leaves empty. DESTDIR is honoured.
+if(NOT EXISTS ${MANIFEST})
+  message(FATAL_ERROR "nothing was installed from here: there is no ${MANIFEST}")
+endif()
+file(STRINGS ${MANIFEST} files)
+foreach(file IN LISTS files)
+  set(file $ENV{DESTDIR}${file})
+  message(STATUS "Removing ${file}")
+  file(REMOVE ${file})
+  # Folders of this system alone; the others are the distribution's.
+  cmake_path(GET file PARENT_PATH folder)
+  while(folder MATCHES "/brenvellis(/[^/]*)?$")
+    file(GLOB rest ${folder}/*)
+    if(rest)
+      break()
+    endif()
+    file(REMOVE_RECURSE ${folder})
+    cmake_path(GET folder PARENT_PATH folder)
+  endwhile()
+endforeach()
