@@ -105,7 +105,7 @@ TEST_P(ReasonTexts, EveryKeywordHasItsText) {
     const std::unique_ptr<ppd_file_t, ClosePpd> ppd(ppdOpenFile(ppd_file.c_str()));
     ASSERT_TRUE(ppd);
     int keywords = 0;
-    for (const auto& [group, codes] : CODES_OF_GROUP) {
+    for (const auto& [group, codes] : codes_of_group()) {
       for (const std::string code : codes) {
         const bool one_code = group == code;
         const std::string keyword =

@@ -8,7 +8,7 @@ namespace {
 
 TEST(ReasonCode, EveryKnownKeywordGivesItsGroupAndCode) {
   int count = 0;
-  for (const auto& [group, codes] : CODES_OF_GROUP) {
+  for (const auto& [group, codes] : codes_of_group()) {
     for (const std::string code : codes) {
       const auto keyword = known_keywords().at(static_cast<std::uint16_t>(std::stoi(code, nullptr, 16)));
       EXPECT_EQ(parse_reason(keyword), (ReasonCode{group, code})) << keyword;
