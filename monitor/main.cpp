@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <thread>
 
 #include "monitor/arguments.h"
@@ -119,23 +120,8 @@ void rest(std::chrono::seconds length) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  std::setlocale(LC_ALL, "");
-  const auto read = read_arguments(argc, argv);
-  if (const int* status = std::get_if<int>(&read)) {
-    return *status;
-  }
-  const auto& arguments = std::get<Arguments>(read);
-
-  struct sigaction action {};
-  action.sa_handler = request_stop;
-  action.sa_flags = static_cast<int>(SA_RESETHAND);  // a second Ctrl-C ends it at once
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    sigaction(signal, &action, nullptr);
-  }
-
+/// Refreshes and shows, once or until a signal. Returns the exit status.
+int monitor(const Arguments& arguments) {
   for (;;) {
     const Report report = refresh_with_live_line(arguments.refresh);
     if (stop.signal != 0) {
@@ -149,5 +135,31 @@ int main(int argc, char** argv) {
     if (stop.signal != 0) {
       return ENDED_BY_SIGNAL + stop.signal;
     }
+  }
+}
+
+void take_signals() {
+  struct sigaction action {};
+  action.sa_handler = request_stop;
+  action.sa_flags = static_cast<int>(SA_RESETHAND);  // a second Ctrl-C ends it at once
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    sigaction(signal, &action, nullptr);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::setlocale(LC_ALL, "");
+  try {
+    const auto read = read_arguments(argc, argv);
+    if (const int* status = std::get_if<int>(&read)) {
+      return *status;
+    }
+    take_signals();
+    return monitor(std::get<Arguments>(read));
+  } catch (const std::exception& error) {
+    fprintf(stderr, "brenvellis-monitor: %s\n", error.what());
+    return static_cast<int>(Verdict::Unknown);
   }
 }

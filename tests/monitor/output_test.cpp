@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <stdexcept>
 #include <thread>
 
 #include "tests/monitor/monitor_run.h"
@@ -88,48 +89,48 @@ TEST_F(Output, OnAFullDiskIsSaid) {
   EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 3);
 }
 
+/// A program that ran on a terminal.
+struct TerminalRun {
+  int exit_status = -1;
+  std::string shown;
+};
+
+TerminalRun run_on_terminal(const std::vector<std::string>& arguments,
+                            const std::map<std::string, std::string>& environment) {
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) {
+    throw std::runtime_error("there is no terminal");
+  }
+  const int inner = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ChildProcess monitor({arguments, {{1, inner}, {2, inner}}, environment});
+  TerminalRun result;
+  result.exit_status = monitor.exit_status(std::chrono::seconds(30));
+  close(inner);
+  result.shown.resize(65536);
+  const auto count = read(terminal, result.shown.data(), result.shown.size());
+  close(terminal);
+  result.shown.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+  return result;
+}
+
 TEST_F(Output, OnATerminalHasALiveLineThatIsGoneAtTheEnd) {
   printer.tell("fault slow 500");
-  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  ASSERT_GE(terminal, 0);
-  ASSERT_EQ(grantpt(terminal), 0);
-  ASSERT_EQ(unlockpt(terminal), 0);
-  const int inner = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  ASSERT_GE(inner, 0);
-  ChildProcess monitor(
-      {{MONITOR_PROGRAM}, {{1, inner}, {2, inner}}, monitor_environment(scheduler.server())});
-  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 0);
-  close(inner);
-  std::string shown(65536, '\0');
-  const auto count = read(terminal, shown.data(), shown.size());
-  close(terminal);
-  ASSERT_GT(count, 0);
-  shown.resize(static_cast<std::size_t>(count));
-
-  EXPECT_THAT(shown, StartsWith("\r0 of 1 printers have answered\033[K"));
-  const auto end = shown.rfind("\r\033[K");
+  const auto run = run_on_terminal({MONITOR_PROGRAM}, monitor_environment(scheduler.server()));
+  EXPECT_EQ(run.exit_status, 0);
+  EXPECT_THAT(run.shown, StartsWith("\r0 of 1 printers have answered\033[K"));
+  const auto end = run.shown.rfind("\r\033[K");
   ASSERT_NE(end, std::string::npos);
-  EXPECT_THAT(shown.substr(end), Not(HasSubstr("answered")));
-  EXPECT_THAT(shown.substr(end), HasSubstr("200 of 400 prints left (50 %)"));
-  EXPECT_THAT(shown, HasSubstr("\033[32m"));
+  EXPECT_THAT(run.shown.substr(end), Not(HasSubstr("answered")));
+  EXPECT_THAT(run.shown.substr(end), HasSubstr("200 of 400 prints left (50 %)"));
+  EXPECT_THAT(run.shown, HasSubstr("\033[32m"));
 }
 
 TEST_F(Output, NoColorIsRespectedOnATerminal) {
-  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  ASSERT_EQ(grantpt(terminal), 0);
-  ASSERT_EQ(unlockpt(terminal), 0);
-  const int inner = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
   auto environment = monitor_environment(scheduler.server());
   environment["NO_COLOR"] = "1";
-  ChildProcess monitor({{MONITOR_PROGRAM, "--no-refresh"}, {{1, inner}, {2, inner}}, environment});
-  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 3);
-  close(inner);
-  std::string shown(65536, '\0');
-  const auto count = read(terminal, shown.data(), shown.size());
-  close(terminal);
-  ASSERT_GT(count, 0);
-  shown.resize(static_cast<std::size_t>(count));
-  EXPECT_THAT(shown, Not(HasSubstr("\033")));
+  const auto run = run_on_terminal({MONITOR_PROGRAM, "--no-refresh"}, environment);
+  EXPECT_THAT(run.shown, HasSubstr("booth  idle"));
+  EXPECT_THAT(run.shown, Not(HasSubstr("\033")));
 }
 
 TEST(Usage, WhatIsWrongIsSaidWithStatus64) {

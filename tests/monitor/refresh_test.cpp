@@ -336,6 +336,16 @@ TEST_F(Monitor, DoesNotTakeOldValuesForNewIfAKilledSchedulerForgotItsJob) {
   EXPECT_EQ(one.outcome("booth") == "refreshed", one.queue("booth")["ribbon"]["prints_remaining"] == 111);
 }
 
+TEST_F(Monitor, KnowsFreshValuesWhereTheSchedulerForgetsJobs) {
+  const auto configuration = scheduler.path() / "etc/cupsd.conf";
+  std::ofstream(configuration, std::ios::app) << "PreserveJobHistory No\n";
+  scheduler.restart(SIGTERM);
+  printer.tell("remaining 77");
+  const auto one = run();
+  EXPECT_EQ(one.outcome("booth"), "refreshed");
+  EXPECT_EQ(one.queue("booth")["ribbon"]["prints_remaining"], 77);
+}
+
 TEST_F(Monitor, AsksSeveralServersAndOutlivesOneThatIsDown) {
   const SimulatedPrinter second({"--remaining", "50", "--total", "100"});
   const PrivateScheduler annex;
