@@ -8,7 +8,7 @@ SCHEDULER_PACKAGES="cups cups-client"
 CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript binutils strace mandoc pkg-config"
 FUZZ_PACKAGES="clang libclang-rt-14-dev"
 CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind chromium prometheus prometheus-node-exporter fish zsh
-  system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus fonts-dejavu-core $FUZZ_PACKAGES"
+  system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus mscgen fonts-dejavu-core $FUZZ_PACKAGES"
 
 # What the temporary files of this run go into; removed at its end. Not in TMPDIR: a scheduler's socket needs a short
 # path, and its filters, user lp, must get there.
