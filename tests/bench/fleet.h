@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -35,13 +36,13 @@ class Fleet {
   }
 
   [[nodiscard]] std::size_t size() const { return printers_.size(); }
-  static std::string queue(std::size_t i) { return "q" + std::to_string(i); }
+  static std::string queue(std::size_t i) { return std::string("q").append(std::to_string(i)); }
 
   /// Gives every printer another condition.
   void change_conditions() {
     for (std::size_t i = 0; i < size(); ++i) {
-      const unsigned total = 1 + random_() % 65534;
-      const unsigned remaining = random_() % (total + 1);
+      const auto total = 1 + random_() % 65534;
+      const auto remaining = random_() % (total + 1);
       const bool well = random_() % 4 == 0;
       const auto& [code, keyword] = codes_[random_() % codes_.size()];
       conditions_[i] = {well ? "" : keyword, std::to_string(remaining * 100ULL / total),
