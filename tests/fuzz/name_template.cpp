@@ -35,7 +35,7 @@ struct Model {
 /// @param count  of "%C"s that the process expanded; counts on.
 Model model(std::size_t size, const std::string& templ, const tagLNBandImageParams* band, long& count,
             const std::string& time) {
-  Model result{std::vector<char>(size + templ.size() * 30 + 100, '?'), true};
+  Model result{std::vector<char>(size + templ.size() * 30 + 100, '\0'), true};
   const std::size_t end = size - 1;
   std::size_t position = 0;
   for (std::size_t i = 0; i < templ.size(); ++i) {

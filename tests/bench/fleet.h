@@ -1,0 +1,140 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/private_scheduler.h"
+#include "tests/support/simulated_printer.h"
+#include "tests/unit/known_codes.h"
+
+/// Condition is what a printer of the fleet is set to, and so what its queue must show.
+struct Condition {
+  std::string reason;  ///< empty if the printer is well
+  std::string level;
+  std::string message;
+  std::string setting;  ///< the simulator's control line
+};
+
+/// Fleet is a private scheduler with queues "q0", "q1", ..., each with a simulated printer.
+class Fleet {
+ public:
+  explicit Fleet(std::size_t size) {
+    for (std::size_t i = 0; i < size; ++i) {
+      printers_.push_back(std::make_unique<SimulatedPrinter>());
+      scheduler.add_queue(queue(i), printers_[i]->device_uri());
+    }
+    conditions_.resize(size);
+    for (const auto& [code, keyword] : known_keywords()) {
+      codes_.emplace_back(code, keyword);
+    }
+  }
+
+  [[nodiscard]] std::size_t size() const { return printers_.size(); }
+  static std::string queue(std::size_t i) { return std::string("q").append(std::to_string(i)); }
+
+  /// Gives every printer another condition.
+  void change_conditions() {
+    for (std::size_t i = 0; i < size(); ++i) {
+      const auto total = 1 + random_() % 65534;
+      const auto remaining = random_() % (total + 1);
+      const bool well = random_() % 4 == 0;
+      const auto& [code, keyword] = codes_[random_() % codes_.size()];
+      conditions_[i] = {well ? "" : keyword, std::to_string(remaining * 100ULL / total),
+                        "Ink Ribbon = " + std::to_string(remaining) + " / " + std::to_string(total),
+                        "total " + std::to_string(total) + "; remaining " + std::to_string(remaining) +
+                            "; code " + std::to_string(well ? 0 : code)};
+      printers_[i]->tell(conditions_[i].setting);
+    }
+  }
+
+  /// Sends every queue a command job at once and waits for all of them.
+  /// @return how many completed.
+  std::size_t report_all() {
+    std::vector<int> jobs;
+    for (std::size_t i = 0; i < size(); ++i) {
+      jobs.push_back(scheduler.send_commands(queue(i), "ReportLevels\n"));
+    }
+    std::size_t completed = 0;
+    for (const int job : jobs) {
+      completed += scheduler.wait_for_job(job, std::chrono::seconds(120)) == IPP_JSTATE_COMPLETED;
+    }
+    return completed;
+  }
+
+  /// What a queue shows: its own printer's condition, that of another one, or neither.
+  struct Tally {
+    std::size_t right = 0;
+    std::size_t crossed = 0;
+    std::size_t lost = 0;
+  };
+
+  [[nodiscard]] Tally compare() const {
+    Tally tally;
+    for (std::size_t i = 0; i < size(); ++i) {
+      const auto view = scheduler.view(queue(i));
+      if (shows(view, conditions_[i])) {
+        ++tally.right;
+      } else if (std::ranges::any_of(conditions_, [&](const auto& other) { return shows(view, other); })) {
+        ++tally.crossed;
+      } else {
+        ++tally.lost;
+      }
+    }
+    return tally;
+  }
+
+  PrivateScheduler scheduler;
+
+ private:
+  static bool shows(const QueueView& view, const Condition& condition) {
+    const std::set<std::string> reasons =
+        condition.reason.empty() ? std::set<std::string>() : std::set{condition.reason};
+    return view.reasons == reasons && view.marker.contains("marker-levels") &&
+           view.marker.at("marker-levels") == condition.level &&
+           view.marker.at("marker-message") == condition.message;
+  }
+
+  // The same conditions in every run.
+  std::mt19937 random_;
+  std::vector<std::unique_ptr<SimulatedPrinter>> printers_;
+  std::vector<Condition> conditions_;
+  std::vector<std::pair<unsigned, std::string>> codes_;
+};
+
+/// Process is what the system says of a running program.
+struct ProcessSize {
+  long resident_kib = 0;
+  std::size_t descriptors = 0;
+  std::size_t children = 0;
+  std::size_t zombies = 0;  ///< among the children
+};
+
+inline ProcessSize size_of(pid_t pid) {
+  ProcessSize size;
+  const std::filesystem::path process = "/proc/" + std::to_string(pid);
+  std::ifstream status(process / "status");
+  for (std::string word; status >> word;) {
+    if (word == "VmRSS:") {
+      status >> size.resident_kib;
+    }
+  }
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(process / "fd")) {
+    ++size.descriptors;
+  }
+  std::ifstream children(process / "task" / std::to_string(pid) / "children");
+  for (pid_t child = 0; children >> child;) {
+    ++size.children;
+    std::ifstream stat("/proc/" + std::to_string(child) + "/stat");
+    std::string text;
+    std::getline(stat, text);
+    const auto name_end = text.rfind(')');
+    size.zombies += name_end != std::string::npos && text.substr(name_end + 2, 1) == "Z";
+  }
+  return size;
+}

@@ -1,0 +1,348 @@
+// Every step of a ReportLevels job, with everything that can go wrong at it. The table that this prints is
+// kept in docs/reliability.md.
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <regex>
+#include <thread>
+
+#include "tests/scheduler/one_printer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+const std::vector<std::string> STEPS = {
+    "probe",   "levels write", "levels drain", "levels read", "levels second read",
+    "between", "status write", "status drain", "status read", "status second read"};
+
+/// What is seen of a job.
+struct Outcome {
+  std::string end;     ///< the filter's: "exit 0", "signal 13"; "?" where nobody is left to tell
+  std::string level;   ///< marker-levels, "-" if it was not reported
+  std::string reason;  ///< the error raised, "-" if none
+  bool operator==(const Outcome&) const = default;
+};
+
+struct Row {
+  std::string step;
+  std::string fault;
+  Outcome expected;
+  Outcome seen = {};
+  bool next_report_is_true = false;
+  std::string queue = {};
+  int job = 0;
+};
+
+std::size_t index_of(const std::string& step) {
+  return static_cast<std::size_t>(std::ranges::find(STEPS, step) - STEPS.begin());
+}
+
+const std::string UNKNOWN = "0004";
+const std::string TRUE_REASON = "0008_2660";
+
+/// What the filter's rules make of a fault at a step.
+Outcome expected_outcome(const std::string& step, const std::string& fault) {
+  const std::size_t index = index_of(step);
+  const bool before_status = index < index_of("between");
+  if (fault == "job cancelled") {
+    return {"signal 15", "*", "*"};
+  }
+  if (fault == "scheduler killed") {
+    return {"?", "*", "*"};
+  }
+  if (fault == "log full and slow") {
+    return {"exit 0", "50", TRUE_REASON};
+  }
+  if (fault == "garbage") {
+    if (index < index_of("between")) {
+      return {"exit 0", "-1", UNKNOWN};
+    }
+    return {"exit 0", "50", step == "status second read" ? TRUE_REASON : UNKNOWN};
+  }
+  const std::string level = before_status ? "-2" : "50";
+  if (step == "probe" && fault != "silent" && fault != "closes") {
+    // Not known to be bidirectional: nothing is asked, and the state is left alone.
+    return {"exit 0", "-2", "-"};
+  }
+  if (fault == "dies" && index <= index_of("between")) {
+    return {"signal 13", level, "-"};
+  }
+  return {"exit 0", level, UNKNOWN};
+}
+
+/// A scheduler with the faulty backend and a queue for each row.
+class Matrix {
+ public:
+  explicit Matrix(const std::vector<std::string>& faults) {
+    fs::copy_file(FAULTY_BACKEND, scheduler.path() / "bin/backend/faulty");
+    fs::permissions(scheduler.path() / "bin/backend/faulty", fs::perms(0755));
+    fs::create_directory(plans());
+    fs::permissions(plans(), fs::perms::all);
+    for (const auto& fault : faults) {
+      for (const auto& step : STEPS) {
+        Row row{step, fault, expected_outcome(step, fault)};
+        row.queue = "q" + std::to_string(rows.size());
+        scheduler.add_queue(row.queue, "faulty:" + plan_of(row));
+        rows.push_back(row);
+      }
+    }
+  }
+
+  /// Sends every queue a job with its fault.
+  void send(const std::string& commands, const std::string& backend_fault = {}) {
+    for (auto& row : rows) {
+      std::ofstream(plan_of(row)) << row.step << '\n'
+                                  << (backend_fault.empty() ? row.fault : backend_fault) << '\n';
+      fs::permissions(plan_of(row), fs::perms(0666));
+      row.job = scheduler.send_commands(row.queue, commands);
+    }
+  }
+
+  void wait_until_reached() const {
+    for (const auto& row : rows) {
+      wait_for([&] { return fs::exists(plan_of(row) + ".reached"); }, row.step + " is reached");
+    }
+  }
+
+  void go_on() const {
+    for (const auto& row : rows) {
+      std::ofstream(plan_of(row) + ".go") << "";
+    }
+  }
+
+  /// Waits for the end of every filter, and notes how it ended and what a client then sees.
+  void see() {
+    for (auto& row : rows) {
+      wait_for([&] { return !(row.seen.end = filter_end(row.job)).empty(); },
+               row.step + ", " + row.fault + ": an end");
+    }
+    for (auto& row : rows) {
+      // The last lines of the log may still be on their way.
+      for (int i = 0; i < 100; ++i) {
+        look(row);
+        if (matches(row.seen, row.expected)) {
+          break;
+        }
+        std::this_thread::sleep_for(milliseconds(50));
+      }
+    }
+  }
+
+  /// Ends what the fault left waiting, and sees whether the next job tells the truth and nothing is left.
+  void finish() {
+    for (auto& row : rows) {
+      if (scheduler.job_state(row.job) < IPP_JSTATE_CANCELED) {
+        scheduler.cancel_job(row.job);
+      }
+      EXPECT_GE(scheduler.wait_for_job(row.job, std::chrono::seconds(60)), IPP_JSTATE_CANCELED);
+    }
+    EXPECT_EQ(processes_left(), 0U);
+    for (auto& row : rows) {
+      row.job = scheduler.send_commands(row.queue, "ReportLevels\n");
+    }
+    for (auto& row : rows) {
+      const auto state = scheduler.wait_for_job(row.job, std::chrono::seconds(60));
+      const auto view = scheduler.view(row.queue);
+      row.next_report_is_true =
+          state == IPP_JSTATE_COMPLETED && view.marker == HALF_USED && view.reasons == ERROR_2660;
+    }
+    EXPECT_EQ(processes_left(), 0U);
+    std::size_t files = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(scheduler.path() / "tmp")) {
+      files += entry.is_regular_file();
+    }
+    EXPECT_EQ(files, 0U) << "in the filters' folder for temporary files";
+  }
+
+  static bool matches(const Outcome& seen, const Outcome& expected) {
+    const auto same = [](const std::string& a, const std::string& b) { return b == "*" || a == b; };
+    return same(seen.end, expected.end) && same(seen.level, expected.level) &&
+           same(seen.reason, expected.reason);
+  }
+
+  /// Looks at the queue as a client.
+  void look(Row& row) const {
+    const auto view = scheduler.view(row.queue);
+    row.seen.level = view.marker.contains("marker-levels") ? view.marker.at("marker-levels") : "-";
+    row.seen.reason = view.reasons.empty() ? "-" : "";
+    for (const auto& reason : view.reasons) {
+      row.seen.reason +=
+          (row.seen.reason.empty() ? "" : " ") + reason.substr(sizeof "com.brenvellis-error" - 1);
+    }
+  }
+
+  /// How the scheduler says that the job's filter ended; empty if it has not.
+  [[nodiscard]] std::string filter_end(int job) const {
+    static const std::regex exited(R"(PID \d+ \(\S*/commandtobrenvellis\) exited with no errors\.)");
+    // "was terminated normally with", "crashed on" or "did not catch or ignore".
+    static const std::regex crashed(R"(PID \d+ \(\S*/commandtobrenvellis\) .* signal (\d+)\.)");
+    static const std::regex stopped(R"(PID \d+ \(\S*/commandtobrenvellis\) stopped with status (\d+).*)");
+    for (const auto& line : scheduler.job_log(job)) {
+      std::smatch part;
+      if (std::regex_match(line, exited)) {
+        return "exit 0";
+      }
+      if (std::regex_match(line, part, crashed)) {
+        return "signal " + part[1].str();
+      }
+      if (std::regex_match(line, part, stopped)) {
+        return "exit " + part[1].str();
+      }
+    }
+    return "";
+  }
+
+  /// The filters and backends of this scheduler that run, after they have had time to end.
+  [[nodiscard]] std::size_t processes_left() const {
+    std::size_t left = 0;
+    for (int i = 0; i < 200; ++i) {
+      left = 0;
+      for (const auto& entry : fs::directory_iterator("/proc")) {
+        std::error_code gone;
+        const auto program = fs::read_symlink(entry.path() / "exe", gone);
+        left += !gone && program.string().starts_with((scheduler.path() / "bin").string());
+      }
+      if (left == 0) {
+        break;
+      }
+      std::this_thread::sleep_for(milliseconds(50));
+    }
+    return left;
+  }
+
+  static void wait_for(const std::function<bool()>& condition, const std::string& what) {
+    for (int i = 0; i < 900; ++i) {
+      if (condition()) {
+        return;
+      }
+      std::this_thread::sleep_for(milliseconds(100));
+    }
+    ADD_FAILURE() << "waited in vain until " << what;
+  }
+
+  [[nodiscard]] fs::path plans() const { return scheduler.path() / "plans"; }
+  [[nodiscard]] std::string plan_of(const Row& row) const { return (plans() / row.queue).string(); }
+
+  PrivateScheduler scheduler;
+  std::vector<Row> rows;
+};
+
+using Rows = std::vector<Row>;
+
+Rows backend_and_printer_faults() {
+  Matrix matrix({"dies", "stalls", "silent", "closes", "garbage", "late"});
+  matrix.send("ReportLevels\n");
+  matrix.see();
+  for (const auto& row : matrix.rows) {
+    if (row.fault == "late" && row.step == "levels read") {
+      const auto log = matrix.scheduler.job_log(row.job);
+      EXPECT_NE(std::ranges::find(log, "[STS] size=26"), log.end())
+          << "the late bytes are read by the next query";
+    }
+  }
+  matrix.finish();
+  return matrix.rows;
+}
+
+Rows cancelled_jobs() {
+  Matrix matrix({"job cancelled"});
+  matrix.send("ReportLevels\n", "waits");
+  matrix.wait_until_reached();
+  for (const auto& row : matrix.rows) {
+    matrix.scheduler.cancel_job(row.job);
+  }
+  matrix.see();
+  matrix.finish();
+  return matrix.rows;
+}
+
+Rows killed_scheduler() {
+  Matrix matrix({"scheduler killed"});
+  // Left alone, the scheduler keeps what is new for half a minute before it saves it.
+  std::ofstream(matrix.scheduler.path() / "etc/cupsd.conf", std::ios::app) << "DirtyCleanInterval 0\n";
+  matrix.scheduler.restart(SIGTERM);
+  matrix.send("ReportLevels\n", "waits");
+  matrix.wait_until_reached();
+  matrix.scheduler.restart(SIGKILL);
+  matrix.go_on();
+  for (auto& row : matrix.rows) {
+    // The new scheduler finds the job in its spool and runs it again.
+    EXPECT_EQ(matrix.scheduler.wait_for_job(row.job, std::chrono::seconds(60)), IPP_JSTATE_COMPLETED);
+    matrix.look(row);
+    row.seen.end = "?";
+  }
+  matrix.finish();
+  return matrix.rows;
+}
+
+Rows slow_log() {
+  Matrix matrix({"log full and slow"});
+  std::string commands;
+  for (int i = 0; i < 30; ++i) {
+    commands += "ReportLevels\n";
+  }
+  matrix.send(commands, "waits");
+  matrix.wait_until_reached();
+  // Nobody reads the log now, and 30 reports are more than a pipe holds.
+  kill(matrix.scheduler.pid(), SIGSTOP);
+  matrix.go_on();
+  std::this_thread::sleep_for(std::chrono::seconds(4));
+  EXPECT_EQ(matrix.scheduler.running_filters().size(), matrix.rows.size())
+      << "every filter waits for its log";
+  kill(matrix.scheduler.pid(), SIGCONT);
+  matrix.see();
+  matrix.finish();
+  return matrix.rows;
+}
+
+TEST(FaultMatrix, EveryFaultAtEveryStepEndsAsItShouldAndTheNextReportIsTrue) {
+  std::vector<std::future<Rows>> groups;
+  for (const auto group : {backend_and_printer_faults, cancelled_jobs, killed_scheduler, slow_log}) {
+    groups.push_back(std::async(std::launch::async, group));
+  }
+  printf("| fault | step | filter's end | level | reason | next report |\n|---|---|---|---|---|---|\n");
+  for (auto& group : groups) {
+    for (const auto& row : group.get()) {
+      EXPECT_TRUE(Matrix::matches(row.seen, row.expected))
+          << row.fault << " at " << row.step << ": expected " << row.expected.end << ", "
+          << row.expected.level << ", " << row.expected.reason;
+      EXPECT_TRUE(row.next_report_is_true) << row.fault << " at " << row.step;
+      printf("| %s | %s | %s | %s | %s | %s |\n", row.fault.c_str(), row.step.c_str(), row.seen.end.c_str(),
+             row.seen.level.c_str(), row.seen.reason.c_str(), row.next_report_is_true ? "true" : "WRONG");
+    }
+  }
+}
+
+/// A filter that finds its standard error closed, once.
+class ClosedLog : public OnePrinter {
+ protected:
+  ClosedLog() {
+    const fs::path filter = scheduler.path() / "bin/filter/commandtobrenvellis";
+    fs::rename(filter, filter.string() + ".real");
+    std::ofstream(once) << "";
+    std::ofstream(filter) << "#!/bin/sh\n[ -e " << once.string() << " ] && exec " << filter.string()
+                          << ".real \"$@\" 2>&-\nexec " << filter.string() << ".real \"$@\"\n";
+    fs::permissions(filter, fs::perms(0755));
+  }
+
+  const fs::path once = scheduler.path() / "once";
+};
+
+TEST_F(ClosedLog, HasNoReportAndTheNextOneIsTrue) {
+  const auto view = scheduler.report("booth");
+  EXPECT_EQ(view.reasons, NO_REASON);
+  EXPECT_TRUE(view.marker.empty());
+  EXPECT_EQ(printer.requests().size(), 2U) << "both exchanges take place";
+
+  fs::remove(once);
+  const auto next = scheduler.report("booth");
+  EXPECT_EQ(next.reasons, ERROR_2660);
+  EXPECT_EQ(next.marker, HALF_USED);
+}
+
+}  // namespace

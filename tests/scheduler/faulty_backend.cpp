@@ -1,0 +1,181 @@
+// A backend with a printer in it that answers as the real ones do, and once, at one step of a job, has a
+// fault. The device URI is "faulty:FILE"; the file holds a step and a fault and is renamed to FILE.done when
+// the fault happens, so that the next job finds none.
+
+#include <cups/cups.h>
+#include <cups/sidechannel.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "tests/support/expected_log.h"
+
+namespace {
+
+std::string plan_file;
+std::string planned_step;
+std::string planned_fault;
+bool silent = false;  ///< the printer sends nothing any more
+bool closed = false;  ///< nor does it take anything
+std::string taken;    ///< from the filter, and not yet answered
+
+void pause_ms(int milliseconds) {
+  usleep(static_cast<useconds_t>(milliseconds) * 1000);
+}
+
+/// Sends bytes to the filter when it has read those before, or has had the time to.
+void send(const std::string& bytes) {
+  for (int i = 0; i < 300; ++i) {
+    int unread = 0;
+    if (ioctl(3, FIONREAD, &unread) != 0 || unread == 0) {
+      break;
+    }
+    pause_ms(10);
+  }
+  if (!silent) {
+    cupsBackChannelWrite(bytes.data(), bytes.size(), 1.0);
+  }
+}
+
+void wait_for_the_test() {
+  std::ofstream(plan_file + ".reached") << "";
+  while (!std::filesystem::exists(plan_file + ".go")) {
+    pause_ms(10);
+  }
+}
+
+/// Every step of a job passes here; at the planned one the planned fault happens. A printer that is late is
+/// later than the filter waits at this step.
+void at(const std::string& step, int late_ms) {
+  if (step != planned_step) {
+    return;
+  }
+  planned_step.clear();
+  std::filesystem::rename(plan_file, plan_file + ".done");
+  if (planned_fault == "dies") {
+    std::raise(SIGKILL);
+  } else if (planned_fault == "stalls") {
+    for (;;) {
+      pause();
+    }
+  } else if (planned_fault == "silent") {
+    silent = true;
+  } else if (planned_fault == "closes") {
+    silent = closed = true;
+  } else if (planned_fault == "garbage") {
+    send(std::string(40, '\xff'));
+  } else if (planned_fault == "late") {
+    pause_ms(late_ms);
+  } else if (planned_fault == "waits") {
+    wait_for_the_test();
+  }
+}
+
+void take_what_the_filter_wrote() {
+  std::array<char, 4096> bytes{};
+  const ssize_t count = read(0, bytes.data(), bytes.size());
+  if (count > 0) {
+    taken.append(bytes.data(), static_cast<std::size_t>(count));
+  } else {
+    std::exit(0);  // The filter has ended.
+  }
+}
+
+bool filter_wrote() {
+  pollfd input = {0, POLLIN, 0};
+  return poll(&input, 1, 0) == 1;
+}
+
+void reply(const std::string& name, const std::string& bytes) {
+  at(name + " read", 2500);
+  send(bytes.substr(0, 10));
+  at(name + " second read", 2500);
+  if (name == "levels" && planned_step == "between") {
+    // Nobody must write to a backend that is about to die.
+    if (planned_fault == "dies") {
+      close(0);
+    }
+    send(bytes.substr(10));
+    at("between", 6500);
+  } else {
+    send(bytes.substr(10));
+  }
+}
+
+void answer_the_requests() {
+  while (!taken.empty()) {
+    const bool levels = taken.starts_with(LEVELS_REQUEST);
+    if (!levels && !taken.starts_with(STATUS_REQUEST)) {
+      fprintf(stderr, "ERROR: the filter sent something else\n");
+      std::exit(1);
+    }
+    taken.erase(0, levels ? LEVELS_REQUEST.size() : STATUS_REQUEST.size());
+    if (levels) {
+      reply("levels", levels_reply(200, 400, 2));
+    } else {
+      reply("status", status_reply(0x2660));
+    }
+  }
+}
+
+void serve_side_channel(int& drains) {
+  cups_sc_command_t command{};
+  cups_sc_status_t status{};
+  std::array<char, 512> data{};
+  int length = data.size();
+  if (cupsSideChannelRead(&command, &status, data.data(), &length, 1.0) != 0) {
+    return;
+  }
+  if (command == CUPS_SC_CMD_GET_BIDI) {
+    at("probe", 31000);
+    data[0] = CUPS_SC_BIDI_SUPPORTED;
+    cupsSideChannelWrite(command, CUPS_SC_STATUS_OK, data.data(), 1, 1.0);
+    return;
+  }
+  at(++drains == 1 ? "levels drain" : "status drain", 6500);
+  if (filter_wrote()) {
+    take_what_the_filter_wrote();
+  }
+  cupsSideChannelWrite(command, closed ? CUPS_SC_STATUS_IO_ERROR : CUPS_SC_STATUS_OK, nullptr, 0, 1.0);
+  answer_the_requests();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 6) {
+    return 0;
+  }
+  const char* uri = std::getenv("DEVICE_URI");
+  plan_file = std::string(uri != nullptr ? uri : argv[0]).substr(sizeof "faulty:" - 1);
+  std::ifstream plan(plan_file);
+  std::getline(plan, planned_step);
+  std::getline(plan, planned_fault);
+
+  int drains = 0;
+  int writes = 0;
+  for (;;) {
+    std::array<pollfd, 2> events = {{{0, POLLIN, 0}, {CUPS_SC_FD, POLLIN, 0}}};
+    poll(events.data(), events.size(), -1);
+    if (events[0].revents != 0) {
+      if ((events[0].revents & POLLIN) != 0) {
+        ++writes;
+        at(writes == 1 ? "levels write" : "status write", 6500);
+      }
+      take_what_the_filter_wrote();
+    }
+    if ((events[1].revents & POLLIN) != 0) {
+      serve_side_channel(drains);
+    } else if (events[1].revents != 0) {
+      return 0;
+    }
+  }
+}
