@@ -9,7 +9,7 @@ if(BRENVELLIS_WERROR)
   add_compile_options(-Werror)
 endif()
 
-add_compile_options(-fstack-protector-strong)
+add_compile_options(-fstack-protector-strong -ffunction-sections -fdata-sections)
 add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
 
 if(BRENVELLIS_SANITIZE)
