@@ -42,7 +42,9 @@ std::int64_t bits_per_pixel(const tagLNBandImageParams& band) {
     std::raise(SIGFPE);
     std::abort();
   }
-  return product(magnitude(band.stride) / width(band), 8);
+  const std::int64_t bytes = magnitude(band.stride);
+  // The smallest number, which is its own magnitude, divided by -1 would end the process as well.
+  return product(width(band) == -1 ? difference(0, bytes) : bytes / width(band), 8);
 }
 
 Piece number_text(std::int64_t number) {

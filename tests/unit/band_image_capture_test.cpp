@@ -244,6 +244,12 @@ TEST(TemplateExpansion, TheGreatestNumbersWrapRound) {
   EXPECT_EQ(expand("%W %H %B", &band).text, "-9223372036854775807 1 8");
 }
 
+TEST(TemplateExpansion, TheSmallestStrideDividedByMinusOneWrapsRound) {
+  const tagLNBandImageParams band = {
+      .data = nullptr, .stride = INT64_MIN, .left = 1, .top = 0, .right = 0, .bottom = 1};
+  EXPECT_EQ(expand("%B", &band).text, "0");
+}
+
 TEST(TemplateExpansion, WithoutABandItsSizesAreZero) {
   EXPECT_EQ(expand("%Wx%H_%B"), (Expansion{true, "0x0_0"}));
 }
