@@ -129,7 +129,7 @@ void monitor_table(const std::vector<int>& counts, const std::vector<int>& delay
   std::printf(
       "| queues | each printer answers after, ms | monitor, s: median (quartiles) | against two such answers "
       "| "
-      "CPU of the monitor, ms | peak memory, KiB | rounds with a late answer "
+      "CPU of the monitor, ms | peak memory, KiB | rounds in which a queue was not read "
       "|\n|--:|--:|--:|--:|--:|--:|--:|\n");
   for (const int count : counts) {
     const Fleet fleet(count);
@@ -141,7 +141,7 @@ void monitor_table(const std::vector<int>& counts, const std::vector<int>& delay
       std::vector<double> wall;
       std::vector<double> cpu;
       Cost last;
-      int late = 0;
+      int not_read = 0;
       for (int round = 0; round < rounds; ++round) {
         std::string text;
         int exit_status = 0;
@@ -149,15 +149,16 @@ void monitor_table(const std::vector<int>& counts, const std::vector<int>& delay
         if (text.find("\"refreshed\"") == std::string::npos) {
           give_up("the monitor refreshed no queue");
         }
-        // On a busy machine a printer's answer may come after the second that the filter waits for it.
-        late += exit_status == 0 ? 0 : 1;
+        // On a busy machine a printer's answer may come after the second that the filter waits for it; that
+        // is told in the table.
+        not_read += exit_status == 0 ? 0 : 1;
         wall.push_back(last.wall);
         cpu.push_back(last.cpu * 1e3);
       }
       const Spread seconds = spread(wall);
       std::printf("| %d | %d | %.2f (%.2f to %.2f) | %+.2f s | %.0f | %ld | %d |\n", count, delay,
                   seconds.median, seconds.low, seconds.high, seconds.median - 2e-3 * delay,
-                  spread(cpu).median, last.peak, late);
+                  spread(cpu).median, last.peak, not_read);
       std::fflush(stdout);
     }
   }
