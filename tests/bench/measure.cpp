@@ -84,12 +84,15 @@ pid_t spawn(const std::vector<std::string>& words, const std::vector<std::string
   return child;
 }
 
-Cost cost_of(pid_t child, double start, const std::string& name) {
+/// @param exit_status  gets it; if null, anything but 0 ends this process.
+Cost cost_of(pid_t child, double start, const std::string& name, int* exit_status = nullptr) {
   int status = 0;
   rusage use{};
   check(wait4(child, &status, 0, &use) == child, "wait4");
   const double end = now();
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+  if (exit_status != nullptr && WIFEXITED(status)) {
+    *exit_status = WEXITSTATUS(status);
+  } else if (status != 0) {
     give_up(name + " ended with wait status " + std::to_string(status));
   }
   // A program starts with the memory of who started it in its books.
@@ -203,14 +206,14 @@ Cost run_plain(const std::vector<std::string>& program, const std::vector<std::s
   return cost;
 }
 
-Cost run_for_output(const std::vector<std::string>& program, std::string& output) {
+Cost run_for_output(const std::vector<std::string>& program, std::string& output, int& exit_status) {
   const Ends pipe = pipe_to_us();
   const double start = now();
   const pid_t child = spawn(program, {}, {{1, pipe.theirs}});
   close(pipe.theirs);
   while (take(pipe.ours, &output)) {
   }
-  const Cost cost = cost_of(child, start, program[0]);
+  const Cost cost = cost_of(child, start, program[0], &exit_status);
   close(pipe.ours);
   return cost;
 }

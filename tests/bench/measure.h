@@ -30,8 +30,8 @@ Cost run_job(const Job& job, std::string* log = nullptr);
 /// Runs any program to its end, its standard output and error going to /dev/null; the same otherwise.
 Cost run_plain(const std::vector<std::string>& program, const std::vector<std::string>& environment = {});
 
-/// The same with its standard output as text.
-Cost run_for_output(const std::vector<std::string>& program, std::string& output);
+/// The same with its standard output as text, whatever its exit status is.
+Cost run_for_output(const std::vector<std::string>& program, std::string& output, int& exit_status);
 
 /// Seconds of an unspecified but steady clock.
 double now();
