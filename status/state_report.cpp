@@ -72,8 +72,8 @@ void report(const PrinterState& state, std::span<const PrinterStateReason> table
   }
 
   for (auto first = sorted.begin(); first != sorted.end();) {
-    const auto next =
-        std::find_if(std::next(first), sorted.end(), [&](const auto& other) { return other.keyword != first->keyword; });
+    const auto next = std::find_if(std::next(first), sorted.end(),
+                                   [&](const auto& other) { return other.keyword != first->keyword; });
     const bool raised = (!matched && first->keyword == FALLBACK_REASON) ||
                         std::any_of(first, next, [&](const auto& of) { return matches(state, *of.row); });
     if (!raised) {
