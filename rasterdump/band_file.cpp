@@ -20,6 +20,23 @@ std::string expand(const std::string& templ, const tagLNBandImageParams& band) {
   return name;
 }
 
+/// @return why the file of this name is not to be replaced; null if it may be, or does not exist.
+const char* refusal(const std::string& name, int input) {
+  struct stat file = {};
+  if (stat(name.c_str(), &file) != 0) {
+    return nullptr;
+  }
+  // Opening a folder fails by itself, and the system's text says more.
+  if (!S_ISREG(file.st_mode) && !S_ISDIR(file.st_mode)) {
+    return "not a regular file";
+  }
+  struct stat stream = {};
+  if (fstat(input, &stream) == 0 && file.st_dev == stream.st_dev && file.st_ino == stream.st_ino) {
+    return "this is the input";
+  }
+  return nullptr;
+}
+
 /// A small band reaches the disk when its file is closed, where save_image_as_raw() no longer looks.
 bool is_shorter_than(const std::string& name, const tagLNBandImageParams& band) {
   struct stat file = {};
@@ -29,11 +46,15 @@ bool is_shorter_than(const std::string& name, const tagLNBandImageParams& band) 
 
 }  // namespace
 
-BandFile save_band(const std::string& templ, const tagLNBandImageParams& band) {
+BandFile save_band(const std::string& templ, const tagLNBandImageParams& band, int input) {
   BandFile result{.name = expand(templ, band), .error = {}};
   if (result.name.size() > LONGEST_NAME) {
     result.error = "the template makes a name of " + std::to_string(result.name.size()) + " bytes, at most " +
                    std::to_string(LONGEST_NAME) + " are possible";
+    return result;
+  }
+  if (const char* why = refusal(result.name, input); why != nullptr) {
+    result.error = why;
     return result;
   }
   // The name holds no percent sign any more, and as a template stands for itself.

@@ -10,7 +10,8 @@ struct BandFile {
   std::string error;  ///< empty if the band was saved
 };
 
-/// Saves a band with save_image_as_raw().
+/// Saves a band with save_image_as_raw(), but not over the input, nor to a device, pipe or socket.
 ///
 /// @param templ  the file's name, see format_string_util().
-BandFile save_band(const std::string& templ, const tagLNBandImageParams& band);
+/// @param input  the descriptor that the band was read from.
+BandFile save_band(const std::string& templ, const tagLNBandImageParams& band, int input);

@@ -107,7 +107,7 @@ ExitStatus capture_page(RasterStream& stream, std::uint64_t page, const Options&
           .right = stream.header().cupsWidth,
           .bottom = static_cast<std::int64_t>(top + got),
       };
-      const BandFile file = save_band(options.capture, band);
+      const BandFile file = save_band(options.capture, band, stream.descriptor());
       if (!file.error.empty()) {
         fprintf(stderr,
                 "brenvellis-rasterdump: page %" PRIu64 ", lines %" PRIu64 " to %" PRIu64

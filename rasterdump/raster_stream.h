@@ -28,6 +28,7 @@ class RasterStream {
   bool open();
   /// Reads the next page's header; all pixels of the page before must have been read.
   Next next_page();
+  [[nodiscard]] int descriptor() const { return descriptor_; }
   [[nodiscard]] const cups_page_header2_t& header() const { return header_; }
   /// The lines that the page has in the stream: in planar order each colour has its own.
   [[nodiscard]] std::uint64_t lines() const;

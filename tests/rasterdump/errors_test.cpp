@@ -1,8 +1,11 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <random>
@@ -195,7 +198,7 @@ TEST_F(Rasterdump, SpoiledStreamsNeverCrash) {
         spoiled[std::min(random() % 2 == 0 ? in_header : in_pixels, whole.size() - 1)] =
             static_cast<char>(random() % 3 == 0 ? 0xff : random() % 256);
       }
-      EXPECT_THAT(run({"--bands", "3", "--capture", "/dev/null"}, spoiled).exit_status, AnyOf(Eq(0), Eq(1)))
+      EXPECT_THAT(run({"--bands", "3", "--capture", path("band")}, spoiled).exit_status, AnyOf(Eq(0), Eq(1)))
           << "mode " << mode << " round " << i;
     }
   }
@@ -206,25 +209,78 @@ TEST_F(Rasterdump, AFolderForTheBandsThatDoesNotExistIsNamed) {
          "page 1, lines 0 to 7: cannot save " + path("no/0000.raw") + ": No such file or directory");
 }
 
-TEST_F(Rasterdump, AFullDiskIsNamed) {
-  expect(run({"--quiet", "--bands", "8", "--capture", "/dev/full"}, uncompressed({make_page(1000, 8)})),
-         OUTPUT, "page 1, lines 0 to 7: cannot save /dev/full: No space left on device");
+/// LittleSpace stands in for a disk with little space left, and is a started program's by inheritance.
+class LittleSpace {
+ public:
+  LittleSpace() {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit = {100, before_.rlim_max};
+    std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~LittleSpace() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, SIG_DFL);
+  }
+  LittleSpace(const LittleSpace&) = delete;
+  LittleSpace& operator=(const LittleSpace&) = delete;
+
+ private:
+  rlimit before_ = {};
+};
+
+TEST_F(Rasterdump, ABandThatFindsNoSpaceIsNamed) {
+  const std::string stream = uncompressed({make_page(1000, 8)});
+  ProgramResult result;
+  {
+    const LittleSpace little_space;
+    result = run({"--quiet", "--bands", "8", "--capture", path("%C.raw")}, stream);
+  }
+  expect(result, OUTPUT, "page 1, lines 0 to 7: cannot save " + path("0000.raw") + ": File too large");
 }
 
 TEST_F(Rasterdump, ASmallBandThatNeverReachesTheDiskIsNoticed) {
-  // The limit stands in for a disk with little space left, and is the program's by inheritance.
-  rlimit before = {};
-  getrlimit(RLIMIT_FSIZE, &before);
-  const rlimit limit = {100, before.rlim_max};
   const std::string stream = uncompressed(PAGE);
-  std::signal(SIGXFSZ, SIG_IGN);
-  setrlimit(RLIMIT_FSIZE, &limit);
-  const ProgramResult result = run({"--quiet", "--bands", "8", "--capture", path("%C.raw")}, stream);
-  setrlimit(RLIMIT_FSIZE, &before);
-  std::signal(SIGXFSZ, SIG_DFL);
+  ProgramResult result;
+  {
+    const LittleSpace little_space;
+    result = run({"--quiet", "--bands", "8", "--capture", path("%C.raw")}, stream);
+  }
   expect(
       result, OUTPUT,
       "page 1, lines 0 to 7: cannot save " + path("0000.raw") + ": not written in full; is the disk full?");
+}
+
+TEST_F(Rasterdump, ABandNeverReplacesTheInput) {
+  const std::string stream = uncompressed(PAGE);
+  const std::string input = file(stream);
+  ASSERT_EQ(link(input.c_str(), path("other.raw").c_str()), 0);
+  expect(run({"--quiet", "--bands", "20", "--capture", path("other.raw"), input}), OUTPUT,
+         "page 1, lines 0 to 19: cannot save " + path("other.raw") + ": this is the input");
+  EXPECT_THAT(bands(), ElementsAre(Pair("other.raw", stream)));
+}
+
+TEST_F(Rasterdump, ABandNeverReplacesTheFileBehindStandardInput) {
+  const std::string stream = uncompressed(PAGE);
+  const std::string name = file(stream, "stream.raw");
+  const int input = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+  ChildProcess child({{RASTERDUMP_PROGRAM, "--quiet", "--bands", "20", "--capture", name}, {{0, input}}, {}});
+  close(input);
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), OUTPUT);
+  EXPECT_THAT(bands(), ElementsAre(Pair("stream.raw", stream)));
+}
+
+TEST_F(Rasterdump, ABandGoesToNoPipe) {
+  const std::string pipe = path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  // With a reader, opening it would not wait.
+  const int reader = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+  expect(run({"--quiet", "--bands", "20", "--capture", pipe}, uncompressed(PAGE)), OUTPUT,
+         "page 1, lines 0 to 19: cannot save " + pipe + ": not a regular file");
+  struct stat after = {};
+  fstat(reader, &after);
+  close(reader);
+  EXPECT_EQ(after.st_mode & 07777U, 0600U);
 }
 
 TEST_F(Rasterdump, TheBandsBeforeAnOutputErrorAreKept) {

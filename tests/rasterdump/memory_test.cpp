@@ -17,6 +17,9 @@ namespace {
 
 constexpr std::uint64_t SIZE = 2ULL << 30U;
 
+/// Stands for the path of a file in the test's folder.
+constexpr const char* BAND = "BAND";
+
 struct MemoryCase {
   const char* name;
   unsigned width;
@@ -42,6 +45,7 @@ TEST_P(Memory, StaysAtOneBand) {
   const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
   std::vector<std::string> arguments = {RASTERDUMP_PROGRAM, "--quiet"};
   arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+  std::replace(arguments.begin(), arguments.end(), std::string(BAND), path("band"));
   ChildProcess child({arguments, {{0, input[0]}, {1, nothing}}, {}});
   close(input[0]);
   close(nothing);
@@ -61,12 +65,11 @@ TEST_P(Memory, StaysAtOneBand) {
   EXPECT_LT(usage.ru_maxrss, 32 * 1024);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    OfAPageOfTwoGigabytes, Memory,
-    testing::Values(MemoryCase{"InBands", 10000, {"--bands", "256", "--capture", "/dev/null"}},
-                    MemoryCase{"WithoutBands", 10000, {}},
-                    // Each line is longer than the memory that may be used.
-                    MemoryCase{"OfLongLines", 16 << 20, {}}),
-    [](const auto& the_case) { return the_case.param.name; });
+INSTANTIATE_TEST_SUITE_P(OfAPageOfTwoGigabytes, Memory,
+                         testing::Values(MemoryCase{"InBands", 10000, {"--bands", "256", "--capture", BAND}},
+                                         MemoryCase{"WithoutBands", 10000, {}},
+                                         // Each line is longer than the memory that may be used.
+                                         MemoryCase{"OfLongLines", 16 << 20, {}}),
+                         [](const auto& the_case) { return the_case.param.name; });
 
 }  // namespace
