@@ -16,6 +16,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "debug/page_header_dump.h"
 #include "rasterdump/band_file.h"
@@ -171,7 +172,22 @@ ExitStatus dump_stream(int descriptor, const Options& options) {
   }
 }
 
+ExitStatus refuse(const std::string& why) {
+  fprintf(stderr, "brenvellis-rasterdump: %s\nRun with --help for more information.\n", why.c_str());
+  return EXIT_USAGE;
+}
+
 ExitStatus run(int argc, char** argv) {
+  // CLI11 would take the next argument for the value.
+  for (const std::string_view argument : std::span(argv, static_cast<std::size_t>(argc))) {
+    if (argument == "--") {
+      break;
+    }
+    if (argument == "--bands=" || argument == "--capture=" || argument == "--page=") {
+      return refuse(std::string(argument) + " has no value");
+    }
+  }
+
   Options options;
   CLI::App app(
       "Reads a CUPS raster stream, writes each page's header to standard error, and saves the pixels in "
@@ -187,7 +203,8 @@ ExitStatus run(int argc, char** argv) {
                      "Save each band, without a header, to the file of this name; in it stand\n"
                      "%W for the width, %H for the height, %B for bits per pixel,\n"
                      "%C for a running number, %T for the time")
-          ->type_name("TEMPLATE");
+          ->type_name("TEMPLATE")
+          ->check([](const std::string& text) { return text.empty() ? "the template is empty" : ""; });
   bands->needs(capture);
   capture->needs(bands);
   app.add_option("--page", options.page, "Only the page of this number, from 1")
@@ -198,7 +215,11 @@ ExitStatus run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    if (error.get_exit_code() == 0) {
+      app.exit(error);
+      return EXIT_OK;
+    }
+    return refuse(error.what());
   }
 
   if (options.file == "-") {

@@ -31,7 +31,7 @@ class WrongUsage : public Rasterdump, public testing::WithParamInterface<UsageCa
 TEST_P(WrongUsage, HasAStatusOfItsOwnAndSaysWhy) {
   const ProgramResult result = run(GetParam().arguments);
   EXPECT_EQ(result.exit_status, 2);
-  EXPECT_NE(result.errors, "");
+  EXPECT_THAT(result.errors, testing::StartsWith("brenvellis-rasterdump: "));
   EXPECT_EQ(result.output, "");
 }
 
@@ -43,9 +43,18 @@ INSTANTIATE_TEST_SUITE_P(
                     UsageCase{"NegativeRows", {"--bands=-1", "--capture", "a"}},
                     UsageCase{"RowsThatAreNoNumber", {"--bands", "x", "--capture", "a"}},
                     UsageCase{"TooManyRows", {"--bands", "4294967296", "--capture", "a"}},
+                    UsageCase{"AnEmptyTemplate", {"--bands", "8", "--capture", ""}},
+                    UsageCase{"NoTemplate", {"--bands", "8", "--capture=", "other.ras"}},
+                    UsageCase{"NoRowsBehindTheSign", {"--capture", "a", "--bands=", "8"}},
+                    UsageCase{"NoPageBehindTheSign", {"--page=", "1"}},
                     UsageCase{"PageZero", {"--page", "0"}}, UsageCase{"PageWithoutNumber", {"--page"}},
                     UsageCase{"AnUnknownOption", {"--verbose"}}, UsageCase{"TwoFiles", {"a", "b"}}),
     [](const auto& the_case) { return the_case.param.name; });
+
+TEST_F(Rasterdump, AFileMayBeNamedLikeAnOptionWithoutValue) {
+  EXPECT_EQ(run({"--", "--capture="}).errors,
+            "brenvellis-rasterdump: --capture=: No such file or directory\n");
+}
 
 TEST_F(Rasterdump, HelpNamesEveryOption) {
   const ProgramResult result = run({"--help"});
