@@ -235,11 +235,23 @@ ExitStatus run(int argc, char** argv) {
   return status;
 }
 
+/// @return EXIT_OUTPUT if all went well but not everything that was shown arrived, otherwise `status`.
+ExitStatus check_output(ExitStatus status) {
+  errno = 0;
+  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+    fprintf(stderr, "brenvellis-rasterdump: cannot write to standard output%s%s\n", errno != 0 ? ": " : "",
+            errno != 0 ? std::strerror(errno) : "");
+  } else if (ferror(stderr) == 0) {
+    return status;
+  }
+  return status == EXIT_OK ? EXIT_OUTPUT : status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    return run(argc, argv);
+    return check_output(run(argc, argv));
   } catch (const std::exception& error) {
     fprintf(stderr, "brenvellis-rasterdump: %s\n", error.what());
     return EXIT_INPUT;

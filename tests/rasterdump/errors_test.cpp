@@ -291,6 +291,38 @@ TEST_F(Rasterdump, TheBandsBeforeAnOutputErrorAreKept) {
   EXPECT_EQ(result.output, "written: 240 bytes.\n");
 }
 
+struct LostCase {
+  const char* name;
+  int descriptor;
+  std::vector<std::string> arguments;
+};
+
+class LostOutput : public Rasterdump, public testing::WithParamInterface<LostCase> {};
+
+TEST_P(LostOutput, IsAnError) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  std::vector<std::string> arguments = GetParam().arguments;
+  arguments.insert(arguments.begin(), RASTERDUMP_PROGRAM);
+  arguments.insert(arguments.end(),
+                   {"--bands", "20", "--capture", path("band.raw"), file(uncompressed(PAGE))});
+  ChildProcess child({arguments, {{GetParam().descriptor, full}}, {}});
+  close(full);
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), OUTPUT);
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, LostOutput,
+                         testing::Values(LostCase{"Headers", STDERR_FILENO, {}},
+                                         LostCase{"LinesForTheBands", STDOUT_FILENO, {"--quiet"}},
+                                         LostCase{"Help", STDOUT_FILENO, {"--help"}}),
+                         [](const auto& the_case) { return the_case.param.name; });
+
+TEST_F(Rasterdump, AFullStandardErrorThatNothingIsWrittenToIsNoError) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ChildProcess child({{RASTERDUMP_PROGRAM, "--quiet", file(uncompressed(PAGE))}, {{2, full}}, {}});
+  close(full);
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), 0);
+}
+
 TEST_F(Rasterdump, ATemplateThatMakesTooLongANameIsNotCut) {
   std::string templ = path("");
   templ.resize(1020, '/');
