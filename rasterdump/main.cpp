@@ -39,11 +39,27 @@ struct FreeMemory {
   void operator()(unsigned char* memory) const { std::free(memory); }
 };
 
+/// A stream may come from anywhere, and its strings must not command the terminal. Beyond ASCII there are
+/// control bytes as well, and no character set is known.
+void keep_printable(std::span<char> string) {
+  for (char& byte : string) {
+    if (byte != '\0' && (byte < ' ' || byte > '~')) {
+      byte = '?';
+    }
+  }
+}
+
 /// The beginning of every page header is laid out as that of version 1, which is what can be dumped.
 void dump_header(const cups_page_header2_t& header) {
   static_assert(offsetof(cups_page_header_t, cupsRowStep) == offsetof(cups_page_header2_t, cupsRowStep));
   cups_page_header_t first_version;
   std::memcpy(&first_version, &header, sizeof first_version);
+  if (isatty(STDERR_FILENO) == 1) {
+    keep_printable(first_version.MediaClass);
+    keep_printable(first_version.MediaColor);
+    keep_printable(first_version.MediaType);
+    keep_printable(first_version.OutputType);
+  }
   dump(&first_version);
 }
 

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstring>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -69,6 +70,47 @@ TEST_F(Rasterdump, VersionIsThePackagesVersion) {
   const ProgramResult result = run({"--version"});
   EXPECT_EQ(result.exit_status, 0);
   EXPECT_EQ(result.output, "brenvellis-rasterdump " BRENVELLIS_VERSION "\n");
+}
+
+/// A page with a byte that commands a terminal in each of its strings, at both ends.
+Page page_with_control_bytes() {
+  Page page = make_page(10, 2);
+  for (char* string :
+       {page.header.MediaClass, page.header.MediaColor, page.header.MediaType, page.header.OutputType}) {
+    std::memset(string, '~', 64);
+    string[0] = '\033';
+    string[1] = '\x7f';
+    string[2] = ' ';
+    string[63] = '\x9b';
+  }
+  return page;
+}
+
+TEST_F(Rasterdump, ATerminalGetsNoControlBytesOfTheStream) {
+  int terminal = -1;
+  int program_end = -1;
+  ASSERT_EQ(openpty(&terminal, &program_end, nullptr, nullptr, nullptr), 0);
+  const std::string stream = file(write_first_version({page_with_control_bytes()}));
+  ChildProcess child({{RASTERDUMP_PROGRAM, stream}, {{2, program_end}}, {}});
+  close(program_end);
+
+  std::string shown;
+  std::array<char, 4096> buffer{};
+  ssize_t count = 0;
+  while ((count = read(terminal, buffer.data(), buffer.size())) > 0) {
+    shown.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  close(terminal);
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), 0);
+  const std::string string = "=?? " + std::string(60, '~') + "?  ";
+  for (const char* name : {"__MediaClass", "__MediaColor", "__MediaType", "__OutputType"}) {
+    EXPECT_THAT(shown, HasSubstr(name + string));
+  }
+}
+
+TEST_F(Rasterdump, AFileGetsAHeadersStringsAsTheyAre) {
+  const std::vector<Page> pages = {page_with_control_bytes()};
+  EXPECT_EQ(run({}, write_first_version(pages)).errors, headers_of(pages));
 }
 
 TEST_F(Rasterdump, ALongStreamShowsItsProgressOnATerminal) {
