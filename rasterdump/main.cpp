@@ -251,6 +251,18 @@ ExitStatus run(int argc, char** argv) {
   return status;
 }
 
+/// A closed standard descriptor would be that of the next file opened, and a band would get the lines about
+/// it. What is put in its place can neither be read nor written.
+void fill_closed_descriptors() {
+  int descriptor = 0;
+  do {
+    descriptor = open("/", O_PATH | O_CLOEXEC);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor >= 0) {
+    close(descriptor);
+  }
+}
+
 /// @return EXIT_OUTPUT if all went well but not everything that was shown arrived, otherwise `status`.
 ExitStatus check_output(ExitStatus status) {
   errno = 0;
@@ -267,6 +279,7 @@ ExitStatus check_output(ExitStatus status) {
 
 int main(int argc, char** argv) {
   try {
+    fill_closed_descriptors();
     return check_output(run(argc, argv));
   } catch (const std::exception& error) {
     fprintf(stderr, "brenvellis-rasterdump: %s\n", error.what());

@@ -316,6 +316,19 @@ INSTANTIATE_TEST_SUITE_P(Errors, LostOutput,
                                          LostCase{"Help", STDOUT_FILENO, {"--help"}}),
                          [](const auto& the_case) { return the_case.param.name; });
 
+TEST_F(Rasterdump, ClosedOutputsDoNotBecomeABand) {
+  // Enough bands for the buffer of the lines about them to run over.
+  const std::vector<Page> pages = {make_page(10, 300)};
+  const std::string name = file(uncompressed(pages));
+  // Like a shell's >&- and 2>&-.
+  ChildProcess child({{"/bin/sh", "-c", "exec \"$0\" --bands 1 --capture \"$1\" <\"$2\" >&- 2>&-",
+                       RASTERDUMP_PROGRAM, path("%C.raw"), name},
+                      {},
+                      {}});
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), OUTPUT);
+  EXPECT_EQ(joined_bands(), pages[0].pixels);
+}
+
 TEST_F(Rasterdump, AFullStandardErrorThatNothingIsWrittenToIsNoError) {
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
   ChildProcess child({{RASTERDUMP_PROGRAM, "--quiet", file(uncompressed(PAGE))}, {{2, full}}, {}});
