@@ -89,7 +89,7 @@ TEST_F(Views, WhatIsNoTerminalGetsTheWholeText) {
 }
 
 TEST_F(Views, ANarrowTerminalGetsATextOfFortyColumnsOrMore) {
-  for (const std::size_t width : {1, 10, 39}) {
+  for (const std::size_t width : {1U, 10U, 39U}) {
     EXPECT_EQ(text_view(sample_report(), {true, false, width}),
               text_view(sample_report(), {true, false, 40}));
   }
