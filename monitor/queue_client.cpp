@@ -235,8 +235,11 @@ std::jthread QueueClient::watch(steady_clock::time_point limit) {
 
 bool QueueClient::connect() {
   const int limit = static_cast<int>(std::chrono::milliseconds(patience_).count());
-  connection_.reset(httpConnect2(server_.host.c_str(), server_.port, nullptr, AF_UNSPEC, encryption_, 1,
-                                 limit, &stop_.connecting));
+  // The change to TLS waits for an answer, which needs somebody who looks at the clock.
+  const bool changes = encryption_ == HTTP_ENCRYPTION_REQUIRED;
+  connection_.reset(httpConnect2(server_.host.c_str(), server_.port, nullptr, AF_UNSPEC,
+                                 changes ? HTTP_ENCRYPTION_IF_REQUESTED : encryption_, 1, limit,
+                                 &stop_.connecting));
   if (!connection_) {
     const int error = connection_error(server_);
     error_ =
@@ -244,6 +247,13 @@ bool QueueClient::connect() {
     return false;
   }
   httpSetTimeout(connection_.get(), 0.5, may_wait_longer, this);
+  if (changes) {
+    const auto watchdog = watch(steady_clock::now() + patience_);
+    if (httpEncryption(connection_.get(), encryption_) != 0) {
+      error_ = given_up_ ? why_no_answer() : std::string("it cannot be reached: ") + cupsLastErrorString();
+      return false;
+    }
+  }
   return true;
 }
 

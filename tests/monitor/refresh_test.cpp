@@ -499,6 +499,14 @@ TEST(MonitorAlone, EndsByASignalWhileAServerDrips) {
   EXPECT_EQ(monitor->exit_status(seconds(8)), 128 + SIGTERM);
 }
 
+TEST(MonitorAlone, GivesUpAServerThatDoesNotChangeToTls) {
+  const StrangeServer server("", StrangeServer::Manner::StaysSilent);
+  EXPECT_EQ(run_monitor("/nonexistent/cups.sock",
+                        {"--server", server.address(), "--encryption", "required", "--timeout", "1"})
+                .output,
+            "print server " + server.address() + ": no answer within 1 second\n");
+}
+
 TEST(MonitorAlone, SaysThatAPortIsClosed) {
   EXPECT_EQ(run_monitor("/nonexistent/cups.sock", {"--server", "127.0.0.1:1"}).output,
             "print server 127.0.0.1:1: it cannot be reached: Connection refused\n");
