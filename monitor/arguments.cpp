@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <set>
+#include <string_view>
 #include <utility>
 
 std::variant<Arguments, int> read_arguments(int argc, char** argv) {
@@ -60,6 +62,16 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
     fprintf(stderr, "brenvellis-monitor: %s\nRun with --help for more information.\n", why.c_str());
     return WRONG_USAGE;
   };
+  // An option without its value would take the next word for it.
+  for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
+    const std::string_view word = argv[i];
+    for (const std::string_view option : {"--json", "--prometheus", "--html", "--output"}) {
+      const bool is_empty = option == "--output" && word == option && i + 1 < argc && *argv[i + 1] == '\0';
+      if (is_empty || (word.starts_with(option) && word.substr(option.size()) == "=")) {
+        return refuse(std::string(option) + ": an empty name is no file");
+      }
+    }
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -88,6 +100,13 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
       return refuse("--output has nothing to write: every view has a file");
     }
     std::ranges::find_if(arguments.outputs, to_standard_output)->path = output;
+  }
+
+  std::set<std::string> files;
+  for (const auto& one : arguments.outputs) {
+    if (!files.insert(one.path).second) {
+      return refuse("two views cannot go to the same file: " + one.path);
+    }
   }
 
   for (const auto& text : servers) {

@@ -1,4 +1,6 @@
 #include <langinfo.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,12 +37,23 @@ bool is_terminal(int file) {
   return isatty(file) != 0 && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
 }
 
+/// The columns of the terminal that is standard output; as many as the text needs if it is none.
+std::size_t width_of_terminal() {
+  constexpr std::size_t usual = 80;
+  if (isatty(STDOUT_FILENO) == 0) {
+    return UNLIMITED_WIDTH;
+  }
+  winsize size{};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+}
+
 TextStyle style_of_terminal(const std::string& color) {
   const char* no_color = std::getenv("NO_COLOR");
   const bool unwanted = no_color != nullptr && *no_color != '\0';
   TextStyle style;
   style.utf8 = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
   style.color = color == "always" || (color == "auto" && !unwanted && is_terminal(STDOUT_FILENO));
+  style.width = width_of_terminal();
   return style;
 }
 
@@ -48,12 +61,11 @@ TextStyle style_of_terminal(const std::string& color) {
 Report refresh_with_live_line(const RefreshOptions& options) {
   constexpr std::chrono::milliseconds glance(100);
   Progress progress;
-  std::atomic<bool> ended = false;
-  std::jthread live;
+  std::jthread live;  // whose destructor ends it
   if (is_terminal(STDERR_FILENO)) {
-    live = std::jthread([&] {
+    live = std::jthread([&](const std::stop_token& ended) {
       bool shown = false;
-      for (int passed = 0; !ended; ++passed) {
+      for (int passed = 0; !ended.stop_requested(); ++passed) {
         // What is over in a moment needs no line.
         if (passed > 3 && progress.asked > 0) {
           fprintf(stderr, "\r%d of %d printers have answered\033[K", progress.answered.load(),
@@ -67,12 +79,10 @@ Report refresh_with_live_line(const RefreshOptions& options) {
       }
     });
   }
-  Report report = refresh(options, progress, stop);
-  ended = true;
-  return report;
+  return refresh(options, progress, stop);
 }
 
-std::string rendered(const Report& report, View view, const Arguments& arguments) {
+std::string rendered(const Report& report, View view, const Arguments& arguments, const TextStyle& style) {
   constexpr int shortest_reload = 5;
   constexpr int usual_reload = 30;
   switch (view) {
@@ -85,16 +95,26 @@ std::string rendered(const Report& report, View view, const Arguments& arguments
     case View::Text:
       break;
   }
-  return text_view(report, style_of_terminal(arguments.color));
+  return text_view(report, style);
 }
 
-/// Writes every view to its place. False, and a line on standard error, if one could not be written.
-bool write_views(const Report& report, const Arguments& arguments) {
-  bool written = true;
+struct Written {
+  bool all = true;
+  bool standard_output = true;
+};
+
+/// Writes every view to its place, and a line on standard error for each that could not be written.
+Written write_views(const Report& report, const Arguments& arguments) {
+  Written written;
   for (const auto& output : arguments.outputs) {
-    const std::string text = rendered(report, output.view, arguments);
+    const bool to_file = output.path != STANDARD_OUTPUT;
+    TextStyle style = style_of_terminal(arguments.color);
+    if (to_file) {
+      style.width = UNLIMITED_WIDTH;
+    }
+    const std::string text = rendered(report, output.view, arguments, style);
     std::string error;
-    if (output.path != STANDARD_OUTPUT) {
+    if (to_file) {
       error = write_whole(output.path, text);
     } else {
       if (arguments.watch_seconds && output.view == View::Text && is_terminal(STDOUT_FILENO)) {
@@ -106,16 +126,24 @@ bool write_views(const Report& report, const Arguments& arguments) {
     }
     if (!error.empty()) {
       fprintf(stderr, "brenvellis-monitor: %s\n", error.c_str());
-      written = false;
+      written.all = false;
+      written.standard_output = written.standard_output && to_file;
     }
   }
   return written;
 }
 
-void rest(std::chrono::seconds length) {
+/// Whether standard output is a pipe or terminal that nobody will read any more.
+bool has_lost_reader() {
+  pollfd output{STDOUT_FILENO, 0, 0};
+  return poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
+}
+
+/// @param shown  whether there is no point without standard output.
+void rest(std::chrono::seconds length, bool shown) {
   constexpr std::chrono::milliseconds glance(50);
   const auto end = std::chrono::steady_clock::now() + length;
-  while (stop.signal == 0 && std::chrono::steady_clock::now() < end) {
+  while (stop.signal == 0 && std::chrono::steady_clock::now() < end && !(shown && has_lost_reader())) {
     std::this_thread::sleep_for(glance);
   }
 }
@@ -127,11 +155,21 @@ int monitor(const Arguments& arguments) {
     if (stop.signal != 0) {
       return ENDED_BY_SIGNAL + stop.signal;
     }
-    const bool written = write_views(report, arguments);
-    if (!arguments.watch_seconds) {
-      return static_cast<int>(written ? judge(report) : worse(judge(report), Verdict::Unknown));
+    const auto written = write_views(report, arguments);
+    if (stop.signal != 0) {  // while a FIFO had no reader, for example
+      return ENDED_BY_SIGNAL + stop.signal;
     }
-    rest(std::chrono::seconds(*arguments.watch_seconds));
+    if (!arguments.watch_seconds) {
+      return static_cast<int>(written.all ? judge(report) : worse(judge(report), Verdict::Unknown));
+    }
+    const bool shown = std::ranges::any_of(
+        arguments.outputs, [](const Output& output) { return output.path == STANDARD_OUTPUT; });
+    if (written.standard_output) {
+      rest(std::chrono::seconds(*arguments.watch_seconds), shown);
+    }
+    if (stop.signal == 0 && (!written.standard_output || (shown && has_lost_reader()))) {
+      return static_cast<int>(Verdict::Unknown);
+    }
     if (stop.signal != 0) {
       return ENDED_BY_SIGNAL + stop.signal;
     }

@@ -1,17 +1,32 @@
 #include "monitor/queue_client.h"
 
+#include <netdb.h>
+#include <poll.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
 #include <string_view>
 #include <utility>
 
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
+
+/// What a request that runs when the user ends the program still gets: enough for a server that works.
+constexpr milliseconds LAST_MOMENT{500};
+/// What all requests after that get together: time to cancel the jobs.
+constexpr milliseconds LAST_WORDS{3000};
 
 constexpr const char* JOB_NAME = "brenvellis-monitor";
 constexpr std::string_view COMMAND_FILE = "#CUPS-COMMAND\nReportLevels\n";
@@ -95,6 +110,50 @@ void for_each_job(ipp_t* answer, const Visit& visit) {
   }
 }
 
+int connect_once(int family, const sockaddr* address, socklen_t length) {
+  constexpr milliseconds limit(500);
+  const Descriptor socket(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (socket.get() < 0 || connect(socket.get(), address, length) == 0) {
+    return 0;
+  }
+  if (errno != EINPROGRESS) {
+    return errno;
+  }
+  pollfd wait{socket.get(), POLLOUT, 0};
+  int error = 0;
+  socklen_t size = sizeof error;
+  if (poll(&wait, 1, static_cast<int>(limit.count())) == 1) {
+    getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
+  }
+  return error;
+}
+
+/// Why no connection comes about, as errno; 0 if one does or it cannot be told in a moment. The CUPS library
+/// calls every reason a host that is down.
+int connection_error(const ServerName& server) {
+  if (server.host.starts_with('/')) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (server.host.size() >= sizeof address.sun_path) {
+      return ENAMETOOLONG;
+    }
+    server.host.copy(address.sun_path, server.host.size());
+    return connect_once(AF_UNIX, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  }
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* first = nullptr;
+  if (getaddrinfo(server.host.c_str(), std::to_string(server.port).c_str(), &hints, &first) != 0) {
+    return 0;
+  }
+  int error = 0;
+  for (const addrinfo* one = first; one != nullptr && error == 0; one = one->ai_next) {
+    error = connect_once(one->ai_family, one->ai_addr, one->ai_addrlen);
+  }
+  freeaddrinfo(first);
+  return error;
+}
+
 }  // namespace
 
 std::optional<ServerName> parse_server(const std::string& text) {
@@ -141,30 +200,100 @@ QueueClient::QueueClient(ServerName server, http_encryption_t encryption, second
 }
 
 int QueueClient::may_wait_longer(http_t* /*connection*/, void* client) {
-  const auto* self = static_cast<const QueueClient*>(client);
-  return steady_clock::now() < self->give_up_at_ ? 1 : 0;
+  return static_cast<const QueueClient*>(client)->given_up_ ? 0 : 1;
+}
+
+void QueueClient::finish_within(milliseconds limit) {
+  finish_at_ = std::min(finish_at_, steady_clock::now() + limit);
+}
+
+/// The CUPS library only asks whether to wait longer while nothing comes: a server that sends a byte now and
+/// then would keep it for ever. So somebody else looks at the clock, until the returned thread is ended.
+std::jthread QueueClient::watch(steady_clock::time_point limit) {
+  return std::jthread([this, limit, ends_on_stop = stop_.signal == 0](const std::stop_token& ended) {
+    constexpr milliseconds glance(50);
+    std::mutex mutex;
+    std::unique_lock lock(mutex);
+    std::condition_variable_any wake;
+    auto last = limit;
+    bool stopping = false;
+    while (!ended.stop_requested()) {
+      const auto now = steady_clock::now();
+      if (ends_on_stop && stop_.signal != 0 && !stopping) {
+        stopping = true;
+        last = std::min(limit, now + LAST_MOMENT);
+      }
+      if (now >= last) {
+        given_up_ = true;
+        // Again and again, since the library may connect anew.
+        shutdown(httpGetFd(connection_.get()), SHUT_RDWR);
+      }
+      wake.wait_for(lock, ended, glance, [] { return false; });
+    }
+  });
 }
 
 bool QueueClient::connect() {
   const int limit = static_cast<int>(std::chrono::milliseconds(patience_).count());
-  connection_.reset(httpConnect2(server_.host.c_str(), server_.port, nullptr, AF_UNSPEC, encryption_, 1,
-                                 limit, &stop_.connecting));
+  // The change to TLS waits for an answer, which needs somebody who looks at the clock.
+  const bool changes = encryption_ == HTTP_ENCRYPTION_REQUIRED;
+  connection_.reset(httpConnect2(server_.host.c_str(), server_.port, nullptr, AF_UNSPEC,
+                                 changes ? HTTP_ENCRYPTION_IF_REQUESTED : encryption_, 1, limit,
+                                 &stop_.connecting));
   if (!connection_) {
-    error_ = std::string("it cannot be reached: ") + cupsLastErrorString();
+    const int error = connection_error(server_);
+    error_ =
+        std::string("it cannot be reached: ") + (error != 0 ? std::strerror(error) : cupsLastErrorString());
     return false;
   }
   httpSetTimeout(connection_.get(), 0.5, may_wait_longer, this);
+  if (changes) {
+    const auto watchdog = watch(steady_clock::now() + patience_);
+    if (httpEncryption(connection_.get(), encryption_) != 0) {
+      error_ = given_up_ ? why_no_answer() : std::string("it cannot be reached: ") + cupsLastErrorString();
+      return false;
+    }
+  }
   return true;
 }
 
 QueueClient::Answer QueueClient::ask(ipp_t* request, const std::string& resource, int document) {
-  give_up_at_ = steady_clock::now() + patience_;
-  Answer answer(cupsDoIORequest(connection_.get(), request, resource.c_str(), document, -1));
-  if (!answer || cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
+  const auto now = steady_clock::now();
+  if (stop_.signal != 0 && !stopped_) {
+    stopped_ = true;
+    finish_at_ = std::min(finish_at_, now + LAST_WORDS);
+  }
+  const auto limit = std::min(now + patience_, finish_at_);
+  answered_ = false;
+  given_up_ = now >= limit;
+  Answer answer;
+  if (given_up_) {
+    ippDelete(request);
+  } else {
+    const auto watchdog = watch(limit);
+    answer.reset(cupsDoIORequest(connection_.get(), request, resource.c_str(), document, -1));
+  }
+  answered_ = answer != nullptr;
+  if (!answer) {
+    error_ = why_no_answer();
+  } else if (cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
     error_ = cupsLastErrorString();
-    return nullptr;
+    answer.reset();
   }
   return answer;
+}
+
+std::string QueueClient::why_no_answer() const {
+  if (given_up_) {
+    return stop_.signal != 0 ? "ended before it answered"
+                             : "no answer within " + std::to_string(patience_.count()) +
+                                   (patience_ == seconds(1) ? " second" : " seconds");
+  }
+  if (httpGetStatus(connection_.get()) >= HTTP_STATUS_BAD_REQUEST) {
+    return cupsLastErrorString();
+  }
+  const int error = connection_error(server_);
+  return error != 0 ? std::strerror(error) : "it does not answer as a print server";
 }
 
 std::optional<std::vector<Reading>> QueueClient::read_queues() {
@@ -174,7 +303,7 @@ std::optional<std::vector<Reading>> QueueClient::read_queues() {
   if (answer) {
     return ::read_queues(answer.get());
   }
-  if (cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND) {
+  if (answered_ && cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND) {
     return std::vector<Reading>{};  // its way to say that it has no queue
   }
   return std::nullopt;
@@ -183,7 +312,7 @@ std::optional<std::vector<Reading>> QueueClient::read_queues() {
 std::optional<std::map<std::string, int>> QueueClient::count_print_jobs() {
   ipp_t* request = new_request(IPP_OP_GET_JOBS, "ipp://localhost/printers/");
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "which-jobs", nullptr, "not-completed");
-  add_wanted(request, {"job-id", "job-printer-uri", "document-format"});
+  add_wanted(request, {"job-id", "job-printer-uri", "job-state", "document-format"});
   const auto answer = ask(request, "/");
   if (!answer) {
     return std::nullopt;
@@ -191,7 +320,9 @@ std::optional<std::map<std::string, int>> QueueClient::count_print_jobs() {
   std::map<std::string, int> count;
   for_each_job(answer.get(), [&](auto& job) {
     const char* format = ippGetString(job["document-format"], 0, nullptr);
-    if (format == nullptr || std::string_view(format) != CUPS_FORMAT_COMMAND) {
+    const int state = ippGetInteger(job["job-state"], 0);
+    const bool moves = state == IPP_JSTATE_PENDING || state == IPP_JSTATE_PROCESSING;
+    if (moves && (format == nullptr || std::string_view(format) != CUPS_FORMAT_COMMAND)) {
       ++count[queue_of(ippGetString(job["job-printer-uri"], 0, nullptr))];
     }
   });

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "monitor/reading.h"
@@ -33,18 +34,22 @@ struct StopRequest {
 /// nothing (or false) on failure, and error() says why.
 class QueueClient {
  public:
-  /// @param patience  how long one request may take.
-  /// @param stop      ends an attempt to connect.
+  /// @param patience  how long one request may take, however busily the server sends.
+  /// @param stop      ends an attempt to connect, and a request within a moment.
   QueueClient(ServerName server, http_encryption_t encryption, std::chrono::seconds patience,
               StopRequest& stop);
 
   [[nodiscard]] bool connect();
+
+  /// All requests from now on together may take so long; those after `stop` have a few seconds anyway.
+  void finish_within(std::chrono::milliseconds limit);
+
   [[nodiscard]] const std::string& error() const { return error_; }
 
   /// All printers' queues of the scheduler.
   [[nodiscard]] std::optional<std::vector<Reading>> read_queues();
 
-  /// How many jobs that are no command jobs stand in each queue.
+  /// How many jobs that are no command jobs print or wait for their turn in each queue; held ones do neither.
   [[nodiscard]] std::optional<std::map<std::string, int>> count_print_jobs();
 
   /// Sends a queue the command ReportLevels and returns the job's number.
@@ -71,11 +76,16 @@ class QueueClient {
 
   Answer ask(ipp_t* request, const std::string& resource, int document = -1);
   static int may_wait_longer(http_t* connection, void* client);
+  [[nodiscard]] std::jthread watch(std::chrono::steady_clock::time_point limit);
+  [[nodiscard]] std::string why_no_answer() const;
 
   ServerName server_;
   http_encryption_t encryption_;
   std::chrono::seconds patience_;
-  std::chrono::steady_clock::time_point give_up_at_;
+  std::chrono::steady_clock::time_point finish_at_ = std::chrono::steady_clock::time_point::max();
+  bool stopped_ = false;                ///< a request saw the user's wish to end
+  std::atomic<bool> given_up_ = false;  ///< the request that runs or ran last
+  bool answered_ = false;               ///< it, if with a refusal
   StopRequest& stop_;
   std::unique_ptr<http_t, CloseConnection> connection_;
   std::string error_;

@@ -1,6 +1,7 @@
 #include "monitor/refresh.h"
 
 #include <algorithm>
+#include <exception>
 #include <set>
 #include <thread>
 #include <utility>
@@ -11,7 +12,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-/// How long a request to a scheduler may take.
+/// How long a request to a scheduler may take, and at the end all of them; never longer than the time-out.
 constexpr seconds PATIENCE{10};
 /// A scheduler that is started anew comes back within this time.
 constexpr seconds ABSENCE{3};
@@ -46,7 +47,7 @@ class ServerRefresh {
       : options_(options),
         progress_(progress),
         stop_(stop),
-        client_(server.name, options.encryption, PATIENCE, stop) {
+        client_(server.name, options.encryption, std::min(PATIENCE, options.timeout), stop) {
     report_.server = server.label;
   }
 
@@ -58,6 +59,7 @@ class ServerRefresh {
       deadline_ = start + options_.timeout;
       send_all();
       wait_for_jobs();
+      client_.finish_within(PATIENCE);
       cancel_jobs();
       read_again();
     }
@@ -110,6 +112,11 @@ class ServerRefresh {
 
   void send(std::size_t index) {
     auto& queue = report_.queues[index];
+    if (steady_clock::now() >= deadline_) {
+      queue.outcome = Outcome::Failed;
+      queue.detail = "no time was left to ask";
+      return;
+    }
     const auto job = client_.send_report_levels(queue.reading.queue, options_.timeout + MARGIN);
     if (!job) {
       queue.outcome = Outcome::Failed;
@@ -322,8 +329,15 @@ Report refresh(const RefreshOptions& options, Progress& progress, StopRequest& s
     // A connection of the CUPS library belongs to a thread, hence one a server.
     std::vector<std::jthread> threads;
     for (std::size_t i = 0; i < options.servers.size(); ++i) {
-      threads.emplace_back(
-          [&, i] { report.servers[i] = ServerRefresh(options, options.servers[i], progress, stop).run(); });
+      threads.emplace_back([&, i] {
+        try {
+          report.servers[i] = ServerRefresh(options, options.servers[i], progress, stop).run();
+        } catch (const std::exception& error) {
+          // Such as no memory: the other servers are still worth their report.
+          report.servers[i].server = options.servers[i].label;
+          report.servers[i].error = error.what();
+        }
+      });
     }
   }
   add_not_found(options.queues, report.servers);

@@ -8,8 +8,7 @@
 
 namespace {
 
-constexpr std::size_t WIDTH = 80;
-constexpr std::size_t LONGEST_NAME = 20;
+constexpr std::size_t NARROWEST = 40;
 constexpr std::size_t STATE_WIDTH = 9;
 constexpr std::size_t GAUGE_WIDTH = 14;
 
@@ -24,6 +23,8 @@ constexpr const char* PLAIN = "\033[0m";
 class TextWriter {
  public:
   explicit TextWriter(const TextStyle& style) : style_(style) {}
+
+  [[nodiscard]] std::size_t width() const { return std::max(style_.width, NARROWEST); }
 
   [[nodiscard]] std::string shown(std::string_view text) const {
     const std::string clean = printable(text);
@@ -79,7 +80,7 @@ std::string queue_lines(const QueueReport& queue, const std::string& name, std::
   const auto& reading = queue.reading;
   const std::string indent(name_width + 2, ' ');
   const auto detail = [&](const char* color, const std::string& text) {
-    return indent + writer.colored(color, writer.fitted(text, WIDTH - indent.size())) + "\n";
+    return indent + writer.colored(color, writer.fitted(text, writer.width() - indent.size())) + "\n";
   };
 
   std::string text = writer.colored(BOLD, padded(writer.fitted(name, name_width), name_width)) + "  ";
@@ -89,7 +90,7 @@ std::string queue_lines(const QueueReport& queue, const std::string& name, std::
 
   text += padded(state_text(reading), STATE_WIDTH) + "  ";
   if (has_other_supplies(reading)) {
-    text += writer.fitted(supplies_text(reading), WIDTH - columns(indent) - STATE_WIDTH - 2);
+    text += writer.fitted(supplies_text(reading), writer.width() - columns(indent) - STATE_WIDTH - 2);
   } else {
     text += writer.gauge(reading, ribbon_color(reading, low_percent)) + "  " + prints_left_text(reading);
     if (is_low(reading, low_percent)) {
@@ -129,7 +130,7 @@ std::string text_view(const Report& report, const TextStyle& style) {
       name_width = std::max(name_width, columns(writer.shown(name_of(queue, server, with_server))));
     }
   }
-  name_width = std::min(name_width, LONGEST_NAME);
+  name_width = std::min(name_width, writer.width() / 4);
 
   std::string text;
   bool all_reached = true;
@@ -139,8 +140,8 @@ std::string text_view(const Report& report, const TextStyle& style) {
     }
     if (!server.error.empty()) {
       all_reached = false;
-      text +=
-          writer.colored(RED, writer.fitted("print server " + server.server + ": " + server.error, WIDTH));
+      text += writer.colored(
+          RED, writer.fitted("print server " + server.server + ": " + server.error, writer.width()));
       text += "\n";
     }
   }

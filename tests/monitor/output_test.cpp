@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -89,6 +90,18 @@ TEST_F(Output, OnAFullDiskIsSaid) {
   EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 3);
 }
 
+TEST_F(Output, ThatNobodyReadsAnyMoreEndsAWatch) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  ChildProcess monitor(
+      {{MONITOR_PROGRAM, "--watch", "3600"}, {{1, ends[1]}}, monitor_environment(scheduler.server())});
+  close(ends[1]);
+  char first = 0;
+  EXPECT_EQ(read(ends[0], &first, 1), 1);
+  close(ends[0]);
+  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 3);
+}
+
 /// A program that ran on a terminal.
 struct TerminalRun {
   int exit_status = -1;
@@ -150,6 +163,11 @@ TEST(Usage, WhatIsWrongIsSaidWithStatus64) {
                                              {"--json", "--html"},
                                              {"--json", "--prometheus=-"},
                                              {"--json=x", "--output", "y"},
+                                             {"--json=x", "--html=x"},
+                                             {"--json=x", "--html", "--output", "x"},
+                                             {"--json="},
+                                             {"--output=", "booth"},
+                                             {"--output", "", "booth"},
                                              {"--wait", "--no-refresh"}}) {
     const auto result = run_monitor("/nonexistent/cups.sock", arguments);
     EXPECT_EQ(result.exit_status, 64) << arguments[0];

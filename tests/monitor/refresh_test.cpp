@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <fstream>
 #include <future>
@@ -194,6 +197,24 @@ TEST_F(Monitor, DoesNotRefreshAQueueThatPrints) {
   EXPECT_EQ(active_jobs(scheduler), std::vector<int>{print});
 }
 
+TEST_F(Monitor, RefreshesAQueueWithAHeldPrint) {
+  const TemporaryFolder folder;
+  const auto photo = (folder.path() / "photo").string();
+  std::ofstream(photo) << "somebody's photo";
+  cups_option_t* options = nullptr;
+  int count = cupsAddOption("job-hold-until", "indefinite", 0, &options);
+  count = cupsAddOption("document-format", CUPS_FORMAT_RAW, count, &options);
+  http_t* connection = httpConnect2(scheduler.server().c_str(), 0, nullptr, AF_UNSPEC,
+                                    HTTP_ENCRYPTION_IF_REQUESTED, 1, 30000, nullptr);
+  const int print = cupsPrintFile2(connection, "booth", photo.c_str(), "photo", count, options);
+  httpClose(connection);
+  cupsFreeOptions(count, options);
+  ASSERT_EQ(scheduler.job_state(print), IPP_JSTATE_HELD);
+
+  EXPECT_EQ(run().outcome("booth"), "refreshed");
+  EXPECT_EQ(active_jobs(scheduler), std::vector<int>{print});
+}
+
 TEST_F(Monitor, WaitsForAPrintIfToldTo) {
   make_printer_refuse();
   const int print = scheduler.send_raw("booth", "somebody's photo");
@@ -363,6 +384,132 @@ TEST_F(Monitor, FindsANamedQueueOnAnyOfSeveralServers) {
   const auto one = run({"booth", "--server", annex.server(), "--server", scheduler.server()});
   EXPECT_EQ(one.object["servers"][1]["queues"][0]["queue"], "booth");
   EXPECT_EQ(one.exit_status, 0);
+}
+
+/// Something on a port that is no scheduler: it says its text to whoever comes, and then goes, stays silent,
+/// or says its last byte again and again.
+class StrangeServer {
+ public:
+  enum class Manner : std::uint8_t { Goes, StaysSilent, DripsOn };
+
+  StrangeServer(std::string text, Manner manner) : text_(std::move(text)), manner_(manner) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
+        listen(listener_, 8) != 0 ||
+        getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+      throw std::runtime_error("there is no port");
+    }
+    address_ = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    thread_ = std::jthread([this](const std::stop_token& ended) {
+      pollfd wait{listener_, POLLIN, 0};
+      while (!ended.stop_requested()) {
+        if (poll(&wait, 1, 20) > 0) {
+          serve(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC), ended);
+        }
+      }
+    });
+  }
+  ~StrangeServer() {
+    thread_.request_stop();
+    thread_.join();
+    close(listener_);
+  }
+  StrangeServer(const StrangeServer&) = delete;
+  StrangeServer& operator=(const StrangeServer&) = delete;
+
+  [[nodiscard]] const std::string& address() const { return address_; }
+  [[nodiscard]] bool has_been_asked() const { return asked_; }
+
+ private:
+  void serve(int connection, const std::stop_token& ended) {
+    std::array<char, 4096> request{};
+    const bool gone = recv(connection, request.data(), request.size(), 0) <= 0;
+    if (!gone) {
+      send(connection, text_.data(), text_.size(), MSG_NOSIGNAL);
+      asked_ = true;
+    }
+    pollfd wait{connection, POLLIN | POLLRDHUP, 0};
+    while (!gone && manner_ != Manner::Goes && !ended.stop_requested()) {
+      if (manner_ == Manner::DripsOn && send(connection, &text_.back(), 1, MSG_NOSIGNAL) < 0) {
+        break;
+      }
+      if (poll(&wait, 1, 20) > 0 && (wait.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) {
+        break;
+      }
+    }
+    close(connection);
+  }
+
+  std::string text_;
+  Manner manner_;
+  int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  std::string address_;
+  std::atomic<bool> asked_ = false;
+  std::jthread thread_;
+};
+
+struct StrangeCase {
+  const char* name;
+  const char* text;
+  StrangeServer::Manner manner;
+  const char* error;
+};
+
+class Strange : public testing::TestWithParam<StrangeCase> {};
+
+TEST_P(Strange, ServerIsGivenUpAndDescribed) {
+  const StrangeServer server(GetParam().text, GetParam().manner);
+  const auto monitor =
+      run_monitor("/nonexistent/cups.sock", {"--server", server.address(), "--timeout", "1"});
+  EXPECT_EQ(monitor.output, "print server " + server.address() + ": " + GetParam().error + "\n");
+  EXPECT_EQ(monitor.exit_status, 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Servers, Strange,
+    testing::Values(
+        StrangeCase{"Silent", "", StrangeServer::Manner::StaysSilent, "no answer within 1 second"},
+        StrangeCase{"DrippingAHeader", "HTTP/1.1 200 OK\r\nX: yyyy", StrangeServer::Manner::DripsOn,
+                    "no answer within 1 second"},
+        StrangeCase{"DrippingAnAnswer",
+                    "HTTP/1.1 200 OK\r\nContent-Type: application/ipp\r\nContent-Length: 1000000\r\n\r\n\2",
+                    StrangeServer::Manner::DripsOn, "no answer within 1 second"},
+        StrangeCase{"Garbage", "hello, who is there?\r\n", StrangeServer::Manner::Goes,
+                    "it does not answer as a print server"},
+        StrangeCase{"WebServer",
+                    "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: 6\r\n\r\n<html>",
+                    StrangeServer::Manner::Goes, "it does not answer as a print server"},
+        StrangeCase{"WebServerWithoutThePage",
+                    "HTTP/1.1 404 Not Found\r\nContent-Type: text/html\r\nContent-Length: 6\r\n\r\n<html>",
+                    StrangeServer::Manner::Goes, "Not Found"}),
+    [](const auto& one) { return one.param.name; });
+
+TEST(MonitorAlone, EndsByASignalWhileAServerDrips) {
+  const StrangeServer server("HTTP/1.1 200 OK\r\nX: yyyy", StrangeServer::Manner::DripsOn);
+  const auto monitor =
+      start_monitor("/nonexistent/cups.sock", {"--server", server.address(), "--timeout", "3600"});
+  for (int i = 0; i < 1000 && !server.has_been_asked(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  monitor->signal(SIGTERM);
+  // Ten seconds are those of a request that nobody ends.
+  EXPECT_EQ(monitor->exit_status(seconds(8)), 128 + SIGTERM);
+}
+
+TEST(MonitorAlone, GivesUpAServerThatDoesNotChangeToTls) {
+  const StrangeServer server("", StrangeServer::Manner::StaysSilent);
+  EXPECT_EQ(run_monitor("/nonexistent/cups.sock",
+                        {"--server", server.address(), "--encryption", "required", "--timeout", "1"})
+                .output,
+            "print server " + server.address() + ": no answer within 1 second\n");
+}
+
+TEST(MonitorAlone, SaysThatAPortIsClosed) {
+  EXPECT_EQ(run_monitor("/nonexistent/cups.sock", {"--server", "127.0.0.1:1"}).output,
+            "print server 127.0.0.1:1: it cannot be reached: Connection refused\n");
 }
 
 TEST(MonitorAlone, SaysThatTheSchedulerDoesNotRun) {

@@ -69,6 +69,32 @@ TEST_F(Views, NoLineOfTheTextIsWiderThanATerminal) {
   }
 }
 
+TEST_F(Views, AWiderTerminalShowsMoreOfALongReason) {
+  Report report;
+  report.servers = {{"here", std::string(150, 'x') + "end", 0, {}}};
+  EXPECT_EQ(text_view(report, {true, false, 120}).find("end"), std::string::npos);
+  EXPECT_EQ(columns(lines_of(text_view(report, {true, false, 120}))[0]), 120U);
+  EXPECT_NE(text_view(report, {true, false, 200}).find("end"), std::string::npos);
+}
+
+TEST_F(Views, WhatIsNoTerminalGetsTheWholeText) {
+  const std::string name(100, 'n');
+  Report report;
+  report.servers = {{"here", {}, 0, {QueueReport{}}}};
+  report.servers[0].queues[0].reading.queue = name;
+  report.servers[0].queues[0].reading.reasons = {std::string(500, 'x') + "end"};
+  const auto text = text_view(report, {true, false, UNLIMITED_WIDTH});
+  EXPECT_NE(text.find(name), std::string::npos);
+  EXPECT_NE(text.find("xend"), std::string::npos);
+}
+
+TEST_F(Views, ANarrowTerminalGetsATextOfFortyColumnsOrMore) {
+  for (const std::size_t width : {1U, 10U, 39U}) {
+    EXPECT_EQ(text_view(sample_report(), {true, false, width}),
+              text_view(sample_report(), {true, false, 40}));
+  }
+}
+
 TEST_F(Views, OneServerIsNotNamedInTheText) {
   auto report = sample_report();
   report.servers.resize(1);
