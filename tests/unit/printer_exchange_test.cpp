@@ -149,7 +149,8 @@ TEST_F(Exchange, AFullBufferIsTracedWhole) {
 
 TEST_F(Exchange, ReturnsAllBytesReceived) {
   channels.reads = {"abc", "defgh"};
-  const PrinterQuery query = {{}, 4, "[STS]"};
+  constexpr std::array<unsigned char, 1> request = {'?'};
+  const PrinterQuery query = {request, 4, "[STS]"};
   std::string reply;
   captured_log([&] {
     reply = run([&] {
