@@ -119,10 +119,12 @@ TerminalRun run_on_terminal(const std::vector<std::string>& arguments,
   TerminalRun result;
   result.exit_status = monitor.exit_status(std::chrono::seconds(30));
   close(inner);
-  result.shown.resize(65536);
-  const auto count = read(terminal, result.shown.data(), result.shown.size());
+  // What was written last may still be on its way through the terminal; its end is told as an error.
+  std::array<char, 4096> part{};
+  for (ssize_t count = 0; (count = read(terminal, part.data(), part.size())) > 0;) {
+    result.shown.append(part.data(), static_cast<std::size_t>(count));
+  }
   close(terminal);
-  result.shown.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
   return result;
 }
 
