@@ -1,5 +1,7 @@
 #include "status/state_report.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <string_view>
@@ -50,13 +52,34 @@ constexpr auto SORTED_REASONS = [] {
   return sorted;
 }();
 
+constexpr const char* CLEARED = "STATE: -%s\n";
+
+// So are its clearing lines: to format these hundred would cost more than the rest of a report.
+constexpr auto CLEARING_LINES = [] {
+  constexpr std::string_view format = CLEARED;
+  constexpr std::size_t hole = format.find("%s");
+  std::array<std::array<char, 64>, SORTED_REASONS.size()> lines{};
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    auto end = std::ranges::copy(format.substr(0, hole), lines[i].begin()).out;
+    end = std::ranges::copy(SORTED_REASONS[i].keyword, end).out;
+    std::ranges::copy(format.substr(hole + 2), end);
+  }
+  return lines;
+}();
+
+/// Past the stream, which would copy the line first. A log that takes no more lines is no reason to stop.
+void write_line(std::string_view line) {
+  [[maybe_unused]] const ssize_t written = write(fileno(stderr), line.data(), line.size());
+}
+
 void raise(const PrinterState& state, const char* keyword) {
   fprintf(stderr, "STATE: +%s\n", keyword);
   fprintf(stderr, "DEBUG: %s %s\n", keyword, state.to_string().c_str());
 }
 
+template <typename Clear>
 void report(const PrinterState& state, std::span<const PrinterStateReason> table,
-            std::span<const KeywordOfRow> sorted) {
+            std::span<const KeywordOfRow> sorted, Clear clear) {
   bool matched = false;
   for (const auto& row : table) {
     if (matches(state, row)) {
@@ -71,13 +94,14 @@ void report(const PrinterState& state, std::span<const PrinterStateReason> table
     fprintf(stderr, "DEBUG: error_number part mismatch processing \n");
   }
 
+  fflush(stderr);
   for (auto first = sorted.begin(); first != sorted.end();) {
     const auto next = std::find_if(std::next(first), sorted.end(),
                                    [&](const auto& other) { return other.keyword != first->keyword; });
     const bool raised = (!matched && first->keyword == FALLBACK_REASON) ||
                         std::any_of(first, next, [&](const auto& of) { return matches(state, *of.row); });
     if (!raised) {
-      fprintf(stderr, "STATE: -%s\n", first->keyword.data());
+      clear(static_cast<std::size_t>(first - sorted.begin()));
     }
     first = next;
   }
@@ -86,11 +110,12 @@ void report(const PrinterState& state, std::span<const PrinterStateReason> table
 }  // namespace
 
 void update_printer_state(const PrinterState& state) {
-  report(state, PRINTER_STATE_REASONS, SORTED_REASONS);
+  report(state, PRINTER_STATE_REASONS, SORTED_REASONS,
+         [](std::size_t i) { write_line(CLEARING_LINES[i].data()); });
 }
 
 void update_printer_state(const PrinterState& state, std::span<const PrinterStateReason> table) {
   std::vector<KeywordOfRow> sorted(count_keywords(table));
   sort_keywords(table, sorted);
-  report(state, table, sorted);
+  report(state, table, sorted, [&](std::size_t i) { fprintf(stderr, CLEARED, sorted[i].keyword.data()); });
 }

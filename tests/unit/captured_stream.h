@@ -1,22 +1,23 @@
 #pragma once
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <string>
 
-/// Runs `action` with a stream of ours in the place of `stream` (stdout, stderr) and returns what it wrote
-/// there.
+/// Runs `action` with a file of ours in the place of `stream` (stdout, stderr) and returns what it wrote
+/// there, through the stream or past it.
 template <typename Action>
 std::string captured(FILE*& stream, Action action) {
-  std::string text;
-  const cookie_io_functions_t functions = {nullptr,
-                                           [](void* cookie, const char* data, size_t size) {
-                                             static_cast<std::string*>(cookie)->append(data, size);
-                                             return static_cast<ssize_t>(size);
-                                           },
-                                           nullptr, nullptr};
+  const int file = memfd_create("captured", 0);
   FILE* const original = stream;
-  stream = fopencookie(&text, "w", functions);
+  stream = fdopen(file, "w");
   action();
+  fflush(stream);
+  std::string text(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
+  const ssize_t size = pread(file, text.data(), text.size(), 0);
+  text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
   fclose(stream);
   stream = original;
   return text;
