@@ -43,7 +43,7 @@ struct Options {
 };
 
 ExitStatus refuse_usage(const std::string& message) {
-  fprintf(stderr, "%s\nRun with --help for more information.\n", message.c_str());
+  fprintf(stderr, "brenvellis-simulator: %s\nRun with --help for more information.\n", message.c_str());
   return WRONG_USAGE;
 }
 
@@ -115,7 +115,11 @@ ExitStatus run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? DONE : WRONG_USAGE;
+    if (error.get_exit_code() == 0) {
+      app.exit(error);
+      return DONE;
+    }
+    return refuse_usage(error.what());
   }
 
   if (!options.tell.empty()) {

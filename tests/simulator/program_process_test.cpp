@@ -140,7 +140,8 @@ TEST(Program, WrongUsageIsToldAndEndsWithStatus2) {
     const ProgramResult outcome = run_simulator(arguments);
     EXPECT_EQ(outcome.exit_status, 2) << message;
     EXPECT_EQ(outcome.output, "") << message;
-    EXPECT_EQ(outcome.errors, message + "\nRun with --help for more information.\n");
+    EXPECT_EQ(outcome.errors,
+              "brenvellis-simulator: " + message + "\nRun with --help for more information.\n");
   }
 }
 
