@@ -6,6 +6,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -36,6 +37,7 @@ class Fleet {
   }
 
   [[nodiscard]] std::size_t size() const { return printers_.size(); }
+  [[nodiscard]] const SimulatedPrinter& printer(std::size_t i) const { return *printers_[i]; }
   static std::string queue(std::size_t i) { return std::string("q").append(std::to_string(i)); }
 
   /// Gives every printer another condition.
@@ -107,9 +109,10 @@ class Fleet {
   std::vector<std::pair<unsigned, std::string>> codes_;
 };
 
-/// Process is what the system says of a running program.
+/// ProcessSize is what the system says of a running program; all 0 if it has ended.
 struct ProcessSize {
   long resident_kib = 0;
+  long peak_kib = 0;
   std::size_t descriptors = 0;
   std::size_t children = 0;
   std::size_t zombies = 0;  ///< among the children
@@ -122,9 +125,13 @@ inline ProcessSize size_of(pid_t pid) {
   for (std::string word; status >> word;) {
     if (word == "VmRSS:") {
       status >> size.resident_kib;
+    } else if (word == "VmHWM:") {
+      status >> size.peak_kib;
     }
   }
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(process / "fd")) {
+  std::error_code gone;
+  const std::filesystem::directory_iterator end;
+  for (std::filesystem::directory_iterator entry(process / "fd", gone); entry != end; entry.increment(gone)) {
     ++size.descriptors;
   }
   std::ifstream children(process / "task" / std::to_string(pid) / "children");
