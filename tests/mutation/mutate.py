@@ -1,27 +1,30 @@
 #!/usr/bin/env python3
-"""Mutation test: changes one token of the filter's code at a time and sees whether a test fails.
-
-Works in a copy of the tree, build/mutation. Every result is appended to build/mutation/results.tsv; a second run
-goes on where the first one ended. Prints a table a file and all survivors.
-
-Usage: tests/mutation/run [--fresh] [--list] [--only FILE] [--jobs N]
-"""
+"""Does what tests/mutation/run says."""
 import argparse
+import atexit
+import hashlib
+import json
 import os
 import re
+import resource
 import shutil
+import signal
 import subprocess
 import sys
+import tempfile
+import threading
+import time
 
 TREE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-COPY = os.path.join(TREE, "build", "mutation")
-BUILD = os.path.join(COPY, "build")
-RESULTS = os.path.join(COPY, "results.tsv")
+FOLDER = os.path.join(TREE, "build", "mutation")
+RESULTS = os.path.join(FOLDER, "results.tsv")
 FOLDERS = ("filter", "status", "levels", "debug")
-UNIT_TESTS = ("unit_status", "unit_levels", "unit_debug", "unit_exchange", "unit_raster", "unit_state_cleanup")
+UNIT_TESTS = ("unit_debug", "unit_levels", "unit_status", "unit_exchange", "unit_state_cleanup", "unit_raster")
 # What waits for the filter's own half minute is left out.
 CHANNEL_FILTER = "-*NeverAnswered*"
-TIME_LIMIT = 60
+SHARDS = 12
+TIME_LIMIT = 120
+BUILD_LIMIT = 600
 
 SWAPS = {
     "==": ["!="], "!=": ["=="], "<": ["<=", ">"], "<=": ["<", ">"], ">": [">=", "<"], ">=": [">", "<"],
@@ -90,122 +93,265 @@ def mutants_of(path):
     return text, found
 
 
-def describe(text, start, end, replacement):
-    line = text.count("\n", 0, start + (len(text[start:end]) - len(text[start:end].lstrip()))) + 1
-    old = " ".join(text[start:end].split())
-    return f"{line}\t{old}\t{replacement or 'nothing'}"
+def line_of(text, start, end):
+    return text.count("\n", 0, start + (len(text[start:end]) - len(text[start:end].lstrip()))) + 1
 
 
-def run(words, **more):
-    return subprocess.run(words, cwd=COPY, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, **more).returncode
+class Mutant:
+    """One change: `replacement` for the bytes from `start` to `end` of a file."""
+
+    def __init__(self, path, text, start, end, replacement):
+        self.path, self.text, self.start, self.end, self.replacement = path, text, start, end, replacement
+        source = hashlib.sha256(text.encode()).hexdigest()[:12]
+        self.key = "\t".join((path, source, str(start), str(end), replacement.strip()))
+        self.line = line_of(text, start, end)
+
+    def __str__(self):
+        old = " ".join(self.text[self.start:self.end].split())
+        before = self.text[:self.start].rsplit("\n", 1)[-1][-30:].strip()
+        return f"{self.path}\t{self.line}\t{old}\t{self.replacement or 'nothing'}\tafter {before or 'the line before'}"
+
+    def mutated(self):
+        return self.text[:self.start] + self.replacement + self.text[self.end:]
 
 
-def configure():
-    run(["cmake", "-G", "Ninja", "-S", COPY, "-B", BUILD, "-DCMAKE_BUILD_TYPE=Debug", "-DBUILD_TESTING=ON",
-         "-DCMAKE_CXX_FLAGS=-O1 -w"], check=True)
+def mutants(only):
+    for folder in FOLDERS:
+        for name in sorted(os.listdir(os.path.join(TREE, folder))):
+            path = f"{folder}/{name}"
+            if name.endswith((".cpp", ".h")) and only in path:
+                text, found = mutants_of(path)
+                yield from (Mutant(path, text, *change) for change in found)
 
 
-def build(targets, jobs):
-    return run(["ninja", "-C", BUILD, "-j", str(jobs), *targets]) == 0
+class Worker:
+    """A copy of the tree with a build folder of its own."""
 
+    def __init__(self, number):
+        self.tree = os.path.join(FOLDER, str(number))
+        self.build = os.path.join(self.tree, "build")
+        self.units = [os.path.join(self.build, "tests", "unit", name) for name in UNIT_TESTS]
+        self.channel = os.path.join(self.build, "tests", "channel", "channel")
+        self.filter = os.path.join(self.build, "filter", "commandtobrenvellis")
+        self.original = {}
 
-def killer(targets, jobs):
-    """What noticed the change: a test program, the compiler, or None."""
-    if not build(targets, jobs):
-        return "compiler"
-    for name in UNIT_TESTS:
+    def prepare(self, sources):
+        for name in sources:
+            target = os.path.join(self.tree, name)
+            os.makedirs(os.path.dirname(target), exist_ok=True)
+            if not os.path.exists(target) or read(os.path.join(TREE, name)) != read(target):
+                shutil.copy(os.path.join(TREE, name), target)
+        # Optimised as what is shipped, so that a change without any effect gives the same program.
+        self.call(["cmake", "-G", "Ninja", "-S", self.tree, "-B", self.build, "-DCMAKE_BUILD_TYPE=Release",
+                   "-DBUILD_TESTING=ON", "-DCMAKE_CXX_FLAGS=-w", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
+                   "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST"])
+        if self.call(["ninja", "-C", self.build, "-j", str(os.cpu_count()), *UNIT_TESTS, "channel"], None) != 0:
+            sys.exit(f"the tests do not build without a change; see ninja -C {self.build}")
+        self.original = {program: digest(program) for program in (*self.units, self.channel, self.filter)}
+
+    def fails_unchanged(self):
+        """Whether a test fails without a change; a success is remembered for the same programs."""
+        passed = os.path.join(self.tree, "passed")
+        programs = json.dumps(self.original)
+        if os.path.exists(passed) and read(passed).decode() == programs:
+            return False
+        if any(self.call([unit, "--gtest_brief=1"]) for unit in self.units) or self.channel_fails():
+            return True
+        with open(passed, "w", encoding="utf-8") as file:
+            file.write(programs)
+        return False
+
+    def verdict(self, mutant):
+        """What noticed the change; SAME if the programs are the same with it, SURVIVED if nobody did."""
+        target = os.path.join(self.tree, mutant.path)
+        with open(target, "w", encoding="utf-8") as file:
+            file.write(mutant.mutated())
         try:
-            if run([os.path.join(BUILD, "tests", "unit", name), "--gtest_brief=1"], timeout=TIME_LIMIT):
-                return name
-        except subprocess.TimeoutExpired:
-            return name + " (time)"
-    shards = 8
-    programs = [subprocess.Popen([os.path.join(BUILD, "tests", "channel", "channel"), "--gtest_brief=1",
-                                  "--gtest_filter=" + CHANNEL_FILTER],
-                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                 env=dict(os.environ, GTEST_TOTAL_SHARDS=str(shards), GTEST_SHARD_INDEX=str(i)))
-                for i in range(shards)]
-    verdict = None
-    for program in programs:
+            return self.verdict_on_tree()
+        finally:
+            with open(target, "w", encoding="utf-8") as file:
+                file.write(mutant.text)
+
+    def verdict_on_tree(self):
+        same = True
+        for name, unit in zip(UNIT_TESTS, self.units):
+            if not self.builds(name):
+                return "compiler"
+            if digest(unit) != self.original[unit]:
+                same = False
+                status = self.call([unit, "--gtest_brief=1", "--gtest_fail_fast"])
+                if status != 0:
+                    return name + (" (time)" if status is None else "")
+        if not self.builds("commandtobrenvellis"):
+            return "compiler"
+        if digest(self.filter) != self.original[self.filter]:
+            return self.channel_fails() or "SURVIVED"
+        return "SAME" if same else "SURVIVED"
+
+    def builds(self, target):
+        return self.call(["ninja", "-C", self.build, "-j", "1", target], BUILD_LIMIT) == 0
+
+    def channel_fails(self):
+        """Runs the channel tests, which mostly wait, at the same time; ends the others when one fails."""
+        shards = []
+        for index in range(SHARDS):
+            shard = os.environ | {"GTEST_TOTAL_SHARDS": str(SHARDS), "GTEST_SHARD_INDEX": str(index)}
+            shards.append(Process([self.channel, "--gtest_fail_fast", "--gtest_filter=" + CHANNEL_FILTER], shard))
+        verdict = None
+        end = time.monotonic() + TIME_LIMIT
+        while shards and not verdict:
+            time.sleep(0.05)
+            for shard in [shard for shard in shards if shard.status() is not None]:
+                shards.remove(shard)
+                if shard.status() != 0:
+                    verdict = self.confirmed(shard.failed_test())
+            if time.monotonic() > end:
+                verdict = "channel (time)"
+        for shard in shards:
+            shard.end()
+        return verdict
+
+    def confirmed(self, test):
+        """On a busy machine a filter may give up on a test that is late: only what fails twice has failed."""
+        if not test or self.call([self.channel, "--gtest_filter=" + test]) != 0:
+            return "channel" + (": " + test if test else "")
+        return None
+
+    def call(self, words, limit=TIME_LIMIT):
+        """The exit status; None at the time limit."""
+        return Process(words).wait(limit)
+
+
+class Process:
+    """A process group that ends with this program."""
+    running = set()
+
+    def __init__(self, words, environment=None):
+        self.output = tempfile.TemporaryFile()
+        self.process = subprocess.Popen(words, stdin=subprocess.DEVNULL, stdout=self.output,
+                                        stderr=subprocess.STDOUT, env=environment, start_new_session=True)
+        Process.running.add(self)
+
+    def status(self):
+        return self.process.poll()
+
+    def wait(self, limit):
         try:
-            if program.wait(timeout=TIME_LIMIT):
-                verdict = "channel"
+            return self.process.wait(limit)
         except subprocess.TimeoutExpired:
-            program.kill()
-            program.wait()
-            verdict = "channel (time)"
-    return verdict
+            return None
+        finally:
+            self.end()
+
+    def end(self):
+        """Ends it and what it started."""
+        try:
+            os.killpg(self.process.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        self.process.wait()
+        Process.running.discard(self)
+
+    def failed_test(self):
+        self.output.seek(0)
+        found = re.search(rb"\[  FAILED  \] ([\w./]+)", self.output.read())
+        return found.group(1).decode() if found else None
+
+
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def digest(program):
+    return hashlib.sha256(read(program)).hexdigest()
+
+
+def read_results():
+    if not os.path.exists(RESULTS):
+        return {}
+    with open(RESULTS, encoding="utf-8") as file:
+        return dict(line.rstrip("\n").rsplit("\t", 1) for line in file)
+
+
+def report(tried, total):
+    print("| file | changes | do not compile | killed | same program | survived |\n|---|---|---|---|---|---|")
+    rows = {}
+    for mutant, verdict in tried:
+        row = rows.setdefault(mutant.path, [0, 0, 0, 0])
+        row[{"compiler": 0, "SAME": 2, "SURVIVED": 3}.get(verdict, 1)] += 1
+    rows["all"] = [sum(row[i] for row in rows.values()) for i in range(4)]
+    for path, row in rows.items():
+        print(f"| {path} | {sum(row)} | " + " | ".join(map(str, row)) + " |")
+    _, killed, same, survived = rows["all"]
+    print(f"\n{len(tried)} of {total} changes tried; of those that compile {100 * killed / max(1, killed + same + survived):.1f} "
+          f"% killed, of those that change a program {100 * killed / max(1, killed + survived):.1f} %.\n")
+    for mutant, verdict in tried:
+        if verdict in ("SAME", "SURVIVED"):
+            print(f"{verdict}\t{mutant}")
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    parser.add_argument("--fresh", action="store_true", help="forget earlier results")
-    parser.add_argument("--list", action="store_true", help="only list the mutants")
-    parser.add_argument("--only", default="", help="only files whose path holds this")
-    parser.add_argument("--jobs", type=int, default=2)
+    parser = argparse.ArgumentParser(usage="tests/mutation/run --help tells", add_help=False)
+    parser.add_argument("--minutes", type=float, default=float("inf"))
+    parser.add_argument("--only", default="")
+    parser.add_argument("--workers", type=int, default=3)
+    parser.add_argument("--again", action="store_true")
+    parser.add_argument("--fresh", action="store_true")
+    parser.add_argument("--list", action="store_true")
     options = parser.parse_args()
+    begin = time.monotonic()
 
-    files = [os.path.join(folder, name) for folder in FOLDERS for name in sorted(os.listdir(os.path.join(TREE, folder)))
-             if name.endswith((".cpp", ".h"))]
-    files = [path for path in files if options.only in path]
-    mutants = [(path, text, *m) for path in files for text, found in [mutants_of(path)] for m in found]
+    everything = list(mutants(options.only))
     if options.list:
-        for path, text, *m in mutants:
-            print(path, describe(text, *m), sep="\t")
-        print(len(mutants), "mutants")
+        print(*everything, f"{len(everything)} changes", sep="\n")
         return 0
 
+    # What a change makes of a loop must not fill the machine.
+    resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
+    resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    atexit.register(lambda: [process.end() for process in list(Process.running)])
+
+    os.makedirs(FOLDER, exist_ok=True)
     if options.fresh and os.path.exists(RESULTS):
         os.remove(RESULTS)
-    os.makedirs(COPY, exist_ok=True)
-    for name in subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=TREE, capture_output=True, text=True,
-                               check=True).stdout.split():
-        target = os.path.join(COPY, name)
-        os.makedirs(os.path.dirname(target), exist_ok=True)
-        source = os.path.join(TREE, name)
-        if not os.path.exists(target) or open(source, "rb").read() != open(target, "rb").read():
-            shutil.copy(source, target)
-    configure()
-    targets = ["channel", "commandtobrenvellis", *UNIT_TESTS]
-    if not build(targets, options.jobs) or killer(targets, options.jobs):
-        sys.exit("the tests fail without a mutation")
+    results = read_results()
+    left = [mutant for mutant in everything if mutant.key not in results or
+            (options.again and results[mutant.key] == "SURVIVED")]
 
-    known = {}
-    if os.path.exists(RESULTS):
-        for line in open(RESULTS, encoding="utf-8"):
-            *key, verdict = line.rstrip("\n").split("\t")
-            known["\t".join(key)] = verdict
-    for path, text, start, end, replacement in mutants:
-        key = f"{path}\t{describe(text, start, end, replacement)}\t{text[max(0, start - 30):start].split(chr(10))[-1].strip()}"
-        if key in known:
-            continue
-        target = os.path.join(COPY, path)
-        with open(target, "w", encoding="utf-8") as file:
-            file.write(text[:start] + replacement + text[end:])
-        known[key] = killer(targets, options.jobs) or "SURVIVED"
-        with open(target, "w", encoding="utf-8") as file:
-            file.write(text)
-        with open(RESULTS, "a", encoding="utf-8") as file:
-            file.write(f"{key}\t{known[key]}\n")
+    if left:
+        sources = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=TREE, capture_output=True,
+                                 text=True, check=True).stdout.splitlines()
+        workers = [Worker(i) for i in range(min(options.workers, len(left)))]
+        for worker in workers:
+            worker.prepare(sources)
+        if workers[0].fails_unchanged():
+            sys.exit("a test fails without a change")
+        lock = threading.Lock()
 
-    current = {f"{path}\t{describe(text, s, e, r)}\t{text[max(0, s - 30):s].split(chr(10))[-1].strip()}"
-               for path, text, s, e, r in mutants}
-    known = {key: verdict for key, verdict in known.items() if key in current}
-    print("| file | mutants | killed by the compiler | by a test | survived |\n|---|---|---|---|---|")
-    rows = {}
-    for key, verdict in known.items():
-        row = rows.setdefault(key.split("\t")[0], [0, 0, 0])
-        row[0 if verdict == "compiler" else 2 if verdict == "SURVIVED" else 1] += 1
-    for path, row in sorted(rows.items()) + [("all", [sum(r[i] for r in rows.values()) for i in range(3)])]:
-        print(f"| {path} | {sum(row)} | {row[0]} | {row[1]} | {row[2]} |")
-    compiled = [v for v in known.values() if v != "compiler"]
-    killed = sum(v != "SURVIVED" for v in compiled)
-    print(f"\nKilled: {100 * killed / max(1, len(compiled)):.1f} % of those that compile, "
-          f"{100 * (len(known) - len(compiled) + killed) / max(1, len(known)):.1f} % of all.")
-    for key, verdict in known.items():
-        if verdict == "SURVIVED":
-            print("survived:", key.replace("\t", " | "))
-    return 0
+        def work(worker):
+            while time.monotonic() < begin + 60 * options.minutes:
+                with lock:
+                    if not left:
+                        return
+                    mutant = left.pop(0)
+                verdict = worker.verdict(mutant)
+                with lock:
+                    results[mutant.key] = verdict
+                    with open(RESULTS, "a", encoding="utf-8") as file:
+                        file.write(f"{mutant.key}\t{verdict}\n")
+
+        threads = [threading.Thread(target=work, args=[worker], daemon=True) for worker in workers]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+
+    tried = [(mutant, results[mutant.key]) for mutant in everything if mutant.key in results]
+    report(tried, len(everything))
+    return 0 if len(tried) == len(everything) else 1
 
 
 if __name__ == "__main__":
