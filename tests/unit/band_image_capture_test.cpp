@@ -325,7 +325,12 @@ using TemplateExpansionDeathTest = testing::Test;
 
 TEST_F(TemplateExpansionDeathTest, ABandWithoutWidthEndsTheProcess) {
   const tagLNBandImageParams band = band_of(3000, 0, 64);
-  EXPECT_DEATH(expand("%B", &band), "");
+  EXPECT_EXIT(
+      {
+        std::signal(SIGFPE, SIG_DFL);
+        expand("%B", &band);
+      },
+      testing::KilledBySignal(SIGFPE), "");
 }
 
 TEST_F(TemplateExpansionDeathTest, ABandWithoutWidthEndsTheProcessAlsoWhereTheSignalIsIgnored) {
@@ -353,6 +358,11 @@ class BandFiles : public testing::Test {
   static std::string content(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  static auto open_files() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         std::filesystem::directory_iterator());
   }
 
   static mode_t permissions(const std::string& path) {
@@ -510,11 +520,18 @@ TEST_F(BandFiles, AShortenedFileStaysWithThePermissionsItWasMadeWith) {
   EXPECT_EQ(permissions(file), 0600U);
 }
 
+TEST_F(BandFiles, ASavedFileIsWholeAndClosed) {
+  const std::string bytes = pixels();
+  // All within: the end of the capture writes out whatever stream is open.
+  printed_by([&] {
+    const auto before = open_files();
+    EXPECT_TRUE(save_memory(path("a").c_str(), bytes.data(), bytes.size()));
+    EXPECT_EQ(open_files(), before);
+    EXPECT_EQ(content(path("a")), bytes);
+  });
+}
+
 TEST_F(BandFiles, AnExceptionIsAFailureAndLeavesNoOpenFile) {
-  const auto open_files = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                         std::filesystem::directory_iterator());
-  };
   const auto before = open_files();
   write_instead = [](std::size_t) -> std::size_t { throw std::bad_alloc(); };
   const bool good = save_memory(path("a").c_str(), "abc", 3);
