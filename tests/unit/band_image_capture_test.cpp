@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include <array>
-#include <climits>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
