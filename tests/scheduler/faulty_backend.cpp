@@ -26,6 +26,8 @@ std::string planned_fault;
 bool silent = false;  ///< the printer sends nothing any more
 bool closed = false;  ///< nor does it take anything
 std::string taken;    ///< from the filter, and not yet answered
+bool asked_again = false;
+int status_replies = 0;
 
 void pause_ms(int milliseconds) {
   usleep(static_cast<useconds_t>(milliseconds) * 1000);
@@ -72,7 +74,7 @@ void at(const std::string& step, int late_ms) {
     silent = closed = true;
   } else if (planned_fault == "garbage") {
     send(std::string(40, '\xff'));
-  } else if (planned_fault == "late") {
+  } else if (planned_fault == "late" || asked_again) {
     pause_ms(late_ms);
   } else if (planned_fault == "waits") {
     wait_for_the_test();
@@ -121,7 +123,8 @@ void answer_the_requests() {
     if (levels) {
       reply("levels", levels_reply(200, 400, 2));
     } else {
-      reply("status", status_reply(0x2660));
+      // Told from the first one where a job asks for it once more.
+      reply("status", status_reply(!asked_again || ++status_replies == 1 ? 0x2660 : 0x2100));
     }
   }
 }
@@ -159,6 +162,7 @@ int main(int argc, char** argv) {
   std::ifstream plan(plan_file);
   std::getline(plan, planned_step);
   std::getline(plan, planned_fault);
+  asked_again = planned_fault == "late, asked again";
 
   int drains = 0;
   int writes = 0;

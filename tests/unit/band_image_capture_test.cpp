@@ -6,8 +6,8 @@
 #include <sys/stat.h>
 
 #include <array>
-#include <climits>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,12 +25,17 @@
 
 #include "tests/support/temporary_folder.h"
 
+/// Where coverage is measured, writes what this process has reached; one that a signal ends does not do so
+/// itself.
+extern "C" [[gnu::weak]] void __gcov_dump();
+
 namespace {
 
 enum class Clock : std::uint8_t { Real, Fixed, Failing };
 Clock the_clock = Clock::Real;
 /// Stands in for fwrite() where it is set.
 std::function<std::size_t(std::size_t count)> write_instead;
+bool formatting_fails = false;
 
 tagLNBandImageParams band_of(std::int64_t stride, std::int64_t width, std::int64_t height) {
   return {.data = nullptr, .stride = stride, .left = 0, .top = 0, .right = width, .bottom = height};
@@ -308,11 +313,38 @@ TEST(TemplateExpansion, WithoutLocalTimeTheStampSaysSo) {
   EXPECT_EQ(expand("at_%T").text, "at_(no_time)");
 }
 
+TEST(TemplateExpansion, AnExpansionThatCannotBeFormattedEndsTheCallBehindTheTextSoFar) {
+  formatting_fails = true;
+  const Expansion expansion = expand("ab%Wcd");
+  formatting_fails = false;
+  EXPECT_EQ(expansion, (Expansion{false, "ab"}));
+}
+
 using TemplateExpansionDeathTest = testing::Test;
 
 TEST_F(TemplateExpansionDeathTest, ABandWithoutWidthEndsTheProcess) {
   const tagLNBandImageParams band = band_of(3000, 0, 64);
-  EXPECT_DEATH(expand("%B", &band), "");
+  EXPECT_EXIT(
+      {
+        std::signal(SIGFPE, SIG_DFL);
+        expand("%B", &band);
+      },
+      testing::KilledBySignal(SIGFPE), "");
+}
+
+TEST_F(TemplateExpansionDeathTest, ABandWithoutWidthEndsTheProcessAlsoWhereTheSignalIsIgnored) {
+  const tagLNBandImageParams band = band_of(3000, 0, 64);
+  EXPECT_EXIT(
+      {
+        std::signal(SIGFPE, SIG_IGN);
+        std::signal(SIGABRT, [](int) {
+          if (__gcov_dump != nullptr) {
+            __gcov_dump();
+          }
+        });
+        expand("%B", &band);
+      },
+      testing::KilledBySignal(SIGABRT), "");
 }
 
 /// A folder for the files of one test, and what the calls print.
@@ -325,6 +357,11 @@ class BandFiles : public testing::Test {
   static std::string content(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  static auto open_files() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         std::filesystem::directory_iterator());
   }
 
   static mode_t permissions(const std::string& path) {
@@ -482,11 +519,18 @@ TEST_F(BandFiles, AShortenedFileStaysWithThePermissionsItWasMadeWith) {
   EXPECT_EQ(permissions(file), 0600U);
 }
 
+TEST_F(BandFiles, ASavedFileIsWholeAndClosed) {
+  const std::string bytes = pixels();
+  // All within: the end of the capture writes out whatever stream is open.
+  printed_by([&] {
+    const auto before = open_files();
+    EXPECT_TRUE(save_memory(path("a").c_str(), bytes.data(), bytes.size()));
+    EXPECT_EQ(open_files(), before);
+    EXPECT_EQ(content(path("a")), bytes);
+  });
+}
+
 TEST_F(BandFiles, AnExceptionIsAFailureAndLeavesNoOpenFile) {
-  const auto open_files = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                         std::filesystem::directory_iterator());
-  };
   const auto before = open_files();
   write_instead = [](std::size_t) -> std::size_t { throw std::bad_alloc(); };
   const bool good = save_memory(path("a").c_str(), "abc", 3);
@@ -497,7 +541,18 @@ TEST_F(BandFiles, AnExceptionIsAFailureAndLeavesNoOpenFile) {
 
 }  // namespace
 
-// Both stand before those of the C library.
+// These stand before those of the C library.
+
+extern "C" int snprintf(char* text, std::size_t size, const char* format, ...) noexcept {
+  if (formatting_fails) {
+    return -1;
+  }
+  std::va_list values;
+  va_start(values, format);
+  const int length = vsnprintf(text, size, format, values);
+  va_end(values);
+  return length;
+}
 
 extern "C" std::tm* localtime(const std::time_t* time) noexcept {
   static std::tm local;

@@ -27,6 +27,7 @@ TEST(PrinterStateReasons, KeywordsEndAtTheFirstNullPointer) {
 
 TEST(PrinterStateReasons, FourKeywordsNeedNoNullPointer) {
   const PrinterStateReason row = {0, 0, {"a", "b", "c", "d"}};
+  EXPECT_EQ(row.reasons.size(), 4U);
   EXPECT_EQ(row.keywords().size(), 4U);
 }
 

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/captured_stream.h"
@@ -21,6 +23,17 @@ std::string log_of_filter(const std::string& commands) {
   std::array<char*, 8> argv{};
   std::ranges::transform(words, argv.begin(), [](std::string& word) { return word.data(); });
   return captured_log([&] { EXPECT_EQ(filter_main(7, argv.data()), 0); });
+}
+
+TEST(CommandFile, IsClosedAtTheEnd) {
+  channels = {};
+  const auto open_files = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         std::filesystem::directory_iterator());
+  };
+  const auto before = open_files();
+  log_of_filter("Other\n");
+  EXPECT_EQ(open_files(), before);
 }
 
 TEST(Probe, IsMadeOnceWith512BytesAndThirtySeconds) {

@@ -3,6 +3,7 @@
 #include <cups/cups.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <ostream>
 #include <string>
@@ -71,6 +72,18 @@ TEST(StateCleanup, TheListIsGivenBack) {
   use_default_destination("none");
   cleaned();
   EXPECT_EQ(freed_destinations, 2);
+}
+
+TEST(StateCleanup, NoMemoryIsKept) {
+  const std::string reasons(10000, 'r');
+  const auto used_after_one_more = [&] {
+    use_default_destination(reasons.c_str());
+    cleaned();
+    return mallinfo2().uordblks;
+  };
+  used_after_one_more();
+  const std::size_t used = used_after_one_more();
+  EXPECT_LT(used_after_one_more(), used + reasons.size());
 }
 
 TEST(StateCleanup, WithoutDestinationsNothingIsCleared) {
