@@ -1,11 +1,16 @@
 # Sourced by scripts that need a Debian of their own, in the folder $root.
 # shellcheck shell=bash
 
-# inside COMMAND...: runs in $root, with nothing of this system's environment.
-inside() {
+# become_inside COMMAND...: this shell becomes it, in $root and with nothing of this system's environment. For "&":
+# $! is then the command itself.
+become_inside() {
   # shellcheck disable=SC2154
-  chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"
+  exec chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
+    DEBIAN_FRONTEND=noninteractive "$@"
 }
+
+# inside COMMAND...: runs it there.
+inside() (become_inside "$@")
 
 # this_release: the code name of the release that this system is.
 this_release() { sed -n 's/^VERSION_CODENAME=//p' /etc/os-release; }
