@@ -33,3 +33,10 @@ copy_tree() {
   mkdir "$root/src"
   git archive HEAD | tar -x -C "$root/src"
 }
+
+# mount_proc: /proc in $root, until this script ends; some tests look there.
+mount_proc() {
+  mount -t proc proc "$root/proc"
+  # shellcheck disable=SC2154
+  trap 'umount "$root/proc"; rm -rf "$scratch"' EXIT
+}
