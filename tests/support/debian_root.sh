@@ -1,11 +1,16 @@
 # Sourced by scripts that need a Debian of their own, in the folder $root.
 # shellcheck shell=bash
 
-# inside COMMAND...: runs in $root, with nothing of this system's environment.
-inside() {
+# become_inside COMMAND...: this shell becomes it, in $root and with nothing of this system's environment. For "&":
+# $! is then the command itself.
+become_inside() {
   # shellcheck disable=SC2154
-  chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"
+  exec chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
+    DEBIAN_FRONTEND=noninteractive "$@"
 }
+
+# inside COMMAND...: runs it there.
+inside() (become_inside "$@")
 
 # this_release: the code name of the release that this system is.
 this_release() { sed -n 's/^VERSION_CODENAME=//p' /etc/os-release; }
@@ -27,4 +32,11 @@ copy_tree() {
   rm -rf "$root/src"
   mkdir "$root/src"
   git archive HEAD | tar -x -C "$root/src"
+}
+
+# mount_proc: /proc in $root, until this script ends; some tests look there.
+mount_proc() {
+  mount -t proc proc "$root/proc"
+  # shellcheck disable=SC2154
+  trap 'umount "$root/proc"; rm -rf "$scratch"' EXIT
 }

@@ -94,13 +94,15 @@ TEST(MarkerReport, TheLevelForAllPairsOfBoundaries) {
                                                256, 257, 32767, 32768, 32769, 65533, 65534, 65535};
   for (const unsigned remaining : boundaries) {
     for (const unsigned total : boundaries) {
-      long level = -1;
+      std::int64_t level = -1;
       if (remaining != 65535 && total != 65535 && total != 0) {
+        const std::int64_t step = total;
+        const std::int64_t hundredfold = std::int64_t{100} * remaining;
         level = 0;
-        while ((level + 1) * static_cast<long>(total) <= 100L * remaining) {
+        while ((level + 1) * step <= hundredfold) {
           ++level;  // the truncated quotient, counted instead of divided
-          if (total < 3 && level * static_cast<long>(total) + 1000000L < 100L * remaining) {
-            level += 1000000L / total - 1;
+          if (step < 3 && level * step + 1'000'000 < hundredfold) {
+            level += 1'000'000 / step - 1;
           }
         }
       }
