@@ -163,6 +163,9 @@ int main(int argc, char** argv) {
   std::getline(plan, planned_step);
   std::getline(plan, planned_fault);
   asked_again = planned_fault == "late, asked again";
+  if (planned_fault == "dies") {
+    wait_for_the_test();
+  }
 
   int drains = 0;
   int writes = 0;
