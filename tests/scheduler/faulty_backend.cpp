@@ -4,6 +4,7 @@
 
 #include <cups/cups.h>
 #include <cups/sidechannel.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -54,6 +55,22 @@ void wait_for_the_test() {
   }
 }
 
+/// Ends who reads the filter's log for the scheduler; what was written before has the time to arrive.
+void close_log() {
+  pause_ms(100);
+  pid_t reader = -1;
+  std::ifstream(plan_file + ".reader") >> reader;
+  if (reader <= 0 || kill(reader, SIGKILL) != 0) {
+    fprintf(stderr, "ERROR: nobody reads the log\n");
+    std::exit(1);
+  }
+  // A pipe without a reader cannot be opened.
+  for (int log = -1; (log = open((plan_file + ".log").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) >= 0;) {
+    close(log);
+    pause_ms(10);
+  }
+}
+
 /// Every step of a job passes here; at the planned one the planned fault happens. A printer that is late is
 /// later than the filter waits at this step.
 void at(const std::string& step, int late_ms) {
@@ -76,6 +93,8 @@ void at(const std::string& step, int late_ms) {
     send(std::string(40, '\xff'));
   } else if (planned_fault == "late" || asked_again) {
     pause_ms(late_ms);
+  } else if (planned_fault == "log closed") {
+    close_log();
   } else if (planned_fault == "waits") {
     wait_for_the_test();
   }
