@@ -60,7 +60,7 @@ constexpr auto CLEARING_LINES = [] {
   constexpr std::size_t hole = format.find("%s");
   std::array<std::array<char, 64>, SORTED_REASONS.size()> lines{};
   for (std::size_t i = 0; i < lines.size(); ++i) {
-    auto end = std::ranges::copy(format.substr(0, hole), lines[i].begin()).out;
+    char* end = std::ranges::copy(format.substr(0, hole), lines[i].data()).out;
     end = std::ranges::copy(SORTED_REASONS[i].keyword, end).out;
     std::ranges::copy(format.substr(hole + 2), end);
   }
