@@ -6,7 +6,6 @@
 #include <fstream>
 #include <functional>
 #include <future>
-#include <ranges>
 #include <regex>
 #include <thread>
 
@@ -164,9 +163,10 @@ exec "$real" "$@" 2>"$plan.log"
   /// Lets the backends that are to die begin. The scheduler itself has a filter's output open until it has
   /// started the whole job: a filter that writes so early would not be ended by a dead backend.
   void let_die() const {
-    const auto dying = [](const Row& row) { return row.fault == "dies"; };
-    for (const auto& row : rows | std::views::filter(dying)) {
-      wait_for([&] { return fs::exists(plan_of(row) + ".reached"); }, row.step + "'s backend runs");
+    for (const auto& row : rows) {
+      if (row.fault == "dies") {
+        wait_for([&] { return fs::exists(plan_of(row) + ".reached"); }, row.step + "'s backend runs");
+      }
     }
     // It answers when it has started them.
     (void)scheduler.view(rows.front().queue);
