@@ -311,7 +311,8 @@ def main():
     resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
     resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda number, _: sys.exit(128 + number))
     atexit.register(lambda: [process.end() for process in list(Process.running)])
 
     os.makedirs(FOLDER, exist_ok=True)
