@@ -37,8 +37,9 @@ TOKEN = re.compile(
     r"|(?P<number>\b(?:0[xX][0-9a-fA-F]+|[0-9]+(?:\.[0-9]+)?)[uU]?\b)|(?P<word>[A-Za-z_]\w*)"
     r"|(?P<op><<=|>>=|\+\+|--|->|::|\+=|-=|==|!=|<=|>=|&&|\|\||<<|>>|[-+*/%<>!&|=])", re.M | re.S)
 # A statement that can be left out: a call or an assignment on lines of its own.
-STATEMENT = re.compile(r"^[ \t]+(?!return\b|const\b|constexpr\b|static\b|using\b|auto\b|std::\w+<|std::array|case\b|break;|if\b|for\b|while\b|[\w:]+ \w+(?:;| =|\{|\())"
-                       r"[\w*+][^;{}]*;\n", re.M)
+STATEMENT = re.compile(
+    r"^[ \t]+(?!return\b|const\b|constexpr\b|static\b|using\b|auto\b|std::\w+<|std::array|case\b|break;|if\b|for\b|while\b"
+    r"|[\w:]+ \w+(?:;| =|\{|\())[\w*+][^;{}]*;\n", re.M)
 
 
 def is_operator(text, match):
@@ -284,8 +285,10 @@ def report(tried, total):
     for path, row in rows.items():
         print(f"| {path} | {sum(row)} | " + " | ".join(map(str, row)) + " |")
     _, killed, same, survived = rows["all"]
-    print(f"\n{len(tried)} of {total} changes tried; of those that compile {100 * killed / max(1, killed + same + survived):.1f} "
-          f"% killed, of those that change a program {100 * killed / max(1, killed + survived):.1f} %.\n")
+    of_compiled = 100 * killed / max(1, killed + same + survived)
+    of_changed = 100 * killed / max(1, killed + survived)
+    print(f"\n{len(tried)} of {total} changes tried; of those that compile {of_compiled:.1f} % killed, of those that "
+          f"change a program {of_changed:.1f} %.\n")
     for mutant, verdict in tried:
         if verdict in ("SAME", "SURVIVED"):
             print(f"{verdict}\t{mutant}")
@@ -311,7 +314,8 @@ def main():
     resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
     resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda number, _: sys.exit(128 + number))
     atexit.register(lambda: [process.end() for process in list(Process.running)])
 
     os.makedirs(FOLDER, exist_ok=True)
