@@ -49,7 +49,8 @@ std::int64_t bits_per_pixel(const tagLNBandImageParams& band) {
 
 Piece number_text(std::int64_t number) {
   Piece piece{};
-  snprintf(piece.data(), piece.size(), "%ld", static_cast<long>(number));
+  // long has 32 bits on some processors.
+  snprintf(piece.data(), piece.size(), "%lld", static_cast<long long>(number));
   return piece;
 }
 

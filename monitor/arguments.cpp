@@ -10,9 +10,11 @@
 std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   CLI::App app("Asks Brenvellis photo printers behind CUPS for their ribbons and errors, and shows them.",
                "brenvellis-monitor");
+  // Newer releases of CLI11 wrap lines of 80 columns and more.
   app.footer(
-      "Exit status: 0 all well; 1 a ribbon is low; 2 a printer reports an error; 3 something could not be\n"
-      "read (of several, 2 before 3 before 1); 64 wrong usage; 130, 143 ended by Ctrl-C or SIGTERM.\n"
+      "Exit status: 0 all well; 1 a ribbon is low; 2 a printer reports an error;\n"
+      "3 something could not be read (of several, 2 before 3 before 1);\n"
+      "64 wrong usage; 130, 143 ended by Ctrl-C or SIGTERM.\n"
       "See brenvellis-monitor(1).");
   app.set_version_flag("--version", "brenvellis-monitor " BRENVELLIS_VERSION);
 

@@ -92,14 +92,16 @@ ExitStatus run(int argc, char** argv) {
   CLI::App app(
       "The printer's end of a raw network connection, for tests and demonstrations without a printer.",
       "brenvellis-simulator");
+  // Newer releases of CLI11 wrap lines of 80 columns and more.
   app.footer(
-      "Prints the CUPS device URI as its only line when it is ready, and runs until SIGINT or SIGTERM.\n"
-      "Numbers are decimal or hexadecimal with 0x. Faults: none, silent, short N, drip [MS], split N [MS],\n"
-      "long N, garbage, slow MS, close N, refuse; all but none and refuse take a last word \"status\" or\n"
-      "\"levels\" that limits them to this request. Send the command \"help\" for the control commands.\n\n"
-      "Exit status: 0 ended by a signal, or told \"ok\"; 1 cannot listen, cannot make the control socket, "
-      "told\n"
-      "\"error\", or nobody answers; 2 wrong usage.");
+      "Prints the CUPS device URI as its only line when it is ready, and runs until\n"
+      "SIGINT or SIGTERM. Numbers are decimal or hexadecimal with 0x.\n"
+      "Faults: none, silent, short N, drip [MS], split N [MS], long N, garbage,\n"
+      "slow MS, close N, refuse; all but none and refuse take a last word \"status\" or\n"
+      "\"levels\" that limits them to this request. Send the command \"help\" for the\n"
+      "control commands.\n\n"
+      "Exit status: 0 ended by a signal, or told \"ok\"; 1 cannot listen, cannot make the\n"
+      "control socket, told \"error\", or nobody answers; 2 wrong usage.");
   app.set_version_flag("--version", "brenvellis-simulator " BRENVELLIS_VERSION);
   auto* tell =
       app.add_option("--tell", options.tell,

@@ -85,19 +85,20 @@ Expansion model(std::size_t size, const std::string& templ, const tagLNBandImage
     if (percent) {
       percent = false;
       const auto room = static_cast<std::size_t>(room_end - position);
-      const std::int64_t width = params != nullptr ? params->right - params->left : 0;
-      const std::int64_t height = params != nullptr ? params->bottom - params->top : 0;
+      const long long width = params != nullptr ? params->right - params->left : 0;
+      const long long height = params != nullptr ? params->bottom - params->top : 0;
       int count = 0;
       if (c == 'B') {
-        count = snprintf(position, room, "%ld", params != nullptr ? labs(params->stride) / width * 8 : 0);
+        count =
+            snprintf(position, room, "%lld", params != nullptr ? std::llabs(params->stride) / width * 8 : 0);
       } else if (c == 'C') {
         count = snprintf(position, room, "%04d", number++);
       } else if (c == 'H') {
-        count = snprintf(position, room, "%ld", height);
+        count = snprintf(position, room, "%lld", height);
       } else if (c == 'T') {
         count = snprintf(position, room, "%s", "20261116_073016");
       } else if (c == 'W') {
-        count = snprintf(position, room, "%ld", width);
+        count = snprintf(position, room, "%lld", width);
       }
       position += count;
     } else if (c == '%') {
