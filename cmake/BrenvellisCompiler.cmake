@@ -4,6 +4,8 @@ check_pie_supported(LANGUAGES CXX)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 include_directories(${CMAKE_SOURCE_DIR})
+# A raster stream may be longer than 2 GB, on processors of 32 bits, too.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2)
 if(BRENVELLIS_WERROR)
   add_compile_options(-Werror)
