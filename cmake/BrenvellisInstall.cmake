@@ -47,14 +47,17 @@ if(TARGET brenvellis_ppd)
   install(FILES ${CMAKE_BINARY_DIR}/ppd/brenvell.ppd DESTINATION ${CMAKE_INSTALL_DATADIR}/ppd/brenvellis)
 endif()
 
-# For many print servers; monitor/fleet names programs where a distribution has them.
+# For many print servers; monitor/fleet names programs where a distribution has them. Which prefix it is, only the
+# installation knows.
 if(TARGET brenvellis-monitor)
-  foreach(unit brenvellis-monitor.service brenvellis-monitor.timer)
-    file(READ monitor/fleet/${unit} text)
-    string(REPLACE /usr/bin/ ${CMAKE_INSTALL_FULL_BINDIR}/ text "${text}")
-    file(CONFIGURE OUTPUT ${unit} CONTENT "${text}" @ONLY)
-    install(FILES ${CMAKE_BINARY_DIR}/${unit} DESTINATION ${SYSTEMD_UNIT_DIR})
-  endforeach()
+  install(CODE "
+    set(program \"${CMAKE_INSTALL_BINDIR}/brenvellis-monitor\")
+    cmake_path(ABSOLUTE_PATH program BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+    file(READ \"${CMAKE_SOURCE_DIR}/monitor/fleet/brenvellis-monitor.service\" text)
+    string(REPLACE \"=/usr/bin/brenvellis-monitor \" \"=\\\"\${program}\\\" \" text \"\${text}\")
+    file(WRITE \"${CMAKE_BINARY_DIR}/brenvellis-monitor.service\" \"\${text}\")")
+  install(FILES ${CMAKE_BINARY_DIR}/brenvellis-monitor.service monitor/fleet/brenvellis-monitor.timer
+    DESTINATION ${SYSTEMD_UNIT_DIR})
   install(FILES monitor/fleet/alerts.yml monitor/fleet/brenvellis-monitor.default
     DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis)
 endif()
@@ -88,7 +91,13 @@ install(FILES ${CMAKE_BINARY_DIR}/brenvellis-config.cmake ${CMAKE_BINARY_DIR}/br
 install(FILES ${CMAKE_BINARY_DIR}/brenvellis.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
 
+# CMake's list of what it installed does not say below which DESTDIR.
+install(CODE "
+  set(of \"\")
+  if(CMAKE_INSTALL_COMPONENT)
+    set(of \"_\${CMAKE_INSTALL_COMPONENT}\")
+  endif()
+  file(WRITE \"${CMAKE_BINARY_DIR}/install_destdir\${of}.txt\" \"\$ENV{DESTDIR}\")" ALL_COMPONENTS)
 add_custom_target(uninstall
-  COMMAND ${CMAKE_COMMAND} -D MANIFEST=${CMAKE_BINARY_DIR}/install_manifest.txt
-          -P ${CMAKE_SOURCE_DIR}/cmake/Uninstall.cmake
+  COMMAND ${CMAKE_COMMAND} -D BUILD=${CMAKE_BINARY_DIR} -P ${CMAKE_SOURCE_DIR}/cmake/Uninstall.cmake
   VERBATIM)

@@ -1,11 +1,21 @@
-# cmake -D MANIFEST=install_manifest.txt -P Uninstall.cmake: removes what the last installation from this build
-# folder put there, and the folders that it leaves empty. DESTDIR is honoured.
-if(NOT EXISTS ${MANIFEST})
-  message(FATAL_ERROR "nothing was installed from here: there is no ${MANIFEST}")
+# cmake -D BUILD=folder -P Uninstall.cmake: removes what the last installation from this build folder, and the last one
+# of each component, put below its DESTDIR, and the folders of this system that it leaves empty.
+file(GLOB manifests ${BUILD}/install_manifest*.txt)
+if(NOT manifests)
+  message(FATAL_ERROR "nothing is installed from here: there is no ${BUILD}/install_manifest.txt")
 endif()
-file(STRINGS ${MANIFEST} files)
+set(files)
+foreach(manifest IN LISTS manifests)
+  string(REPLACE /install_manifest /install_destdir record ${manifest})
+  set(destdir $ENV{DESTDIR})
+  if(EXISTS ${record})
+    file(READ ${record} destdir)
+  endif()
+  file(STRINGS ${manifest} installed)
+  list(TRANSFORM installed PREPEND "${destdir}")
+  list(APPEND files ${installed})
+endforeach()
 foreach(file IN LISTS files)
-  set(file $ENV{DESTDIR}${file})
   message(STATUS "Removing ${file}")
   file(REMOVE ${file})
   # Folders of this system alone; the others are the distribution's.
@@ -19,3 +29,4 @@ foreach(file IN LISTS files)
     cmake_path(GET folder PARENT_PATH folder)
   endwhile()
 endforeach()
+file(REMOVE ${manifests})
