@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <asio.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <optional>
 #include <string>
@@ -82,7 +84,9 @@ ExitStatus simulate(std::uint16_t port, const std::optional<std::string>& contro
   }
 
   printf("socket://127.0.0.1:%u\n", unsigned{printer_server.port()});
-  fflush(stdout);
+  if (fflush(stdout) != 0) {
+    return fail(std::string("cannot write the device URI: ") + std::strerror(errno));
+  }
   io.run();
   return DONE;
 }

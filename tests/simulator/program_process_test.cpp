@@ -1,12 +1,15 @@
 // The program as its user meets it: options, messages, exit statuses, what it leaves behind.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 
 #include "tests/simulator/simulator_process.h"
+#include "tests/support/child_process.h"
 
 using testing::HasSubstr;
 using testing::MatchesRegex;
@@ -143,6 +146,13 @@ TEST(Program, WrongUsageIsToldAndEndsWithStatus2) {
     EXPECT_EQ(outcome.errors,
               "brenvellis-simulator: " + message + "\nRun with --help for more information.\n");
   }
+}
+
+TEST(Program, AnUriThatNobodyGetsIsAFailure) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ChildProcess simulator({{SIMULATOR_PROGRAM}, {{1, full}}, {}});
+  close(full);
+  EXPECT_EQ(simulator.exit_status(std::chrono::seconds(30)), 1);
 }
 
 TEST(Program, HelpNamesEveryOptionAndTheExitStatus) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <csignal>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 
@@ -35,6 +36,14 @@ PrivateScheduler::PrivateScheduler(const std::string& filter) : filter_(filter),
 PrivateScheduler::~PrivateScheduler() {
   process_->signal(SIGTERM);
   process_->wait(seconds(10));
+  for (const pid_t orphan : orphans_) {
+    // It may have ended, and its number be another's.
+    std::ifstream file("/proc/" + std::to_string(orphan) + "/environ");
+    const std::string environment{std::istreambuf_iterator<char>(file), {}};
+    if (environment.find(path().string()) != std::string::npos) {
+      kill(orphan, SIGKILL);
+    }
+  }
 }
 
 void PrivateScheduler::start() {
@@ -54,6 +63,14 @@ void PrivateScheduler::start() {
 }
 
 void PrivateScheduler::restart(int signal) {
+  if (signal == SIGKILL) {
+    // It cannot end its filters and backends: one that waits for its printer would outlive the test.
+    const std::string self = std::to_string(pid());
+    std::ifstream children("/proc/" + self + "/task/" + self + "/children");
+    for (pid_t child = 0; children >> child;) {
+      orphans_.push_back(child);
+    }
+  }
   process_->signal(signal);
   if (!process_->wait(seconds(30))) {
     throw std::runtime_error("the private scheduler did not end");

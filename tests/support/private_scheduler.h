@@ -78,4 +78,5 @@ class PrivateScheduler {
   std::string filter_;
   int port_ = 0;
   std::unique_ptr<ChildProcess> process_;
+  std::vector<pid_t> orphans_;  ///< what a killed scheduler had started
 };
