@@ -62,20 +62,14 @@ if(TARGET brenvellis-monitor)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis)
 endif()
 
-# The status and levels libraries, for programs that ask the printer without the filter.
+# The filter's library, for programs that ask the printer without the filter.
 include(CMakePackageConfigHelpers)
-set(libraries brenvellis_debug brenvellis_status brenvellis_levels)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/brenvellis)
-install(TARGETS ${libraries} EXPORT brenvellis ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  COMPONENT development)
-foreach(library debug status levels)
-  file(GLOB headers ${library}/*.h)
-  install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/brenvellis/${library} COMPONENT development)
-  set_target_properties(brenvellis_${library} PROPERTIES EXPORT_NAME ${library})
-  target_include_directories(brenvellis_${library} INTERFACE
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/brenvellis>)
-  target_compile_features(brenvellis_${library} INTERFACE cxx_std_20)
-endforeach()
+install(TARGETS brenvellis EXPORT brenvellis ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+file(GLOB headers filter/*.h)
+install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/brenvellis COMPONENT development)
+target_include_directories(brenvellis INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_compile_features(brenvellis INTERFACE cxx_std_20)
 install(EXPORT brenvellis NAMESPACE brenvellis:: FILE brenvellis-targets.cmake DESTINATION ${package}
   COMPONENT development)
 configure_package_config_file(cmake/brenvellis-config.cmake.in brenvellis-config.cmake

@@ -1,10 +1,10 @@
 // ask_printer DEVICE-URI: asks a Brenvellis printer for its ribbon and its state without a queue, a PPD or a
 // filter, as a printer application would: it starts the CUPS backend of the URI and is its scheduler and
 // filter in one.
+#include <brenvellis/levels_query.h>
+#include <brenvellis/printer_state_reasons.h>
+#include <brenvellis/status_query.h>
 #include <fcntl.h>
-#include <levels/levels_query.h>
-#include <status/printer_state_reasons.h>
-#include <status/status_query.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,7 +16,7 @@
 
 namespace {
 
-// The numbers that the libraries, and every CUPS backend, expect.
+// The numbers that the library, and every CUPS backend, expects.
 constexpr int BACK_CHANNEL = 3;
 constexpr int SIDE_CHANNEL = 4;
 
@@ -100,7 +100,7 @@ int main(int argc, char* argv[]) {
   }
   const pid_t backend = start_backend(argv[1], pipes);
 
-  // The libraries write requests to standard output and their trace to standard error.
+  // The library writes requests to standard output and its trace to standard error.
   FILE* out = fdopen(dup(STDOUT_FILENO), "w");
   fcntl(fileno(out), F_SETFD, FD_CLOEXEC);
   dup2(pipes.data[1], STDOUT_FILENO);

@@ -7,11 +7,11 @@
 #include <array>
 #include <cstdio>
 
-#include "debug/channel_trace.h"
-#include "levels/levels_query.h"
-#include "levels/marker_report.h"
-#include "status/state_report.h"
-#include "status/status_query.h"
+#include "filter/channel_trace.h"
+#include "filter/levels_query.h"
+#include "filter/marker_report.h"
+#include "filter/state_report.h"
+#include "filter/status_query.h"
 
 // Exported by libcups for the CUPS programs, and in no installed header.
 extern "C" int _cups_strcasecmp(const char* s, const char* t);

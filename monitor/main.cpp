@@ -14,12 +14,12 @@
 #include <thread>
 
 #include "monitor/arguments.h"
-#include "monitor/html_view.h"
-#include "monitor/json_view.h"
 #include "monitor/output_file.h"
-#include "monitor/prometheus_view.h"
 #include "monitor/refresh.h"
-#include "monitor/text_view.h"
+#include "monitor/views/html_view.h"
+#include "monitor/views/json_view.h"
+#include "monitor/views/prometheus_view.h"
+#include "monitor/views/text_view.h"
 
 namespace {
 

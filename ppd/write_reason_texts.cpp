@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "status/printer_state_reasons.h"
+#include "filter/printer_state_reasons.h"
 
 namespace {
 

@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "debug/band_image_capture.h"
-#include "debug/channel_trace.h"
-#include "debug/page_header_dump.h"
-#include "levels/marker_report.h"
-#include "status/state_report.h"
+#include "filter/channel_trace.h"
+#include "filter/marker_report.h"
+#include "filter/state_report.h"
+#include "raster/band_image_capture.h"
+#include "raster/page_header_dump.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <optional>
 
-#include "levels/levels_query.h"
-#include "status/printer_exchange.h"
-#include "status/status_query.h"
+#include "filter/levels_query.h"
+#include "filter/printer_exchange.h"
+#include "filter/status_query.h"
 #include "tests/fuzz/arbitrary_channels.h"
 #include "tests/fuzz/require.h"
 #include "tests/support/expected_log.h"

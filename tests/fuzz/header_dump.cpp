@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "debug/page_header_dump.h"
-#include "debug/raster_names.h"
+#include "raster/page_header_dump.h"
+#include "raster/raster_names.h"
 #include "tests/fuzz/require.h"
 #include "tests/unit/captured_stream.h"
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <memory>
 
-#include "levels/marker_report.h"
+#include "filter/marker_report.h"
 #include "tests/fuzz/require.h"
 #include "tests/support/expected_log.h"
 #include "tests/unit/captured_stream.h"

@@ -9,11 +9,11 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "monitor/html_view.h"
-#include "monitor/json_view.h"
-#include "monitor/prometheus_view.h"
 #include "monitor/reading.h"
-#include "monitor/text_view.h"
+#include "monitor/views/html_view.h"
+#include "monitor/views/json_view.h"
+#include "monitor/views/prometheus_view.h"
+#include "monitor/views/text_view.h"
 #include "tests/fuzz/require.h"
 
 namespace {

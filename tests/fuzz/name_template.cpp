@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "debug/band_image_capture.h"
+#include "raster/band_image_capture.h"
 #include "tests/fuzz/require.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // Any raster stream: it is read to its end or to an error that is told, whatever its headers promise.
 
-#include "rasterdump/raster_stream.h"
+#include "raster/raster_stream.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 #include <array>
 #include <cstring>
 
-#include "debug/page_header_dump.h"
+#include "raster/page_header_dump.h"
 #include "tests/fuzz/require.h"
 #include "tests/unit/captured_stream.h"
 

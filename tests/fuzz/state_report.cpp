@@ -1,6 +1,6 @@
 // Any state against any reason table: the lines are those of a model that tries every code of every row.
 
-#include "status/state_report.h"
+#include "filter/state_report.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 

@@ -3,7 +3,7 @@
 
 #include <fstream>
 
-#include "monitor/html_view.h"
+#include "monitor/views/html_view.h"
 #include "tests/monitor/monitor_run.h"
 #include "tests/support/simulated_printer.h"
 #include "tests/unit/sample_report.h"

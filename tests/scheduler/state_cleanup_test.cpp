@@ -1,4 +1,4 @@
-#include "status/state_cleanup.h"
+#include "filter/state_cleanup.h"
 
 #include <cups/cups.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "debug/band_image_capture.h"
+#include "raster/band_image_capture.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>

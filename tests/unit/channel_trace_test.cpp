@@ -1,4 +1,4 @@
-#include "debug/channel_trace.h"
+#include "filter/channel_trace.h"
 
 #include <gtest/gtest.h>
 

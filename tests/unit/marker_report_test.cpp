@@ -1,4 +1,4 @@
-#include "levels/marker_report.h"
+#include "filter/marker_report.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "debug/page_header_dump.h"
+#include "raster/page_header_dump.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-#include "monitor/plain_text.h"
+#include "monitor/views/plain_text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "status/printer_exchange.h"
+#include "filter/printer_exchange.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "levels/levels_query.h"
-#include "status/status_query.h"
+#include "filter/levels_query.h"
+#include "filter/status_query.h"
 #include "tests/unit/allocation_count.h"
 #include "tests/unit/captured_stream.h"
 #include "tests/unit/recorded_channels.h"

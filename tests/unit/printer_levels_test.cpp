@@ -1,4 +1,4 @@
-#include "levels/printer_levels.h"
+#include "filter/printer_levels.h"
 
 #include <gtest/gtest.h>
 

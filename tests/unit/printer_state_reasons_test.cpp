@@ -1,4 +1,4 @@
-#include "status/printer_state_reasons.h"
+#include "filter/printer_state_reasons.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "status/printer_state.h"
+#include "filter/printer_state.h"
 
 #include <gtest/gtest.h>
 

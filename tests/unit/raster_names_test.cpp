@@ -1,4 +1,4 @@
-#include "debug/raster_names.h"
+#include "raster/raster_names.h"
 
 #include <gtest/gtest.h>
 

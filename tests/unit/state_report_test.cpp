@@ -1,4 +1,4 @@
-#include "status/state_report.h"
+#include "filter/state_report.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -6,12 +6,12 @@
 #include <regex>
 #include <sstream>
 
-#include "monitor/html_view.h"
-#include "monitor/json_view.h"
-#include "monitor/plain_text.h"
-#include "monitor/prometheus_view.h"
-#include "monitor/text_view.h"
-#include "monitor/wording.h"
+#include "monitor/views/html_view.h"
+#include "monitor/views/json_view.h"
+#include "monitor/views/plain_text.h"
+#include "monitor/views/prometheus_view.h"
+#include "monitor/views/text_view.h"
+#include "monitor/views/wording.h"
 #include "tests/unit/sample_report.h"
 
 namespace {

@@ -1,0 +1,56 @@
+#include "filter/printer_state_reasons.h"
+
+#include <algorithm>
+#include <string_view>
+
+// What is so of the table by design, checked where it is compiled.
+namespace {
+
+constexpr unsigned code_of(const PrinterStateReason& row) {
+  return unsigned{row.major} << 8U | row.minor;
+}
+
+constexpr bool has_one_code(const PrinterStateReason& row) {
+  return row.major < 256 && row.minor < 256;
+}
+
+/// "com.brenvellis-errorNNNN_XXYY" with the row's code as XXYY, or "com.brenvellis-errorNNNN" with it as
+/// NNNN.
+constexpr bool is_named_after_its_code(const PrinterStateReason& row) {
+  constexpr std::string_view PREFIX = "com.brenvellis-error";
+  const std::string_view keyword = row.keywords().front();
+  const std::size_t group_only = PREFIX.size() + 4;
+  if (!keyword.starts_with(PREFIX) ||
+      (keyword.size() != group_only && (keyword.size() != group_only + 5 || keyword[group_only] != '_'))) {
+    return false;
+  }
+  unsigned code = 0;
+  for (const char digit : keyword.substr(keyword.size() - 4)) {
+    if (digit < '0' || digit > '9') {
+      return false;
+    }
+    code = code << 4U | static_cast<unsigned>(digit - '0');
+  }
+  return code == code_of(row);
+}
+
+constexpr bool keywords_are_distinct() {
+  std::array<std::string_view, PRINTER_STATE_REASONS.size() - 1> keywords;
+  std::ranges::transform(std::span(PRINTER_STATE_REASONS).subspan(1), keywords.begin(),
+                         [](const auto& row) { return row.keywords().front(); });
+  std::ranges::sort(keywords);
+  return std::ranges::adjacent_find(keywords) == keywords.end();
+}
+
+constexpr auto WITH_KEYWORD = std::span(PRINTER_STATE_REASONS).subspan(1);
+
+static_assert(std::ranges::all_of(PRINTER_STATE_REASONS, has_one_code));
+static_assert(std::ranges::is_sorted(PRINTER_STATE_REASONS, std::ranges::less_equal{}, code_of) &&
+              std::ranges::adjacent_find(PRINTER_STATE_REASONS, {}, code_of) == PRINTER_STATE_REASONS.end());
+static_assert(code_of(PRINTER_STATE_REASONS.front()) == 0 &&
+              PRINTER_STATE_REASONS.front().keywords().empty());
+static_assert(std::ranges::all_of(WITH_KEYWORD, [](const auto& row) { return row.keywords().size() == 1; }));
+static_assert(std::ranges::all_of(WITH_KEYWORD, is_named_after_its_code));
+static_assert(keywords_are_distinct());
+
+}  // namespace

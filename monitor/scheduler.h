@@ -1,0 +1,102 @@
+#pragma once
+
+#include <cups/ipp.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "monitor/reading.h"
+
+/// A job as a look at a scheduler shows it.
+struct Job {
+  int number = 0;
+  std::string queue;
+  bool is_command = false;  ///< a command file, not a print
+  bool is_own = false;      ///< sent by this monitor's user
+  ipp_jstate_t state = IPP_JSTATE_PENDING;
+  /// How long ago it began to print, in seconds of the scheduler's clock; nothing if it has not begun.
+  std::optional<int> processing_seconds;
+  std::optional<int> sheets_completed;
+
+  bool operator==(const Job&) const = default;
+};
+
+/// Asks for all printers' queues and for jobs.
+struct LookRequest {
+  /// Besides all jobs that have not ended, those from this number on are wanted whatever became of them; 0:
+  /// no others.
+  int first_job = 0;
+};
+
+/// Asks to send a queue one command job.
+struct SendRequest {
+  std::string queue;
+  int report_levels = 1;  ///< how many ReportLevels lines the command file has
+  /// The scheduler itself cancels the job after so many seconds, should this program not live to purge it.
+  int lifetime_seconds = 60;
+};
+
+/// Asks to end a job of this user at once and to forget it: its filter and backend are killed.
+struct PurgeRequest {
+  std::string queue;
+  int job = 0;
+};
+
+using SchedulerRequest = std::variant<LookRequest, SendRequest, PurgeRequest>;
+
+/// A scheduler's queues and jobs at one moment.
+struct Look {
+  std::vector<Reading> queues;
+  std::vector<Job> jobs;  ///< without the history if the scheduler keeps none
+};
+
+/// The number of the job that was sent.
+struct Sent {
+  int job = 0;
+};
+
+/// The job is gone, also if there was none of this number any more.
+struct Purged {};
+
+/// Why a scheduler did not do what it was asked.
+struct SchedulerError {
+  enum class Kind : std::uint8_t {
+    Unreachable,      ///< no connection, or it broke
+    NoAnswer,         ///< not within the time
+    InvalidAnswer,    ///< not IPP, too large, nested too deeply
+    Forbidden,        ///< its policy does not allow it
+    Unauthorized,     ///< it wants a password
+    NeedsEncryption,  ///< it wants TLS, or cannot do TLS though the user requires it
+    NotFound,         ///< no such queue or job
+    Busy,             ///< it takes no more jobs now
+    Refused,          ///< any other answer than success
+  };
+  Kind kind = Kind::Refused;
+  std::string text;  ///< the scheduler's or the system's own words: any bytes
+
+  bool operator==(const SchedulerError&) const = default;
+};
+
+using SchedulerAnswer = std::variant<Look, Sent, Purged, SchedulerError>;
+
+/// Scheduler is one print server, asked one request at a time without waiting for the answer.
+class Scheduler {
+ public:
+  virtual ~Scheduler() = default;
+
+  /// Begins a request; none may be under way.
+  virtual void ask(const SchedulerRequest& request) = 0;
+
+  /// The answer to the request under way, once; nothing as long as it is out. Does not wait.
+  [[nodiscard]] virtual std::optional<SchedulerAnswer> take_answer() = 0;
+
+  /// A descriptor that poll() finds readable when an answer may be there; -1 if there is none now.
+  [[nodiscard]] virtual int descriptor() const = 0;
+
+  /// Gives the request under way up: no answer to it comes any more, and what it was to do may have been
+  /// done.
+  virtual void give_up() = 0;
+};

@@ -1,0 +1,126 @@
+#include "monitor/views/json_view.h"
+
+#include <nlohmann/json.hpp>
+
+#include "monitor/views/wording.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+template <typename Value>
+Json value_or_null(const std::optional<Value>& value) {
+  return value ? Json(*value) : Json(nullptr);
+}
+
+Json text_or_null(const std::string& text) {
+  return text.empty() ? Json(nullptr) : Json(text);
+}
+
+Json state_of(QueueState state) {
+  switch (state) {
+    case QueueState::Idle:
+      return "idle";
+    case QueueState::Processing:
+      return "processing";
+    case QueueState::Stopped:
+      return "stopped";
+    case QueueState::Unknown:
+      break;
+  }
+  return nullptr;
+}
+
+const char* name_of(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::Refreshed:
+      return "refreshed";
+    case Outcome::NotAsked:
+      return "not-asked";
+    case Outcome::Busy:
+      return "busy";
+    case Outcome::Paused:
+      return "paused";
+    case Outcome::Rejecting:
+      return "rejecting";
+    case Outcome::Unsupported:
+      return "unsupported";
+    case Outcome::TimedOut:
+      return "timed-out";
+    case Outcome::Failed:
+      return "failed";
+    case Outcome::NotFound:
+      return "not-found";
+  }
+  return "failed";
+}
+
+Json ribbon_of(const Reading& reading, int low_percent) {
+  return {
+      {"prints_remaining", value_or_null(reading.prints_remaining)},
+      {"prints_total", value_or_null(reading.prints_total)},
+      {"level_percent", value_or_null(reading.level_percent)},
+      {"low", reading.level_percent ? Json(is_low(reading, low_percent)) : Json(nullptr)},
+      {"sheet", text_or_null(reading.sheet)},
+      {"answered", value_or_null(reading.answered)},
+      {"age_seconds", value_or_null(reading.age_seconds)},
+  };
+}
+
+Json queue_of(const QueueReport& queue, int low_percent) {
+  const auto& reading = queue.reading;
+  Json errors = Json::array();
+  for (const auto& error : reading.errors) {
+    errors.push_back({{"group", error.group},
+                      {"code", error.code},
+                      {"keyword", reason_keyword(error)},
+                      {"certain", !is_fallback(error)}});
+  }
+  Json markers = Json::array();
+  for (const auto& marker : reading.markers) {
+    markers.push_back({{"name", text_or_null(marker.name)},
+                       {"type", text_or_null(marker.type)},
+                       {"level_percent", value_or_null(marker.level)}});
+  }
+  return {
+      {"queue", reading.queue},
+      {"status", static_cast<int>(judge(queue, low_percent))},
+      {"info", text_or_null(reading.info)},
+      {"location", text_or_null(reading.location)},
+      {"make_and_model", text_or_null(reading.make_and_model)},
+      {"state", state_of(reading.state)},
+      {"accepting_jobs", value_or_null(reading.accepting)},
+      {"refresh",
+       {{"outcome", name_of(queue.outcome)},
+        {"detail", text_or_null(queue.detail)},
+        {"seconds", value_or_null(queue.seconds)}}},
+      {"ribbon", ribbon_of(reading, low_percent)},
+      {"errors", errors},
+      {"reasons", reading.reasons},
+      {"markers", markers},
+  };
+}
+
+}  // namespace
+
+std::string json_view(const Report& report, int indent) {
+  Json servers = Json::array();
+  for (const auto& server : report.servers) {
+    Json queues = Json::array();
+    for (const auto& queue : server.queues) {
+      queues.push_back(queue_of(queue, report.low_percent));
+    }
+    servers.push_back({{"server", server.server},
+                       {"error", text_or_null(server.error)},
+                       {"refresh_seconds", server.seconds},
+                       {"queues", queues}});
+  }
+  const Json object = {
+      {"schema", JSON_SCHEMA},
+      {"time", utc_time_text(report.time)},
+      {"status", static_cast<int>(judge(report))},
+      {"low_percent", report.low_percent},
+      {"servers", servers},
+  };
+  return object.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
+}

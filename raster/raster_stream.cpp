@@ -1,0 +1,85 @@
+#include "raster/raster_stream.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+RasterStream::~RasterStream() {
+  cupsRasterClose(raster_);
+}
+
+bool RasterStream::open() {
+  raster_ = cupsRasterOpenIO(read_for_cups, this, CUPS_RASTER_READ);
+  if (raster_ == nullptr) {
+    error_ = received_ == 0 && read_error_ == 0 ? "the stream is empty" : reason("not a CUPS raster stream");
+  }
+  return raster_ != nullptr;
+}
+
+RasterStream::Next RasterStream::next_page() {
+  const std::uint64_t received_before = received_;
+  first_request_.reset();
+  if (cupsRasterReadHeader2(raster_, &header_) != 0) {
+    if (header_size_ == 0) {
+      // Nothing was read ahead when the first header was asked for.
+      header_size_ = first_request_.value_or(0);
+    }
+    return Next::Page;
+  }
+  // A header asked for whole, of which not one byte came: no bytes of it lie in the library's buffer either.
+  const bool nothing_came = ended_ && received_ == received_before;
+  const bool asked_for_whole = header_size_ == 0 || first_request_ == header_size_;
+  if (nothing_came && asked_for_whole && read_error_ == 0) {
+    return Next::End;
+  }
+  if (ended_) {
+    error_ = "the stream ends in the page's header";
+  } else {
+    error_ = reason("the page's header is not valid (its sizes are 0 or do not fit each other)");
+  }
+  return Next::Failure;
+}
+
+std::uint64_t RasterStream::lines() const {
+  const bool planar = header_.cupsColorOrder == CUPS_ORDER_PLANAR;
+  return std::uint64_t{header_.cupsHeight} * (planar ? header_.cupsNumColors : 1);
+}
+
+bool RasterStream::read_pixels(std::span<unsigned char> pixels) {
+  const auto size = static_cast<unsigned>(pixels.size());
+  if (cupsRasterReadPixels(raster_, pixels.data(), size) == size) {
+    return true;
+  }
+  error_ = reason("the pixels are not valid");
+  return false;
+}
+
+ssize_t RasterStream::read_for_cups(void* stream, unsigned char* buffer, size_t size) {
+  return static_cast<RasterStream*>(stream)->read_some(buffer, size);
+}
+
+ssize_t RasterStream::read_some(unsigned char* buffer, size_t size) {
+  if (!first_request_) {
+    first_request_ = size;
+  }
+  ssize_t count = 0;
+  do {
+    count = read(descriptor_, buffer, size);
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) {
+    read_error_ = errno;
+  } else if (count == 0) {
+    ended_ = true;
+  } else {
+    received_ += static_cast<std::uint64_t>(count);
+  }
+  return count;
+}
+
+std::string RasterStream::reason(const char* if_the_bytes_are_wrong) const {
+  if (read_error_ != 0) {
+    return std::string("cannot read: ") + std::strerror(read_error_);
+  }
+  return raster_ != nullptr && ended_ ? "the stream ends" : if_the_bytes_are_wrong;
+}

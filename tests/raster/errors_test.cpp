@@ -1,0 +1,356 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/raster/raster_streams.h"
+
+namespace {
+
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::Eq;
+using testing::IsEmpty;
+using testing::Pair;
+
+constexpr int INPUT = 1;
+constexpr int OUTPUT = 3;
+
+const std::vector<Page> PAGE = {make_page(10, 20)};
+const std::vector<Page> TWO_PAGES = {make_page(10, 20), make_page(13, 9, 5)};
+
+std::string uncompressed(const std::vector<Page>& pages) {
+  return write_stream(pages, CUPS_RASTER_WRITE);
+}
+
+/// Expects the status and the one line on standard error.
+void expect(const ProgramResult& result, int status, const std::string& line) {
+  EXPECT_EQ(result.exit_status, status);
+  EXPECT_EQ(result.errors, "brenvellis-rasterdump: " + line + "\n");
+}
+
+TEST_F(Rasterdump, AFileThatDoesNotExistIsNamed) {
+  expect(run({path("none")}), INPUT, path("none") + ": No such file or directory");
+}
+
+TEST_F(Rasterdump, AFolderIsNoStream) {
+  expect(run({path("")}), INPUT, path("") + ": cannot read: Is a directory");
+}
+
+TEST_F(Rasterdump, AnEmptyFileIsNoStream) {
+  const std::string name = file("");
+  expect(run({name}), INPUT, name + ": the stream is empty");
+}
+
+TEST_F(Rasterdump, APictureIsNoRasterStream) {
+  const std::string name = file("P6\n10 10\n255\n" + std::string(300, 'x'));
+  expect(run({name}), INPUT, name + ": not a CUPS raster stream");
+}
+
+TEST_F(Rasterdump, AStreamOfTwoBytesIsNoRasterStream) {
+  expect(run({"-"}, "3S"), INPUT, "standard input: not a CUPS raster stream");
+}
+
+TEST_F(Rasterdump, AStreamWithoutAPageSaysSo) {
+  expect(run({}, uncompressed({})), INPUT, "standard input: the stream has no page");
+}
+
+TEST_F(Rasterdump, APageThatIsNotThereIsAnError) {
+  expect(run({"--page", "3"}, uncompressed(TWO_PAGES)), INPUT,
+         "standard input: no page 3, the last one is 2");
+}
+
+/// Every kind of stream buffers differently in the imaging library.
+class Broken : public Rasterdump, public testing::WithParamInterface<cups_mode_t> {
+ protected:
+  /// The stream of both pages up to `bytes` behind the first page.
+  static std::string cut_behind_first_page(std::size_t bytes) {
+    return write_stream(TWO_PAGES, GetParam()).substr(0, first_page_size() + bytes);
+  }
+  static std::size_t first_page_size() { return write_stream({TWO_PAGES[0]}, GetParam()).size(); }
+};
+
+TEST_P(Broken, AtAPagesEndItIsWhole) {
+  // This kind says in front how many pages there are, but the imaging library leaves that to its caller.
+  EXPECT_EQ(run({"--quiet"}, cut_behind_first_page(0)).exit_status, 0);
+}
+
+TEST_P(Broken, InAHeaderItSaysSo) {
+  for (const std::size_t bytes : {1U, 15U, 16U, 31U}) {
+    expect(run({"--quiet"}, cut_behind_first_page(bytes)), INPUT,
+           "page 2: the stream ends in the page's header");
+  }
+}
+
+TEST_P(Broken, InThePixelsWithoutCaptureItSaysWhere) {
+  const std::string stream = write_stream(PAGE, GetParam());
+  expect(run({"--quiet"}, stream.substr(0, stream.size() - 1)), INPUT,
+         "page 1, after 19 of 20 lines: the stream ends");
+}
+
+TEST_P(Broken, InThePixelsItKeepsAndNamesWhatCame) {
+  const std::string stream = write_stream(PAGE, GetParam());
+  const ProgramResult result =
+      run({"--quiet", "--bands", "8", "--capture", path("%C_%H.raw")}, stream.substr(0, stream.size() - 1));
+  expect(
+      result, INPUT,
+      "page 1, after 19 of 20 lines: the stream ends; they are kept, the last ones in " + path("0002_3.raw"));
+  EXPECT_EQ(joined_bands(), PAGE[0].pixels.substr(0, 19 * 30));
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, Broken,
+                         testing::Values(CUPS_RASTER_WRITE, CUPS_RASTER_WRITE_COMPRESSED,
+                                         CUPS_RASTER_WRITE_PWG, CUPS_RASTER_WRITE_APPLE));
+
+TEST_F(Rasterdump, AStreamThatEndsBetweenTwoBandsKeepsTheFirst) {
+  const ProgramResult result = run({"--quiet", "--bands", "8", "--capture", path("%C_%H.raw")},
+                                   uncompressed(PAGE).substr(0, 4 + sizeof(cups_page_header2_t) + 8 * 30));
+  expect(
+      result, INPUT,
+      "page 1, after 8 of 20 lines: the stream ends; they are kept, the last ones in " + path("0000_8.raw"));
+}
+
+TEST_F(Rasterdump, AStreamThatEndsInTheFirstLineKeepsNothing) {
+  const ProgramResult result = run({"--quiet", "--bands", "8", "--capture", path("%C_%H.raw")},
+                                   uncompressed(PAGE).substr(0, 4 + sizeof(cups_page_header2_t) + 29));
+  expect(result, INPUT, "page 1, after 0 of 20 lines: the stream ends; nothing was saved");
+  EXPECT_THAT(bands(), IsEmpty());
+}
+
+struct HeaderCase {
+  const char* name;
+  void (*spoil)(cups_page_header2_t& header);
+};
+
+class InvalidHeader : public Rasterdump, public testing::WithParamInterface<HeaderCase> {};
+
+TEST_P(InvalidHeader, IsAnErrorAtItsPage) {
+  std::string stream = uncompressed(TWO_PAGES);
+  cups_page_header2_t header = TWO_PAGES[1].header;
+  GetParam().spoil(header);
+  const std::size_t place = 4 + sizeof header + TWO_PAGES[0].pixels.size();
+  std::memcpy(stream.data() + place, &header, sizeof header);
+  expect(run({"--quiet", "--bands", "8", "--capture", path("%C.raw")}, stream), INPUT,
+         "page 2: the page's header is not valid (its sizes are 0 or do not fit each other)");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Errors, InvalidHeader,
+    testing::Values(HeaderCase{"NoLines", [](cups_page_header2_t& header) { header.cupsHeight = 0; }},
+                    HeaderCase{"NoBytes", [](cups_page_header2_t& header) { header.cupsBytesPerLine = 0; }},
+                    HeaderCase{"NoBits", [](cups_page_header2_t& header) { header.cupsBitsPerPixel = 0; }},
+                    HeaderCase{"PartOfAPixel",
+                               [](cups_page_header2_t& header) { header.cupsBytesPerLine = 40; }},
+                    HeaderCase{"AllBits",
+                               [](cups_page_header2_t& header) {
+                                 header.cupsBytesPerLine = header.cupsHeight = 0xffffffff;
+                               }}),
+    [](const auto& the_case) { return the_case.param.name; });
+
+TEST_F(Rasterdump, APageWithoutWidthHasNoBands) {
+  std::vector<Page> pages = PAGE;
+  pages[0].header.cupsWidth = 0;
+  expect(run({"--quiet", "--bands", "8", "--capture", path("%B.raw")}, write_first_version(pages)), INPUT,
+         "page 1 is 0 pixels wide: no bands to save");
+}
+
+TEST_F(Rasterdump, APageWithoutWidthCanBeDumped) {
+  std::vector<Page> pages = PAGE;
+  pages[0].header.cupsWidth = 0;
+  const ProgramResult result = run({}, write_first_version(pages));
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, headers_of(pages));
+}
+
+TEST_F(Rasterdump, ABandThatNoMemoryHoldsIsAnError) {
+  std::vector<Page> pages = PAGE;
+  pages[0].header.cupsHeight = 4294967295U;
+  pages[0].header.cupsBytesPerLine = 2147483646;
+  const ProgramResult result =
+      run({"--quiet", "--bands", "4294967295", "--capture", path("%C.raw")}, write_first_version(pages));
+  EXPECT_EQ(result.exit_status, INPUT);
+  // The address sanitizer puts a warning of its own before it.
+  EXPECT_THAT(result.errors,
+              testing::EndsWith("brenvellis-rasterdump: page 1: no memory for a band of 4294967295 "
+                                "lines of 2147483646 bytes\n"));
+}
+
+TEST_F(Rasterdump, SpoiledStreamsNeverCrash) {
+  std::mt19937 random(1);
+  for (const cups_mode_t mode :
+       {CUPS_RASTER_WRITE, CUPS_RASTER_WRITE_COMPRESSED, CUPS_RASTER_WRITE_PWG, CUPS_RASTER_WRITE_APPLE}) {
+    const std::string whole = write_stream(PAGE, mode);
+    for (int i = 0; i < 25; ++i) {
+      std::string spoiled = whole;
+      for (int change = 0; change < 4; ++change) {
+        // In the numbers of the header and in the pixels; its many strings are no danger.
+        const std::size_t in_header = 4 + random() % 420;
+        const std::size_t in_pixels = whole.size() - 1 - random() % 200;
+        spoiled[std::min(random() % 2 == 0 ? in_header : in_pixels, whole.size() - 1)] =
+            static_cast<char>(random() % 3 == 0 ? 0xff : random() % 256);
+      }
+      EXPECT_THAT(run({"--bands", "3", "--capture", path("band")}, spoiled).exit_status, AnyOf(Eq(0), Eq(1)))
+          << "mode " << mode << " round " << i;
+    }
+  }
+}
+
+TEST_F(Rasterdump, AFolderForTheBandsThatDoesNotExistIsNamed) {
+  expect(run({"--quiet", "--bands", "8", "--capture", path("no/%C.raw")}, uncompressed(PAGE)), OUTPUT,
+         "page 1, lines 0 to 7: cannot save " + path("no/0000.raw") + ": No such file or directory");
+}
+
+/// LittleSpace stands in for a disk with little space left, and is a started program's by inheritance.
+class LittleSpace {
+ public:
+  LittleSpace() {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit = {100, before_.rlim_max};
+    std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~LittleSpace() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, SIG_DFL);
+  }
+  LittleSpace(const LittleSpace&) = delete;
+  LittleSpace& operator=(const LittleSpace&) = delete;
+
+ private:
+  rlimit before_ = {};
+};
+
+TEST_F(Rasterdump, ABandThatFindsNoSpaceIsNamed) {
+  const std::string stream = uncompressed({make_page(1000, 8)});
+  ProgramResult result;
+  {
+    const LittleSpace little_space;
+    result = run({"--quiet", "--bands", "8", "--capture", path("%C.raw")}, stream);
+  }
+  expect(result, OUTPUT, "page 1, lines 0 to 7: cannot save " + path("0000.raw") + ": File too large");
+}
+
+TEST_F(Rasterdump, ASmallBandThatNeverReachesTheDiskIsNoticed) {
+  const std::string stream = uncompressed(PAGE);
+  ProgramResult result;
+  {
+    const LittleSpace little_space;
+    result = run({"--quiet", "--bands", "8", "--capture", path("%C.raw")}, stream);
+  }
+  expect(
+      result, OUTPUT,
+      "page 1, lines 0 to 7: cannot save " + path("0000.raw") + ": not written in full; is the disk full?");
+}
+
+TEST_F(Rasterdump, ABandNeverReplacesTheInput) {
+  const std::string stream = uncompressed(PAGE);
+  const std::string input = file(stream);
+  ASSERT_EQ(link(input.c_str(), path("other.raw").c_str()), 0);
+  expect(run({"--quiet", "--bands", "20", "--capture", path("other.raw"), input}), OUTPUT,
+         "page 1, lines 0 to 19: cannot save " + path("other.raw") + ": this is the input");
+  EXPECT_THAT(bands(), ElementsAre(Pair("other.raw", stream)));
+}
+
+TEST_F(Rasterdump, ABandNeverReplacesTheFileBehindStandardInput) {
+  const std::string stream = uncompressed(PAGE);
+  const std::string name = file(stream, "stream.raw");
+  const int input = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+  ChildProcess child({{RASTERDUMP_PROGRAM, "--quiet", "--bands", "20", "--capture", name}, {{0, input}}, {}});
+  close(input);
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), OUTPUT);
+  EXPECT_THAT(bands(), ElementsAre(Pair("stream.raw", stream)));
+}
+
+TEST_F(Rasterdump, ABandGoesToNoPipe) {
+  const std::string pipe = path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  // With a reader, opening it would not wait.
+  const int reader = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+  expect(run({"--quiet", "--bands", "20", "--capture", pipe}, uncompressed(PAGE)), OUTPUT,
+         "page 1, lines 0 to 19: cannot save " + pipe + ": not a regular file");
+  struct stat after = {};
+  fstat(reader, &after);
+  close(reader);
+  EXPECT_EQ(after.st_mode & 07777U, 0600U);
+}
+
+TEST_F(Rasterdump, TheBandsBeforeAnOutputErrorAreKept) {
+  // The second band's name is taken by a folder.
+  ASSERT_EQ(mkdir(path("0001").c_str(), 0755), 0);
+  const ProgramResult result = run({"--quiet", "--bands", "8", "--capture", path("%C")}, uncompressed(PAGE));
+  expect(result, OUTPUT, "page 1, lines 8 to 15: cannot save " + path("0001") + ": Is a directory");
+  EXPECT_EQ(result.output, "written: 240 bytes.\n");
+}
+
+struct LostCase {
+  const char* name;
+  int descriptor;
+  std::vector<std::string> arguments;
+};
+
+class LostOutput : public Rasterdump, public testing::WithParamInterface<LostCase> {};
+
+TEST_P(LostOutput, IsAnError) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  std::vector<std::string> arguments = GetParam().arguments;
+  arguments.insert(arguments.begin(), RASTERDUMP_PROGRAM);
+  arguments.insert(arguments.end(),
+                   {"--bands", "20", "--capture", path("band.raw"), file(uncompressed(PAGE))});
+  ChildProcess child({arguments, {{GetParam().descriptor, full}}, {}});
+  close(full);
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), OUTPUT);
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, LostOutput,
+                         testing::Values(LostCase{"Headers", STDERR_FILENO, {}},
+                                         LostCase{"LinesForTheBands", STDOUT_FILENO, {"--quiet"}},
+                                         LostCase{"Help", STDOUT_FILENO, {"--help"}}),
+                         [](const auto& the_case) { return the_case.param.name; });
+
+TEST_F(Rasterdump, ClosedOutputsDoNotBecomeABand) {
+  // Enough bands for the buffer of the lines about them to run over.
+  const std::vector<Page> pages = {make_page(10, 300)};
+  const std::string name = file(uncompressed(pages));
+  // Like a shell's >&- and 2>&-.
+  ChildProcess child({{"/bin/sh", "-c", "exec \"$0\" --bands 1 --capture \"$1\" <\"$2\" >&- 2>&-",
+                       RASTERDUMP_PROGRAM, path("%C.raw"), name},
+                      {},
+                      {}});
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), OUTPUT);
+  EXPECT_EQ(joined_bands(), pages[0].pixels);
+}
+
+TEST_F(Rasterdump, AFullStandardErrorThatNothingIsWrittenToIsNoError) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ChildProcess child({{RASTERDUMP_PROGRAM, "--quiet", file(uncompressed(PAGE))}, {{2, full}}, {}});
+  close(full);
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), 0);
+}
+
+TEST_F(Rasterdump, ATemplateThatMakesTooLongANameIsNotCut) {
+  std::string templ = path("");
+  templ.resize(1020, '/');
+  // Fits as it stands, and does not when expanded.
+  expect(run({"--quiet", "--bands", "8", "--capture", templ + "%C"}, uncompressed(PAGE)), OUTPUT,
+         "page 1, lines 0 to 7: cannot save " + templ +
+             "0000: the template makes a name of 1024 bytes, at most 1023 are possible");
+}
+
+TEST_F(Rasterdump, TheLongestPossibleNameIsSaved) {
+  std::string templ = path("");
+  templ.resize(1015, '/');
+  EXPECT_EQ(run({"--quiet", "--bands", "20", "--capture", templ + "%C.raw"}, uncompressed(PAGE)).exit_status,
+            0);
+  EXPECT_THAT(bands(), ElementsAre(Pair("0000.raw", PAGE[0].pixels)));
+}
+
+}  // namespace

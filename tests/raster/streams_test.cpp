@@ -1,0 +1,165 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/raster/raster_streams.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Key;
+
+const std::vector<Page> TWO_PAGES = {make_page(10, 20), make_page(13, 9, 5)};
+
+struct Kind {
+  const char* name;
+  std::string stream;
+  std::vector<Page> pages;
+};
+
+void PrintTo(const Kind& kind, std::ostream* out) {
+  *out << kind.name;
+}
+
+Page layout(unsigned bits_per_color, unsigned colors, cups_order_t order, cups_cspace_t space) {
+  return make_page(24, 10, bits_per_color, colors, order, space);
+}
+
+std::vector<Kind> kinds() {
+  const std::vector<Page> deep = {layout(16, 3, CUPS_ORDER_CHUNKED, CUPS_CSPACE_SRGB)};
+  const std::vector<Page> planar = {layout(8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB), make_page(10, 20)};
+  const std::vector<Page> banded = {layout(8, 4, CUPS_ORDER_BANDED, CUPS_CSPACE_CMYK), make_page(10, 20)};
+  const std::vector<Page> mono = {layout(1, 1, CUPS_ORDER_CHUNKED, CUPS_CSPACE_K), make_page(10, 20)};
+  const std::string v1 = write_first_version(TWO_PAGES);
+  const std::string v3 = write_stream(TWO_PAGES, CUPS_RASTER_WRITE);
+  std::vector<Kind> all = {
+      {"Version1", v1, TWO_PAGES},
+      {"Version1OfTheOtherByteOrder", other_byte_order(v1, TWO_PAGES), TWO_PAGES},
+      {"Version2", write_stream(TWO_PAGES, CUPS_RASTER_WRITE_COMPRESSED), TWO_PAGES},
+      {"Version3", v3, TWO_PAGES},
+      {"Version3OfTheOtherByteOrder", other_byte_order(v3, TWO_PAGES), TWO_PAGES},
+      {"PlanarVersion1", write_first_version(planar), planar},
+  };
+  const std::vector<std::pair<const char*, std::vector<Page>>> layouts = {
+      {"Deep", deep}, {"Planar", planar}, {"Banded", banded}, {"Mono", mono}};
+  for (const auto& [name, pages] : layouts) {
+    static std::vector<std::string> names;
+    names.reserve(100);
+    const std::string uncompressed = write_stream(pages, CUPS_RASTER_WRITE);
+    names.push_back(std::string(name) + "Version2");
+    all.push_back({names.back().c_str(), write_stream(pages, CUPS_RASTER_WRITE_COMPRESSED), pages});
+    names.push_back(std::string(name) + "Version3");
+    all.push_back({names.back().c_str(), uncompressed, pages});
+    names.push_back(std::string(name) + "Version3OfTheOtherByteOrder");
+    all.push_back({names.back().c_str(), other_byte_order(uncompressed, pages), pages});
+  }
+  return all;
+}
+
+class EveryKind : public Rasterdump, public testing::WithParamInterface<Kind> {};
+
+std::string pixels_of(const std::vector<Page>& pages) {
+  std::string all;
+  for (const Page& page : pages) {
+    all += page.pixels;
+  }
+  return all;
+}
+
+TEST_P(EveryKind, JoinedBandsAreThePixels) {
+  const ProgramResult result =
+      run({"--quiet", "--bands", "7", "--capture", path("%C.raw"), file(GetParam().stream)});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(joined_bands(), pixels_of(GetParam().pages));
+}
+
+TEST_P(EveryKind, EveryHeaderIsDumped) {
+  const ProgramResult result = run({file(GetParam().stream)});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors, headers_of(GetParam().pages));
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, EveryKind, testing::ValuesIn(kinds()),
+                         [](const auto& the_case) { return the_case.param.name; });
+
+// These two kinds keep less of a header than was written.
+class PwgKind : public Rasterdump, public testing::WithParamInterface<cups_mode_t> {};
+
+TEST_P(PwgKind, JoinedBandsAreThePixels) {
+  const std::string stream = write_stream(TWO_PAGES, GetParam());
+  const ProgramResult result = run({"--quiet", "--bands", "7", "--capture", path("%C.raw"), file(stream)});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(joined_bands(), pixels_of(TWO_PAGES));
+}
+
+TEST_P(PwgKind, TheSizesAreDumped) {
+  const ProgramResult result = run({file(write_stream({TWO_PAGES[1]}, GetParam()))});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_THAT(result.errors,
+              testing::HasSubstr("__cupsWidth=13        /* Width of page image in pixels */\n"
+                                 "__cupsHeight=9        /* Height of page image in pixels */\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, PwgKind, testing::Values(CUPS_RASTER_WRITE_PWG, CUPS_RASTER_WRITE_APPLE));
+
+TEST_F(Rasterdump, TheLastBandOfAPageIsShorter) {
+  run({"--bands", "8", "--capture", path("%C_%Wx%H_%B.raw"),
+       file(write_stream(TWO_PAGES, CUPS_RASTER_WRITE))});
+  EXPECT_THAT(bands(), ElementsAre(Key("0000_10x8_24.raw"), Key("0001_10x8_24.raw"), Key("0002_10x4_24.raw"),
+                                   Key("0003_13x8_24.raw"), Key("0004_13x1_24.raw")));
+}
+
+TEST_F(Rasterdump, ABandHigherThanThePageIsThePage) {
+  run({"--bands", "4294967295", "--capture", path("%C_%H.raw"),
+       file(write_stream(TWO_PAGES, CUPS_RASTER_WRITE))});
+  EXPECT_THAT(bands(), ElementsAre(Key("0000_20.raw"), Key("0001_9.raw")));
+}
+
+TEST_F(Rasterdump, EverySavedBandIsTold) {
+  const ProgramResult result = run({"--bands", "8", "--capture", path("%C.raw"), "--page", "1",
+                                    file(write_stream(TWO_PAGES, CUPS_RASTER_WRITE))});
+  EXPECT_EQ(result.output, "written: 240 bytes.\nwritten: 240 bytes.\nwritten: 120 bytes.\n");
+}
+
+TEST_F(Rasterdump, OnePageCanBeChosen) {
+  const ProgramResult result = run({"--page", "2", "--bands", "100", "--capture", path("%C.raw"),
+                                    file(write_stream(TWO_PAGES, CUPS_RASTER_WRITE))});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, headers_of({TWO_PAGES[1]}));
+  EXPECT_EQ(joined_bands(), TWO_PAGES[1].pixels);
+}
+
+TEST_F(Rasterdump, WhatFollowsTheChosenPageIsNotRead) {
+  std::string stream = write_stream(TWO_PAGES, CUPS_RASTER_WRITE);
+  stream.resize(stream.size() - 1);
+  EXPECT_EQ(run({"--page", "1", "--quiet", file(stream)}).exit_status, 0);
+}
+
+TEST_F(Rasterdump, StandardInputIsReadWithoutAFile) {
+  const ProgramResult result = run({}, write_stream(TWO_PAGES, CUPS_RASTER_WRITE));
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, headers_of(TWO_PAGES));
+}
+
+TEST_F(Rasterdump, StandardInputIsReadForADash) {
+  const ProgramResult result = run({"-"}, write_stream(TWO_PAGES, CUPS_RASTER_WRITE));
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, headers_of(TWO_PAGES));
+}
+
+TEST_F(Rasterdump, QuietLeavesTheHeadersOut) {
+  const ProgramResult result = run({"--quiet", file(write_stream(TWO_PAGES, CUPS_RASTER_WRITE))});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_THAT(bands(), IsEmpty());
+}
+
+}  // namespace
