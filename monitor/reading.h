@@ -2,12 +2,18 @@
 
 #include <cups/ipp.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "monitor/reason_code.h"
+
+/// The most that is read of an attribute, whatever the scheduler sends: values, and bytes of a text (as many
+/// as IPP allows).
+inline constexpr std::size_t MAX_VALUES = 256;
+inline constexpr std::size_t MAX_TEXT_BYTES = 1023;
 
 enum class QueueState : std::uint8_t { Unknown, Idle, Processing, Stopped };
 
@@ -27,8 +33,11 @@ struct Reading {
   std::string location;
   std::string make_and_model;
   QueueState state = QueueState::Unknown;
+  std::string state_message;         ///< the scheduler's or the backend's own words about the state
+  std::optional<int> state_seconds;  ///< how long ago the state last changed
   std::optional<bool> accepting;
-  int active_jobs = 0;
+  std::optional<bool> shared;   ///< with other computers
+  int active_jobs = 0;          ///< that wait, are held or print
   bool reports_levels = false;  ///< the queue's filter knows the command ReportLevels
   bool reports_status = false;  ///< and ReportStatus
 
@@ -46,6 +55,8 @@ struct Reading {
   int reported_at = 0;
   /// How long ago that is; nothing if they never were or the clock is not known.
   std::optional<int> age_seconds;
+
+  bool operator==(const Reading&) const = default;
 };
 
 /// Whether this is a queue that brenvellis-monitor looks after without being told its name.
