@@ -18,11 +18,11 @@ constexpr int NO_ANSWER = -2;
 
 /// What is only needed until the whole queue has been read.
 struct MarkerTexts {
-  std::string message;
   std::vector<std::string> names;
   std::vector<std::string> types;
   std::vector<int> levels;
   int now = 0;
+  int state_changed_at = 0;
 };
 
 std::vector<std::string> texts_of(ipp_attribute_t* attribute) {
@@ -79,6 +79,7 @@ std::optional<int> take_number(std::string_view& text) {
   return number;
 }
 
+/// Reads "Ink Ribbon = 12 / 400".
 void read_counts(std::string_view message, Reading& reading) {
   if (!message.starts_with(MESSAGE)) {
     return;
@@ -91,10 +92,20 @@ void read_counts(std::string_view message, Reading& reading) {
   }
   message.remove_prefix(between.size());
   const auto total = take_number(message);
-  if (total && *total > 0 && message.empty()) {
+  if (total && message.empty()) {
     reading.prints_remaining = remaining;
     reading.prints_total = total;
   }
+}
+
+/// A new ribbon may have some prints more than its name says, but not this many times as many.
+constexpr int IMPOSSIBLE_TIMES = 2;
+
+bool is_possible(const Reading& reading) {
+  const std::int64_t most = std::int64_t{IMPOSSIBLE_TIMES} * reading.prints_total.value_or(0);
+  const bool counts =
+      !reading.prints_total || (*reading.prints_total > 0 && *reading.prints_remaining <= most);
+  return counts && reading.level_percent <= IMPOSSIBLE_TIMES * 100;
 }
 
 void read_markers(const MarkerTexts& texts, Reading& reading) {
@@ -126,7 +137,12 @@ void read_markers(const MarkerTexts& texts, Reading& reading) {
     reading.sheet = name.substr(NAME.size());
   }
   if (reading.level_percent) {
-    read_counts(texts.message, reading);
+    read_counts(reading.ribbon_words, reading);
+    if (!is_possible(reading)) {
+      reading.prints_remaining.reset();
+      reading.prints_total.reset();
+      reading.level_percent.reset();
+    }
   }
 }
 
@@ -157,6 +173,14 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
     if (ippGetValueTag(attribute) == IPP_TAG_BOOLEAN) {
       reading.accepting = ippGetBoolean(attribute, 0) != 0;
     }
+  } else if (name == "printer-state-message") {
+    reading.message = text_of(attribute);
+  } else if (name == "printer-state-change-time") {
+    texts.state_changed_at = number_of(attribute);
+  } else if (name == "printer-is-shared") {
+    if (ippGetValueTag(attribute) == IPP_TAG_BOOLEAN) {
+      reading.shared = ippGetBoolean(attribute, 0) != 0;
+    }
   } else if (name == "queued-job-count") {
     reading.active_jobs = number_of(attribute);
   } else if (name == "printer-commands") {
@@ -169,7 +193,7 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   } else if (name == "marker-change-time") {
     reading.reported_at = number_of(attribute);
   } else if (name == "marker-message") {
-    texts.message = text_of(attribute);
+    reading.ribbon_words = text_of(attribute);
   } else if (name == "marker-names") {
     texts.names = texts_of(attribute);
   } else if (name == "marker-types") {
@@ -193,6 +217,9 @@ Reading read_queue(ipp_t* answer, ipp_attribute_t*& attribute) {
   if (reading.reported_at > 0 && texts.now > 0) {
     // Both count the seconds of the scheduler's clock, which somebody may have put back.
     reading.age_seconds = std::max(0, texts.now - reading.reported_at);
+  }
+  if (texts.state_changed_at > 0 && texts.now > 0) {
+    reading.state_seconds = std::max(0, texts.now - texts.state_changed_at);
   }
   return reading;
 }
@@ -227,6 +254,9 @@ const std::vector<const char*>& reading_attributes() {
       "printer-up-time",
       "marker-names",
       "printer-state-reasons",
+      "printer-state-message",
+      "printer-state-change-time",
+      "printer-is-shared",
       "marker-change-time",
       "marker-message",
       "marker-types",
