@@ -174,7 +174,7 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
       reading.accepting = ippGetBoolean(attribute, 0) != 0;
     }
   } else if (name == "printer-state-message") {
-    reading.message = text_of(attribute);
+    reading.state_message = text_of(attribute);
   } else if (name == "printer-state-change-time") {
     texts.state_changed_at = number_of(attribute);
   } else if (name == "printer-is-shared") {

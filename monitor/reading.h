@@ -28,8 +28,8 @@ struct Reading {
   std::string make_and_model;
   QueueState state = QueueState::Unknown;
   std::optional<bool> accepting;
-  std::string message;               ///< printer-state-message, the scheduler's or the backend's own words
-  std::optional<int> state_seconds;  ///< how long ago the state changed, by the scheduler's clock
+  std::string state_message;         ///< the scheduler's or the backend's own words about the state
+  std::optional<int> state_seconds;  ///< how long ago the state last changed
   std::optional<bool> shared;        ///< whether other computers may print to it
   int active_jobs = 0;
   bool reports_levels = false;  ///< the queue's filter knows the command ReportLevels

@@ -74,7 +74,7 @@ TEST(Reading, AQueueIsReadWhole) {
   EXPECT_EQ(reading.make_and_model, "Brenvellis Photo Printer, 0.1");
   EXPECT_EQ(reading.state, QueueState::Processing);
   EXPECT_EQ(reading.accepting, true);
-  EXPECT_EQ(reading.message, "Waiting for printer.");
+  EXPECT_EQ(reading.state_message, "Waiting for printer.");
   EXPECT_EQ(reading.state_seconds, 40);
   EXPECT_EQ(reading.shared, false);
   EXPECT_EQ(reading.active_jobs, 2);
