@@ -325,17 +325,19 @@ SchedulerAnswer QueueClient::ask_for(const LookRequest& request) {
     return error_;
   }
 
-  ipp_t* get = new_request(IPP_OP_CUPS_GET_PRINTERS, "");
-  add_wanted(get, reading_attributes());
-  const auto answer = exchange(get, "/");
-  // "Not found" is how CUPS says that it has no queue.
-  if (!answer && error_.kind != Kind::NotFound) {
-    return error_;
-  }
   Look look;
-  look.queues = read_queues(answer.get());
   for (auto& [number, job] : jobs) {
     look.jobs.push_back(std::move(job));
+  }
+  if (request.queues) {
+    ipp_t* get = new_request(IPP_OP_CUPS_GET_PRINTERS, "");
+    add_wanted(get, reading_attributes());
+    const auto answer = exchange(get, "/");
+    // "Not found" is how CUPS says that it has no queue.
+    if (!answer && error_.kind != Kind::NotFound) {
+      return error_;
+    }
+    look.queues = read_queues(answer.get());
   }
   if (look.queues.size() > MAX_QUEUES || look.jobs.size() > MAX_JOBS) {
     return SchedulerError{Kind::InvalidAnswer, "it has too many queues or jobs"};
@@ -369,13 +371,20 @@ SchedulerAnswer QueueClient::ask_for(const SendRequest& request) {
 
 SchedulerAnswer QueueClient::ask_for(const PurgeRequest& request) {
   // The first request only ends a job that is being processed; a job that has ended is forgotten.
-  for (int i = 0; i < 2; ++i) {
-    ipp_t* cancel = new_request(IPP_OP_CANCEL_JOB, queue_uri(request.queue));
-    ippAddInteger(cancel, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", request.job);
-    ippAddBoolean(cancel, IPP_TAG_OPERATION, "purge-job", 1);
-    if (!exchange(cancel, "/jobs/") && error_.kind != Kind::NotFound) {
-      return error_;
-    }
+  if (!cancel(request, true) || !cancel(request, true)) {
+    const SchedulerError refusal = error_;
+    cancel(request, false);
+    return refusal;
   }
   return Purged{};
+}
+
+/// Cancels the job. True if it is gone, too.
+bool QueueClient::cancel(const PurgeRequest& request, bool purge) {
+  ipp_t* cancel = new_request(IPP_OP_CANCEL_JOB, queue_uri(request.queue));
+  ippAddInteger(cancel, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", request.job);
+  if (purge) {
+    ippAddBoolean(cancel, IPP_TAG_OPERATION, "purge-job", 1);
+  }
+  return exchange(cancel, "/jobs/") || error_.kind == Kind::NotFound;
 }

@@ -32,6 +32,7 @@ class QueueClient {
   SchedulerAnswer ask_for(const SendRequest& request);
   SchedulerAnswer ask_for(const PurgeRequest& request);
 
+  bool cancel(const PurgeRequest& request, bool purge);
   bool connect();
   Answer exchange(ipp_t* request, const std::string& resource, int document = -1);
   [[nodiscard]] SchedulerError why_no_answer(ipp_op_t operation) const;

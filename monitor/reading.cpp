@@ -28,7 +28,6 @@ std::optional<int> seconds_between(int past, int now) {
 
 /// What is only needed until the whole queue has been read.
 struct MarkerTexts {
-  std::string message;
   std::vector<std::string> names;
   std::vector<std::string> types;
   std::vector<int> levels;
@@ -100,6 +99,7 @@ std::optional<int> take_number(std::string_view& text) {
   return number;
 }
 
+/// Reads "Ink Ribbon = 12 / 400".
 void read_counts(std::string_view message, Reading& reading) {
   if (!message.starts_with(MESSAGE)) {
     return;
@@ -112,10 +112,20 @@ void read_counts(std::string_view message, Reading& reading) {
   }
   message.remove_prefix(between.size());
   const auto total = take_number(message);
-  if (total && *total > 0 && message.empty()) {
+  if (total && message.empty()) {
     reading.prints_remaining = remaining;
     reading.prints_total = total;
   }
+}
+
+/// A new ribbon may have some prints more than its name says, but not this many times as many.
+constexpr int IMPOSSIBLE_TIMES = 2;
+
+bool is_possible(const Reading& reading) {
+  const std::int64_t most = std::int64_t{IMPOSSIBLE_TIMES} * reading.prints_total.value_or(0);
+  const bool counts =
+      !reading.prints_total || (*reading.prints_total > 0 && *reading.prints_remaining <= most);
+  return counts && reading.level_percent <= IMPOSSIBLE_TIMES * 100;
 }
 
 void read_markers(const MarkerTexts& texts, Reading& reading) {
@@ -147,7 +157,12 @@ void read_markers(const MarkerTexts& texts, Reading& reading) {
     reading.sheet = name.substr(NAME.size());
   }
   if (reading.level_percent) {
-    read_counts(texts.message, reading);
+    read_counts(reading.ribbon_words, reading);
+    if (!is_possible(reading)) {
+      reading.prints_remaining.reset();
+      reading.prints_total.reset();
+      reading.level_percent.reset();
+    }
   }
 }
 
@@ -194,7 +209,7 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   } else if (name == "marker-change-time") {
     reading.reported_at = number_of(attribute);
   } else if (name == "marker-message") {
-    texts.message = text_of(attribute);
+    reading.ribbon_words = text_of(attribute);
   } else if (name == "marker-names") {
     texts.names = texts_of(attribute);
   } else if (name == "marker-types") {

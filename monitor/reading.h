@@ -33,18 +33,21 @@ struct Reading {
   std::string location;
   std::string make_and_model;
   QueueState state = QueueState::Unknown;
+  std::optional<bool> accepting;
   std::string state_message;         ///< the scheduler's or the backend's own words about the state
   std::optional<int> state_seconds;  ///< how long ago the state last changed
-  std::optional<bool> accepting;
-  std::optional<bool> shared;   ///< with other computers
-  int active_jobs = 0;          ///< that wait, are held or print
-  bool reports_levels = false;  ///< the queue's filter knows the command ReportLevels
-  bool reports_status = false;  ///< and ReportStatus
+  std::optional<bool> shared;        ///< whether other computers may print to it
+  int active_jobs = 0;               ///< that wait, are held or print
+  bool reports_levels = false;       ///< the queue's filter knows the command ReportLevels
+  bool reports_status = false;       ///< and ReportStatus
 
+  /// The ribbon's values are unknown, too, where they cannot be: far more prints left than it had, or a total
+  /// of 0.
   std::optional<int> prints_remaining;
   std::optional<int> prints_total;
   std::optional<int> level_percent;  ///< of the ribbon; may be above 100
   std::string sheet;                 ///< empty if not known
+  std::string ribbon_words;          ///< the filter's words from which the prints are read
   /// Whether the printer answered when it was last asked for its ribbon; nothing if it never was.
   std::optional<bool> answered;
 

@@ -26,12 +26,13 @@ auto members(Is<ReasonCode> auto& value) {
 }
 
 auto members(Is<Reading> auto& value) {
-  auto& [queue, info, location, make_and_model, state, state_message, state_seconds, accepting, shared,
+  auto& [queue, info, location, make_and_model, state, accepting, state_message, state_seconds, shared,
          active_jobs, reports_levels, reports_status, prints_remaining, prints_total, level_percent, sheet,
-         answered, markers, errors, reasons, reported_at, age_seconds] = value;
-  return std::tie(queue, info, location, make_and_model, state, state_message, state_seconds, accepting,
+         ribbon_words, answered, markers, errors, reasons, reported_at, age_seconds] = value;
+  return std::tie(queue, info, location, make_and_model, state, accepting, state_message, state_seconds,
                   shared, active_jobs, reports_levels, reports_status, prints_remaining, prints_total,
-                  level_percent, sheet, answered, markers, errors, reasons, reported_at, age_seconds);
+                  level_percent, sheet, ribbon_words, answered, markers, errors, reasons, reported_at,
+                  age_seconds);
 }
 
 auto members(Is<Job> auto& value) {
@@ -40,8 +41,8 @@ auto members(Is<Job> auto& value) {
 }
 
 auto members(Is<LookRequest> auto& value) {
-  auto& [first_job] = value;
-  return std::tie(first_job);
+  auto& [first_job, queues] = value;
+  return std::tie(first_job, queues);
 }
 
 auto members(Is<SendRequest> auto& value) {

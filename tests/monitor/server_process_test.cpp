@@ -59,6 +59,15 @@ TEST_F(ServerProcessTest, ReadsTheQueues) {
   EXPECT_TRUE(queues[0].state_seconds);
 }
 
+TEST_F(ServerProcessTest, ReadsTheJobsAlone) {
+  printer.tell("fault refuse");
+  const int number = scheduler.send_raw("booth", "a print");
+  const auto jobs_alone = std::get<Look>(ask(server, LookRequest{0, false}));
+  EXPECT_THAT(jobs_alone.queues, IsEmpty());
+  ASSERT_EQ(jobs_alone.jobs.size(), 1U);
+  EXPECT_EQ(jobs_alone.jobs[0].number, number);
+}
+
 TEST_F(ServerProcessTest, SendsACommandJobAndFollowsItToItsEnd) {
   const int number = send();
   EXPECT_EQ(scheduler.wait_for_job(number), IPP_JSTATE_COMPLETED);

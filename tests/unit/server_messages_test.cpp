@@ -26,6 +26,7 @@ Reading full_reading() {
   reading.prints_total = -1;
   reading.level_percent = 2'000'000'000;
   reading.sheet = "10x15";
+  reading.ribbon_words = "Ink Ribbon = 1 / 0";
   reading.answered = false;
   reading.markers = {{"ribbon", "ink-ribbon", 50}, {"", "", {}}};
   reading.errors = {{"0008", "2660"}};
@@ -58,8 +59,9 @@ TEST(ServerMessages, EveryOtherAnswerArrivesAsItWasSent) {
 }
 
 TEST(ServerMessages, EveryRequestArrivesAsItWasSent) {
-  const auto look = decode_request(encode(SchedulerRequest(LookRequest{9})));
+  const auto look = decode_request(encode(SchedulerRequest(LookRequest{9, false})));
   EXPECT_EQ(std::get<LookRequest>(look.value()).first_job, 9);
+  EXPECT_FALSE(std::get<LookRequest>(look.value()).queues);
   const auto send =
       std::get<SendRequest>(decode_request(encode(SchedulerRequest(SendRequest{"q", 2, 70}))).value());
   EXPECT_EQ(send.queue, "q");
