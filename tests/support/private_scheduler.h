@@ -62,9 +62,11 @@ class PrivateScheduler {
   void accept(const std::string& queue) const;
   void set_default(const std::string& queue) const;
 
-  /// Sends a command file as a job and returns the job's number.
+  /// Sends a document of this MIME type as a job and returns the job's number.
+  [[nodiscard]] int send(const std::string& queue, const std::string& bytes, const char* format) const;
+  /// The same for a command file.
   [[nodiscard]] int send_commands(const std::string& queue, const std::string& commands) const;
-  /// Sends bytes that go to the printer as they are.
+  /// The same for bytes that reach the printer unchanged.
   [[nodiscard]] int send_raw(const std::string& queue, const std::string& bytes) const;
   /// Waits for the job's end; the state that it had then or at the limit.
   [[nodiscard]] ipp_jstate_t wait_for_job(int job,
@@ -95,8 +97,6 @@ class PrivateScheduler {
   void end_job(int job, bool purge) const;
   [[nodiscard]] ipp_t* answer(ipp_t* request, const char* resource, const std::string& file = {}) const;
   void change(ipp_op_t operation, const std::string& queue) const;
-  [[nodiscard]] int send(const std::string& queue, const std::string& bytes, const char* format) const;
-
   TemporaryFolder folder_;
   Options options_;
   int port_ = 0;
