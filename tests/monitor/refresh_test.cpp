@@ -327,7 +327,7 @@ TEST_F(Monitor, KeepsTheLastValuesIfTheSchedulerIsKilled) {
   make_printer_refuse();
   auto running = std::async(std::launch::async, [&] { return run({"--timeout", "60"}); });
   ASSERT_TRUE(wait_for_active_jobs(scheduler, 1));
-  kill(scheduler.pid(), SIGKILL);
+  scheduler.kill();
   const auto one = running.get();
   EXPECT_EQ(one.outcome("booth"), "failed");
   EXPECT_THAT(one.queue("booth")["refresh"]["detail"].get<std::string>(), HasSubstr("went away"));
@@ -369,10 +369,10 @@ TEST_F(Monitor, KnowsFreshValuesWhereTheSchedulerForgetsJobs) {
 
 TEST_F(Monitor, AsksSeveralServersAndOutlivesOneThatIsDown) {
   const SimulatedPrinter second({"--remaining", "50", "--total", "100"});
-  const PrivateScheduler annex;
+  const PrivateScheduler annex({.port = true});
   annex.add_queue("annex", second.device_uri());
   const auto one =
-      run({"--server", scheduler.address(), "--server", "127.0.0.1:1", "--server", annex.address()});
+      run({"--server", scheduler.server(), "--server", "127.0.0.1:1", "--server", annex.address()});
   EXPECT_EQ(one.object["servers"][0]["queues"][0]["ribbon"]["prints_remaining"], 200);
   EXPECT_THAT(one.object["servers"][1]["error"].get<std::string>(), HasSubstr("cannot be reached"));
   EXPECT_EQ(one.object["servers"][2]["queues"][0]["ribbon"]["prints_remaining"], 50);
