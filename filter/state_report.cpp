@@ -1,8 +1,7 @@
 #include "filter/state_report.h"
 
-#include <unistd.h>
-
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <string_view>
 #include <vector>
@@ -54,7 +53,8 @@ constexpr auto SORTED_REASONS = [] {
 
 constexpr const char* CLEARED = "STATE: -%s\n";
 
-// So are its clearing lines: to format these hundred would cost more than the rest of a report.
+// Its clearing lines never change either. Formatting a hundred of them would cost more than the rest of a
+// report.
 constexpr auto CLEARING_LINES = [] {
   constexpr std::string_view format = CLEARED;
   constexpr std::size_t hole = format.find("%s");
@@ -66,11 +66,6 @@ constexpr auto CLEARING_LINES = [] {
   }
   return lines;
 }();
-
-/// Past the stream, which would copy the line first. A log that takes no more lines is no reason to stop.
-void write_line(std::string_view line) {
-  [[maybe_unused]] const ssize_t written = write(fileno(stderr), line.data(), line.size());
-}
 
 void raise(const PrinterState& state, const char* keyword) {
   fprintf(stderr, "STATE: +%s\n", keyword);
@@ -94,7 +89,6 @@ void report(const PrinterState& state, std::span<const PrinterStateReason> table
     fprintf(stderr, "DEBUG: error_number part mismatch processing \n");
   }
 
-  fflush(stderr);
   for (auto first = sorted.begin(); first != sorted.end();) {
     const auto next = std::find_if(std::next(first), sorted.end(),
                                    [&](const auto& other) { return other.keyword != first->keyword; });
@@ -111,10 +105,10 @@ void report(const PrinterState& state, std::span<const PrinterStateReason> table
 
 void update_printer_state(const PrinterState& state) {
   report(state, PRINTER_STATE_REASONS, SORTED_REASONS,
-         [](std::size_t i) { write_line(CLEARING_LINES[i].data()); });
+         [](std::size_t i) { fputs(CLEARING_LINES[i].data(), stderr); });
 }
 
-void update_printer_state(const PrinterState& state, std::span<const PrinterStateReason> table) {
+void update_printer_state_from_table(const PrinterState& state, std::span<const PrinterStateReason> table) {
   std::vector<KeywordOfRow> sorted(count_keywords(table));
   sort_keywords(table, sorted);
   report(state, table, sorted, [&](std::size_t i) { fprintf(stderr, CLEARED, sorted[i].keyword.data()); });

@@ -35,7 +35,9 @@ enum class Clock : std::uint8_t { Real, Fixed, Failing };
 Clock the_clock = Clock::Real;
 /// Stands in for fwrite() where it is set.
 std::function<std::size_t(std::size_t count)> write_instead;
-bool formatting_fails = false;
+/// Counts the calls of snprintf(); the one that is left at 0 fails.
+int calls_before_failure = -1;
+int formatting_calls = 0;
 
 tagLNBandImageParams band_of(std::int64_t stride, std::int64_t width, std::int64_t height) {
   return {.data = nullptr, .stride = stride, .left = 0, .top = 0, .right = width, .bottom = height};
@@ -314,11 +316,43 @@ TEST(TemplateExpansion, WithoutLocalTimeTheStampSaysSo) {
   EXPECT_EQ(expand("at_%T").text, "at_(no_time)");
 }
 
+/// Expands with the formatting call after the first `calls` failing; -1: none.
+Expansion expand_failing_after(int calls, const std::string& templ) {
+  const tagLNBandImageParams band = band_of(3000, 1000, 64);
+  the_clock = Clock::Fixed;
+  calls_before_failure = calls;
+  formatting_calls = 0;
+  const Expansion expansion = expand(templ, &band);
+  calls_before_failure = -1;
+  return expansion;
+}
+
 TEST(TemplateExpansion, AnExpansionThatCannotBeFormattedEndsTheCallBehindTheTextSoFar) {
-  formatting_fails = true;
-  const Expansion expansion = expand("ab%Wcd");
-  formatting_fails = false;
-  EXPECT_EQ(expansion, (Expansion{false, "ab"}));
+  EXPECT_EQ(expand_failing_after(0, "a%Wb"), (Expansion{false, "a"}));
+  EXPECT_EQ(expand_failing_after(1, "a%Wb%Hc"), (Expansion{false, "a1000b"}));
+  for (const char* const piece : {"%B", "%C", "%H", "%T", "%W"}) {
+    EXPECT_EQ(expand_failing_after(0, std::string("ab") + piece + "cd"), (Expansion{false, "ab"})) << piece;
+  }
+}
+
+TEST(TemplateExpansion, EachKnownSequenceIsFormattedOnce) {
+  for (const char* const piece : {"%B", "%C", "%H", "%T", "%W"}) {
+    EXPECT_TRUE(expand_failing_after(-1, piece).good);
+    EXPECT_EQ(formatting_calls, 1) << piece;
+  }
+}
+
+TEST(TemplateExpansion, UnknownSequencesAreNotFormatted) {
+  EXPECT_EQ(expand_failing_after(0, "a%tb"), (Expansion{true, "ab"}));
+  EXPECT_EQ(expand_failing_after(0, "a%%b%"), (Expansion{true, "ab"}));
+  EXPECT_EQ(formatting_calls, 0);
+}
+
+TEST(TemplateExpansion, APieceWithoutLocalTimeIsFormattedOnce) {
+  the_clock = Clock::Failing;
+  formatting_calls = 0;
+  EXPECT_TRUE(expand("%T").good);
+  EXPECT_EQ(formatting_calls, 1);
 }
 
 using TemplateExpansionDeathTest = testing::Test;
@@ -544,8 +578,26 @@ TEST_F(BandFiles, AnExceptionIsAFailureAndLeavesNoOpenFile) {
 
 // These stand before those of the C library.
 
+static bool this_formatting_fails() {
+  ++formatting_calls;
+  return calls_before_failure >= 0 && calls_before_failure-- == 0;
+}
+
 extern "C" int snprintf(char* text, std::size_t size, const char* format, ...) noexcept {
-  if (formatting_fails) {
+  if (this_formatting_fails()) {
+    return -1;
+  }
+  std::va_list values;
+  va_start(values, format);
+  const int length = vsnprintf(text, size, format, values);
+  va_end(values);
+  return length;
+}
+
+// The same in a program with _FORTIFY_SOURCE.
+extern "C" int __snprintf_chk(char* text, std::size_t size, int /*flag*/, std::size_t /*room*/,
+                              const char* format, ...) noexcept {
+  if (this_formatting_fails()) {
     return -1;
   }
   std::va_list values;
