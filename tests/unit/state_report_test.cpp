@@ -223,6 +223,19 @@ TEST(StateReport, ARangeRaisesItsKeywordsOnceForAny) {
   EXPECT_EQ(report(PrinterState::Any(), table), "STATE: +k\nDEBUG: k ANY\n");
 }
 
+TEST(StateReport, AnInvertedRangeNeverMatches) {
+  const std::array<PrinterStateReason, 1> table = {{{0x26, 0x0305, {"k"}}}};
+  const auto fallback = [](const std::string& state_text) {
+    return "STATE: +" + FALLBACK + "\nDEBUG: " + FALLBACK + " " + state_text +
+           "\nDEBUG: error_number part mismatch processing \nSTATE: -k\n";
+  };
+  EXPECT_EQ(report(PrinterState::Any(), table), fallback("ANY"));
+  for (int code = 0x2600; code <= 0x26ff; ++code) {
+    const auto state = PrinterState::Error(static_cast<std::uint16_t>(code));
+    EXPECT_EQ(report(state, table), fallback(state.to_string()));
+  }
+}
+
 TEST(StateReport, AllKeywordsOfAMatchingRowAreRaisedInOrder) {
   const std::array<PrinterStateReason, 2> table = {{{0, 1, {"b", "a"}}, {0, 2, {"d", "c", "e", "f"}}}};
   EXPECT_EQ(report(PrinterState::Error(2), table),
