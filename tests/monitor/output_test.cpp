@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "tests/monitor/monitor_run.h"
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ class Output : public testing::Test {
     return {std::istreambuf_iterator<char>(stream), {}};
   }
 
-  SimulatedPrinter printer{{"--remaining", "200", "--total", "400"}};
+  NetworkPrinter printer{{"--remaining", "200", "--total", "400"}};
   PrivateScheduler scheduler;
   TemporaryFolder folder;
 };

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "tests/monitor/monitor_run.h"
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ class Monitor : public testing::Test {
     printer.tell("fault refuse");
   }
 
-  SimulatedPrinter printer{{"--remaining", "200", "--total", "400"}};
+  NetworkPrinter printer{{"--remaining", "200", "--total", "400"}};
   PrivateScheduler scheduler;
 };
 
@@ -85,7 +85,7 @@ TEST_F(Monitor, AgesTheValuesByTheirLastReport) {
 }
 
 TEST_F(Monitor, RefreshesTwoQueues) {
-  const SimulatedPrinter second({"--remaining", "3", "--total", "4"});
+  const NetworkPrinter second({"--remaining", "3", "--total", "4"});
   scheduler.add_queue("second", second.device_uri());
   const auto one = run();
   EXPECT_EQ(one.queue("booth")["ribbon"]["prints_remaining"], 200);
@@ -93,9 +93,9 @@ TEST_F(Monitor, RefreshesTwoQueues) {
 }
 
 TEST_F(Monitor, RefreshesTwentyFiveQueuesEachWithItsOwnValues) {
-  std::vector<std::unique_ptr<SimulatedPrinter>> printers;
+  std::vector<std::unique_ptr<NetworkPrinter>> printers;
   for (int i = 1; i <= 25; ++i) {
-    printers.push_back(std::make_unique<SimulatedPrinter>(std::vector<std::string>{
+    printers.push_back(std::make_unique<NetworkPrinter>(std::vector<std::string>{
         "--remaining", std::to_string(100 + i), "--total", "400", "--fault", "slow 300"}));
     scheduler.add_queue("queue" + std::to_string(i), printers.back()->device_uri());
   }
@@ -109,7 +109,7 @@ TEST_F(Monitor, RefreshesTwentyFiveQueuesEachWithItsOwnValues) {
 }
 
 TEST_F(Monitor, RefreshesOnlyTheQueuesThatAreNamed) {
-  const SimulatedPrinter second;
+  const NetworkPrinter second;
   scheduler.add_queue("second", second.device_uri());
   const auto one = run({"second"});
   EXPECT_EQ(one.outcome("second"), "refreshed");
@@ -368,7 +368,7 @@ TEST_F(Monitor, KnowsFreshValuesWhereTheSchedulerForgetsJobs) {
 }
 
 TEST_F(Monitor, AsksSeveralServersAndOutlivesOneThatIsDown) {
-  const SimulatedPrinter second({"--remaining", "50", "--total", "100"});
+  const NetworkPrinter second({"--remaining", "50", "--total", "100"});
   const PrivateScheduler annex({.port = true});
   annex.add_queue("annex", second.device_uri());
   const auto one =
@@ -553,7 +553,7 @@ TEST_F(Monitor, TakesTheLimitOfALowRibbon) {
 }
 
 TEST_F(Monitor, TellsErrorBeforeUnknownBeforeLow) {
-  const SimulatedPrinter second({"--remaining", "1"});
+  const NetworkPrinter second({"--remaining", "1"});
   scheduler.add_queue("second", second.device_uri());
   EXPECT_EQ(run().exit_status, 1);
   EXPECT_EQ(run({"booth", "second", "nowhere"}).exit_status, 3);
