@@ -13,6 +13,8 @@ using std::chrono::seconds;
 constexpr seconds UNREACHABLE{30};
 /// A command job whose backend cannot reach the printer for so long is not worth the wait if others wait too.
 constexpr seconds HOPELESS{2};
+/// A command job that has reported for so long has nothing more to do.
+constexpr seconds LINGERING{1};
 /// A refused command job is sent again after so long if the scheduler only has too much to do.
 constexpr seconds BUSY_PAUSE{1};
 
@@ -101,7 +103,16 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
     } else if (!struggling_since_) {
       struggling_since_ = now;
     }
-  } else if (step_ == Step::Ended) {
+    if (lines_ == 1 && reading.reported_at != told_.reported_at) {
+      reported_since_ = reported_since_.value_or(now);
+    }
+    // The filter has reported and ended. A backend may still wait for the printer, over USB for 8 seconds.
+    if (reported_since_ && now - *reported_since_ >= LINGERING) {
+      step_ = Step::Ended;
+      end_state_ = IPP_JSTATE_COMPLETED;
+    }
+  }
+  if (step_ == Step::Ended) {
     take_values(now);
   } else if (is_of_others && !confirming_) {
     take_report_of_others(now);
@@ -351,6 +362,7 @@ void QueueWatch::sending(Moment now) {
   was_sent_ = true;
   overtaken_ = false;
   struggling_since_.reset();
+  reported_since_.reset();
   last_words_.clear();
   newest_before_ = newest_job_;
 }

@@ -142,6 +142,7 @@ class QueueWatch {
   bool winding_up_ = false;
   std::optional<ipp_jstate_t> end_state_;  ///< of the job; nothing if the scheduler forgot it
   std::optional<Moment> struggling_since_;
+  std::optional<Moment> reported_since_;
   std::string last_words_;  ///< of the backend, while the job was on its way
 
   Outcome outcome_ = Outcome::NotAsked;

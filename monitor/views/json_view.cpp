@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "monitor/views/plain_text.h"
 #include "monitor/views/wording.h"
 
 namespace {
@@ -133,5 +134,5 @@ std::string json_view(const Report& report, int indent) {
       {"low_percent", report.low_percent},
       {"servers", servers},
   };
-  return object.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
+  return escaped_json(object.dump(indent, ' ', false, Json::error_handler_t::replace)) + "\n";
 }

@@ -18,6 +18,7 @@ struct FakePrinter {
   enum class Manner : std::uint8_t { Answers, IsSilent, NeverEnds, IsUnreachable };
   Manner manner = Manner::Answers;
   milliseconds takes{100};
+  milliseconds lingers{0};  ///< a command job, after its report
   int remaining = 200;
   int total = 400;
   std::vector<ReasonCode> errors;
@@ -32,6 +33,7 @@ class FakeScheduler {
     Job job;
     Moment began;
     bool has_begun = false;
+    bool has_reported = false;
     int lines = 1;
     milliseconds takes{0};  ///< a print's
   };
@@ -88,11 +90,14 @@ class FakeScheduler {
       changed = false;
       for (auto& [number, one] : jobs) {
         const auto end_at = end_of(one);
+        if (one.job.is_own && one.job.state == IPP_JSTATE_PROCESSING && !one.has_reported &&
+            end_at < Moment::max() && end_at - printers.at(one.job.queue).lingers <= time) {
+          now = std::max(now, end_at - printers.at(one.job.queue).lingers);
+          one.has_reported = true;
+          report(one.job.queue, one.lines);
+        }
         if (one.job.state == IPP_JSTATE_PROCESSING && end_at <= time) {
           now = std::max(now, end_at);
-          if (one.job.is_own) {
-            report(one.job.queue, one.lines);
-          }
           one.job.state = IPP_JSTATE_COMPLETED;
           begin_jobs();
           changed = true;
@@ -138,7 +143,7 @@ class FakeScheduler {
     const auto& printer = printers.at(one.job.queue);
     const bool ends =
         printer.manner == FakePrinter::Manner::Answers || printer.manner == FakePrinter::Manner::IsSilent;
-    return ends ? one.began + printer.takes * one.lines : Moment::max();
+    return ends ? one.began + printer.takes * one.lines + printer.lingers : Moment::max();
   }
 
   void begin_jobs() {

@@ -139,6 +139,7 @@ inline const std::string HOSTILE_TEXTS[] = {
     "\x1b[31mred\x1b[0m \x07 \x08 \x7f \x9b 31m",
     "\xc2\x9b"
     "31m \xe2\x80\xae reversed \xe2\x80\xa8 separated",
+    "\u061C\u200E\u200F\u202A\u202B\u202C\u202D\u202E\u2066\u2067\u2068\u2069 \u2029 \u0080\u0085\u009F",
     "\xff\xfe\xc3( \xe2\x82 \xf0\x9f \xed\xa0\x80 \xc0\xaf broken",
     std::string("nul\0inside", 10),
     "&amp; &lt; &#60; ${jndi} {{7*7}} %s%n",

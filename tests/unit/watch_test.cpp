@@ -193,6 +193,19 @@ TEST(Once, TheBackendsWordsSayWhyThereWasNoAnswer) {
   EXPECT_EQ(one.queue("booth").detail, "The printer may not exist or is unavailable at this time.");
 }
 
+TEST(Once, ABackendThatLingersAfterTheReportIsNotWaitedFor) {
+  Simulation one;
+  one.scheduler.add("booth").lingers = seconds(8);
+  auto& reading = one.scheduler.readings["booth"];
+  reading = ribbon_reading("booth", 201, 400, "");
+  reading.reported_at = 500;
+  one.run();
+  EXPECT_EQ(one.outcome(), Outcome::Refreshed);
+  EXPECT_EQ(one.queue("booth").reading.prints_remaining, 200);
+  EXPECT_LE(one.now(), Moment() + milliseconds(3500));
+  EXPECT_THAT(one.scheduler.jobs, IsEmpty());
+}
+
 TEST(Once, ARefusalSaysWhatTheSchedulerSaid) {
   Simulation one;
   one.scheduler.add("booth");

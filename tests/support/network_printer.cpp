@@ -1,4 +1,4 @@
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -25,7 +25,7 @@ std::string read_line(int descriptor) {
 
 }  // namespace
 
-SimulatedPrinter::SimulatedPrinter(const std::vector<std::string>& options) {
+NetworkPrinter::NetworkPrinter(const std::vector<std::string>& options) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error("pipe2() failed");
@@ -42,7 +42,7 @@ SimulatedPrinter::SimulatedPrinter(const std::vector<std::string>& options) {
   }
 }
 
-SimulatedPrinter::~SimulatedPrinter() {
+NetworkPrinter::~NetworkPrinter() {
   process_->signal(SIGTERM);
   process_->wait(std::chrono::seconds(5));
 }
@@ -66,11 +66,11 @@ std::string ask_control_socket(const std::string& path, const std::string& line)
   return reply.size() > 3 ? reply.substr(3) : "";
 }
 
-std::string SimulatedPrinter::ask(const std::string& line) const {
+std::string NetworkPrinter::ask(const std::string& line) const {
   return ask_control_socket((folder_.path() / "control").string(), line);
 }
 
-std::vector<std::string> SimulatedPrinter::requests() const {
+std::vector<std::string> NetworkPrinter::requests() const {
   std::istringstream words(ask("requests"));
   std::vector<std::string> packets;
   for (std::string packet; words >> packet;) {

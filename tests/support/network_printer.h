@@ -11,13 +11,13 @@
 /// Throws on an error.
 std::string ask_control_socket(const std::string& path, const std::string& line);
 
-/// SimulatedPrinter is a running brenvellis-simulator on a free port of 127.0.0.1.
-class SimulatedPrinter {
+/// NetworkPrinter is a running brenvellis-simulator on a free port of 127.0.0.1.
+class NetworkPrinter {
  public:
-  explicit SimulatedPrinter(const std::vector<std::string>& options = {});
-  ~SimulatedPrinter();
-  SimulatedPrinter(const SimulatedPrinter&) = delete;
-  SimulatedPrinter& operator=(const SimulatedPrinter&) = delete;
+  explicit NetworkPrinter(const std::vector<std::string>& options = {});
+  ~NetworkPrinter();
+  NetworkPrinter(const NetworkPrinter&) = delete;
+  NetworkPrinter& operator=(const NetworkPrinter&) = delete;
 
   /// The device URI for a queue: "socket://127.0.0.1:PORT".
   [[nodiscard]] const std::string& device_uri() const { return device_uri_; }
