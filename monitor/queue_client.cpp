@@ -3,7 +3,6 @@
 #include <netdb.h>
 #include <poll.h>
 #include <strings.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -23,6 +22,8 @@ namespace {
 using Kind = SchedulerError::Kind;
 
 constexpr const char* JOB_NAME = "brenvellis-monitor";
+/// The longest answer that is read: some 50,000 queues.
+constexpr std::size_t MAX_ANSWER_BYTES = 64U << 20U;
 constexpr const char* NOT_IPP = "it does not answer as a print server";
 
 /// Descriptor is an open file that is closed when it goes.
@@ -70,12 +71,12 @@ std::string queue_of(const char* uri) {
   return resource.substr(resource.rfind('/') + 1, MAX_TEXT_BYTES);
 }
 
-ipp_t* new_request(ipp_op_t operation, const std::string& uri) {
-  ipp_t* request = ippNewRequest(operation);
+QueueClient::Message new_request(ipp_op_t operation, const std::string& uri) {
+  QueueClient::Message request(ippNewRequest(operation));
   if (!uri.empty()) {
-    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.c_str());
+    ippAddString(request.get(), IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.c_str());
   }
-  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
+  ippAddString(request.get(), IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
   return request;
 }
 
@@ -222,6 +223,60 @@ Kind kind_of(ipp_status_t status, ipp_op_t operation) {
   }
 }
 
+/// Sends the request and the document; the status of the answer, of which the connection has the head.
+http_status_t send(http_t* http, ipp_t* request, const std::string& resource, std::string_view document) {
+  auto status = cupsSendRequest(http, request, resource.c_str(), ippLength(request) + document.size());
+  const auto is_sent = [&] { return status == HTTP_STATUS_OK || status == HTTP_STATUS_CONTINUE; };
+  if (is_sent() && !document.empty()) {
+    status = cupsWriteRequestData(http, document.data(), document.size());
+  }
+  if (is_sent()) {
+    do {
+      status = httpUpdate(http);
+    } while (status == HTTP_STATUS_CONTINUE);
+  }
+  return status;
+}
+
+/// The body of an answer; nothing if it is too long.
+std::optional<std::string> read_body(http_t* http) {
+  constexpr std::size_t step = 65536;
+  std::string body;
+  for (;;) {
+    const std::size_t size = body.size();
+    body.resize(size + step);
+    const auto length = httpRead2(http, body.data() + size, step);
+    body.resize(size + (length > 0 ? static_cast<std::size_t>(length) : 0));
+    if (length <= 0) {
+      return body;
+    }
+    if (body.size() > MAX_ANSWER_BYTES) {
+      return std::nullopt;
+    }
+  }
+}
+
+/// The IPP message of these bytes, which belongs to the caller. The library itself would read them from the
+/// connection by twos and threes.
+ipp_t* parsed(std::string_view bytes) {
+  const auto take = [](void* context, ipp_uchar_t* buffer, size_t length) {
+    auto& rest = *static_cast<std::string_view*>(context);
+    length = rest.copy(reinterpret_cast<char*>(buffer), length);
+    rest.remove_prefix(length);
+    return static_cast<ssize_t>(length);
+  };
+  ipp_t* message = ippNew();
+  auto state = IPP_STATE_IDLE;
+  while (state != IPP_STATE_DATA && state != IPP_STATE_ERROR) {
+    state = ippReadIO(&bytes, take, 1, nullptr, message);
+  }
+  if (state == IPP_STATE_ERROR) {
+    ippDelete(message);
+    message = nullptr;
+  }
+  return message;
+}
+
 /// An error with a text that the server may have chosen.
 SchedulerError error_of(Kind kind, const char* text) {
   return {kind, text == nullptr ? "" : std::string(text, strnlen(text, MAX_TEXT_BYTES))};
@@ -271,36 +326,74 @@ bool QueueClient::connect() {
   return true;
 }
 
-/// Sends the request, which is consumed, and waits for the answer; nothing (and error_) on failure.
-QueueClient::Answer QueueClient::exchange(ipp_t* request, const std::string& resource, int document) {
-  const auto operation = ippGetOperation(request);
-  if (!connect()) {
-    ippDelete(request);
-    return {};
+/// Sends the request and then the document, and waits for the answer; nothing (and error_) on failure.
+QueueClient::Message QueueClient::exchange(const Message& request, const std::string& resource,
+                                           std::string_view document) {
+  constexpr int attempts = 3;
+  auto status = HTTP_STATUS_ERROR;
+  bool upgrades = false;
+  for (int i = 0; i < attempts; ++i) {
+    if (!connect()) {
+      return {};
+    }
+    http_t* http = connection_.get();
+    status = send(http, request.get(), resource, document);
+    if (status == HTTP_STATUS_OK) {
+      return take_answer(ippGetOperation(request.get()));
+    }
+    // The server may want to know who asks, which a local one can see, or TLS.
+    httpFlush(http);
+    upgrades = upgrades || status == HTTP_STATUS_UPGRADE_REQUIRED;
+    const bool retries =
+        (status == HTTP_STATUS_UNAUTHORIZED && cupsDoAuthentication(http, "POST", resource.c_str()) == 0) ||
+        status == HTTP_STATUS_UPGRADE_REQUIRED;
+    if (!retries || httpReconnect2(http, static_cast<int>(connect_limit_.count()), nullptr) != 0 ||
+        (upgrades && httpEncryption(http, HTTP_ENCRYPTION_REQUIRED) != 0)) {
+      break;
+    }
   }
-  Answer answer(cupsDoIORequest(connection_.get(), request, resource.c_str(), document, -1));
+  error_ = why_no_answer(upgrades && status == HTTP_STATUS_ERROR ? HTTP_STATUS_UPGRADE_REQUIRED : status);
+  connection_.reset();
+  return {};
+}
+
+/// Reads the answer, of which the connection has the head.
+QueueClient::Message QueueClient::take_answer(ipp_op_t operation) {
+  const auto body = read_body(connection_.get());
+  Message answer(body ? parsed(*body) : nullptr);
   if (!answer) {
-    error_ = why_no_answer(operation);
+    error_ = body ? why_no_answer(HTTP_STATUS_ERROR)
+                  : SchedulerError{Kind::InvalidAnswer, "its answer is too large"};
     connection_.reset();
-  } else if (cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
-    error_ = error_of(kind_of(cupsLastError(), operation), cupsLastErrorString());
+  } else if (ippGetStatusCode(answer.get()) > IPP_STATUS_OK_EVENTS_COMPLETE) {
+    const auto status = ippGetStatusCode(answer.get());
+    const char* message =
+        ippGetString(ippFindAttribute(answer.get(), "status-message", IPP_TAG_TEXT), 0, nullptr);
+    error_ = error_of(kind_of(status, operation), message != nullptr ? message : ippErrorString(status));
     answer.reset();
   }
   return answer;
 }
 
-SchedulerError QueueClient::why_no_answer(ipp_op_t operation) const {
-  const auto kind = kind_of(cupsLastError(), operation);
-  if (kind == Kind::Forbidden || kind == Kind::Unauthorized || kind == Kind::NeedsEncryption) {
-    return error_of(kind, cupsLastErrorString());
-  }
-  // A page of an HTTP server, a redirect or something that is not IPP at all.
-  if (httpGetStatus(connection_.get()) >= HTTP_STATUS_CONTINUE) {
-    return {Kind::InvalidAnswer, NOT_IPP};
+SchedulerError QueueClient::why_no_answer(http_status_t status) const {
+  switch (status) {
+    case HTTP_STATUS_UNAUTHORIZED:
+    case HTTP_STATUS_CUPS_AUTHORIZATION_CANCELED:
+      return error_of(Kind::Unauthorized, httpStatus(HTTP_STATUS_UNAUTHORIZED));
+    case HTTP_STATUS_FORBIDDEN:
+      return error_of(Kind::Forbidden, httpStatus(status));
+    case HTTP_STATUS_UPGRADE_REQUIRED:
+    case HTTP_STATUS_CUPS_PKI_ERROR:
+      return error_of(Kind::NeedsEncryption, httpStatus(status));
+    case HTTP_STATUS_ERROR:
+      break;
+    default:
+      // A page of an HTTP server, or a redirect.
+      return {Kind::InvalidAnswer, NOT_IPP};
   }
   int error = httpError(connection_.get());
-  // The library's own words for an answer that it cannot read, and for any connection that fails.
-  if (error == EINVAL || error == EHOSTDOWN || error == 0) {
+  // The library's own words for any connection that fails.
+  if (error == EHOSTDOWN || error == 0) {
     error = connection_error(server_);
   }
   return error != 0 ? error_of(Kind::Unreachable, std::strerror(error))
@@ -311,12 +404,12 @@ SchedulerAnswer QueueClient::ask_for(const LookRequest& request) {
   // The jobs first and the queues last: what a job has reported by its end is then in its queue's reading.
   std::map<int, Job> jobs;
   const auto add = [&](const char* which, int first_job) {
-    ipp_t* get = new_request(IPP_OP_GET_JOBS, "ipp://localhost/");
-    ippAddString(get, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "which-jobs", nullptr, which);
+    const auto get = new_request(IPP_OP_GET_JOBS, "ipp://localhost/");
+    ippAddString(get.get(), IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "which-jobs", nullptr, which);
     if (first_job > 0) {
-      ippAddInteger(get, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "first-job-id", first_job);
+      ippAddInteger(get.get(), IPP_TAG_OPERATION, IPP_TAG_INTEGER, "first-job-id", first_job);
     }
-    add_wanted(get, job_attributes());
+    add_wanted(get.get(), job_attributes());
     const auto answer = exchange(get, "/");
     add_jobs(answer.get(), jobs);
     return answer != nullptr;
@@ -330,8 +423,8 @@ SchedulerAnswer QueueClient::ask_for(const LookRequest& request) {
     look.jobs.push_back(std::move(job));
   }
   if (request.queues) {
-    ipp_t* get = new_request(IPP_OP_CUPS_GET_PRINTERS, "");
-    add_wanted(get, reading_attributes());
+    const auto get = new_request(IPP_OP_CUPS_GET_PRINTERS, "");
+    add_wanted(get.get(), reading_attributes());
     const auto answer = exchange(get, "/");
     // "Not found" is how CUPS says that it has no queue.
     if (!answer && error_.kind != Kind::NotFound) {
@@ -350,15 +443,12 @@ SchedulerAnswer QueueClient::ask_for(const SendRequest& request) {
   for (int i = 0; i < request.report_levels; ++i) {
     commands += "ReportLevels\n";
   }
-  const Descriptor document(memfd_create("ReportLevels", MFD_CLOEXEC));
-  if (write(document.get(), commands.data(), commands.size()) != static_cast<ssize_t>(commands.size())) {
-    return error_of(Kind::Refused, std::strerror(errno));
-  }
-  ipp_t* print = new_request(IPP_OP_PRINT_JOB, queue_uri(request.queue));
-  ippAddString(print, IPP_TAG_OPERATION, IPP_TAG_NAME, "job-name", nullptr, JOB_NAME);
-  ippAddString(print, IPP_TAG_OPERATION, IPP_TAG_MIMETYPE, "document-format", nullptr, CUPS_FORMAT_COMMAND);
-  ippAddInteger(print, IPP_TAG_JOB, IPP_TAG_INTEGER, "job-cancel-after", request.lifetime_seconds);
-  const auto answer = exchange(print, queue_resource(request.queue), document.get());
+  const auto print = new_request(IPP_OP_PRINT_JOB, queue_uri(request.queue));
+  ippAddString(print.get(), IPP_TAG_OPERATION, IPP_TAG_NAME, "job-name", nullptr, JOB_NAME);
+  ippAddString(print.get(), IPP_TAG_OPERATION, IPP_TAG_MIMETYPE, "document-format", nullptr,
+               CUPS_FORMAT_COMMAND);
+  ippAddInteger(print.get(), IPP_TAG_JOB, IPP_TAG_INTEGER, "job-cancel-after", request.lifetime_seconds);
+  const auto answer = exchange(print, queue_resource(request.queue), commands);
   if (!answer) {
     return error_;
   }
@@ -381,10 +471,10 @@ SchedulerAnswer QueueClient::ask_for(const PurgeRequest& request) {
 
 /// Cancels the job. True if it is gone, too.
 bool QueueClient::cancel(const PurgeRequest& request, bool purge) {
-  ipp_t* cancel = new_request(IPP_OP_CANCEL_JOB, queue_uri(request.queue));
-  ippAddInteger(cancel, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", request.job);
+  const auto cancel = new_request(IPP_OP_CANCEL_JOB, queue_uri(request.queue));
+  ippAddInteger(cancel.get(), IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", request.job);
   if (purge) {
-    ippAddBoolean(cancel, IPP_TAG_OPERATION, "purge-job", 1);
+    ippAddBoolean(cancel.get(), IPP_TAG_OPERATION, "purge-job", 1);
   }
   return exchange(cancel, "/jobs/") || error_.kind == Kind::NotFound;
 }

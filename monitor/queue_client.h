@@ -5,6 +5,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "monitor/scheduler.h"
@@ -14,6 +15,11 @@
 /// long as the server lets them: it belongs into a process that somebody else ends in time.
 class QueueClient {
  public:
+  struct DeleteMessage {
+    void operator()(ipp_t* message) const { ippDelete(message); }
+  };
+  using Message = std::unique_ptr<ipp_t, DeleteMessage>;
+
   /// @param connect_limit  how long an attempt to connect may take.
   QueueClient(ServerName server, http_encryption_t encryption, std::chrono::milliseconds connect_limit);
 
@@ -23,10 +29,6 @@ class QueueClient {
   struct CloseConnection {
     void operator()(http_t* connection) const { httpClose(connection); }
   };
-  struct DeleteAnswer {
-    void operator()(ipp_t* answer) const { ippDelete(answer); }
-  };
-  using Answer = std::unique_ptr<ipp_t, DeleteAnswer>;
 
   SchedulerAnswer ask_for(const LookRequest& request);
   SchedulerAnswer ask_for(const SendRequest& request);
@@ -34,8 +36,9 @@ class QueueClient {
 
   bool cancel(const PurgeRequest& request, bool purge);
   bool connect();
-  Answer exchange(ipp_t* request, const std::string& resource, int document = -1);
-  [[nodiscard]] SchedulerError why_no_answer(ipp_op_t operation) const;
+  Message exchange(const Message& request, const std::string& resource, std::string_view document = {});
+  Message take_answer(ipp_op_t operation);
+  [[nodiscard]] SchedulerError why_no_answer(http_status_t status) const;
 
   ServerName server_;
   http_encryption_t encryption_;

@@ -24,7 +24,7 @@ using std::chrono::milliseconds;
 constexpr int PARENT = STDIN_FILENO;
 constexpr int ARGUMENTS = 6;
 
-constexpr rlim_t MAX_MEMORY = 512U << 20U;
+constexpr rlim_t MAX_MEMORY = 256U << 20U;
 constexpr rlim_t MAX_FILES = 64;
 
 void limit(decltype(RLIMIT_CORE) resource, rlim_t value) {

@@ -248,7 +248,7 @@ TEST_F(ServerProcessTest, TheProcessIsLimited) {
   EXPECT_EQ(limits["Max core file size"], "0");
   EXPECT_EQ(limits["Max open files"], "64");
 #ifndef BRENVELLIS_SANITIZE
-  EXPECT_EQ(limits["Max address space"], std::to_string(512 << 20));
+  EXPECT_EQ(limits["Max address space"], std::to_string(256 << 20));
 #endif
 }
 
