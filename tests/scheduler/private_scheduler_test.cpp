@@ -33,7 +33,7 @@ class OneOfBoth : public testing::TestWithParam<Configuration> {
  protected:
   OneOfBoth() { scheduler.add_queue("booth", printer.device_uri()); }
 
-  SimulatedPrinter printer{{"--remaining", "200", "--total", "400", "--code", "0x2660"}};
+  NetworkPrinter printer{{"--remaining", "200", "--total", "400", "--code", "0x2660"}};
   PrivateScheduler scheduler{{.configuration = GetParam()}};
 };
 

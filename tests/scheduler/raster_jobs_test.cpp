@@ -39,7 +39,7 @@ class RasterJobs : public testing::TestWithParam<PrivateScheduler::Configuration
   }
 
   const TemporaryFolder folder;
-  SimulatedPrinter printer{{"--remaining", "200", "--total", "400"}};
+  NetworkPrinter printer{{"--remaining", "200", "--total", "400"}};
   PrivateScheduler scheduler{{.configuration = GetParam()}};
 };
 
