@@ -194,7 +194,8 @@ void UsbDevice::set_answers_idle_read(bool answers) {
   settings_.answers_idle_read = answers;
 }
 
-std::string UsbDevice::show() const {
+std::string UsbDevice::show() {
+  release_what_the_killed_hold();
   const auto claims =
       std::count_if(hosts_.begin(), hosts_.end(), [](const auto& entry) { return entry.second.claimed; });
   return "plugged=" + std::to_string(plugged()) + " protocol=" + std::to_string(settings_.protocol) +
@@ -306,6 +307,24 @@ UsbDevice::Client* UsbDevice::other_owner(Client* client) {
 
 /// A program that was killed while it waited for an answer is not reported as gone. One that waits for a
 /// transfer asks every millisecond, so it has gone if it does not ask any more.
+void UsbDevice::release_what_the_killed_hold() {
+  for (auto& [client, host] : hosts_) {
+    if ((host.pending.empty() && host.completed.empty()) ||
+        steady_clock::now() - host.last_request < SILENCE_OF_THE_KILLED) {
+      continue;
+    }
+    // What it did not fetch is still in the printer.
+    for (; !host.completed.empty(); host.completed.pop_back()) {
+      const Transfer& transfer = host.completed.back();
+      if (block_of(*transfer.block).endpoint == IN_ENDPOINT) {
+        replies_.insert(replies_.begin(), transfer.answer.begin(), transfer.answer.end());
+      }
+    }
+    host.pending.clear();
+    host.claimed = false;
+  }
+}
+
 void UsbDevice::claim(Client* client, Host& host) {
   Client* const owner = other_owner(client);
   if (owner == nullptr) {
@@ -318,20 +337,15 @@ void UsbDevice::claim(Client* client, Host& host) {
     umockdev_ioctl_client_complete(client, -1, EBUSY);
     return;
   }
-  host.wait = std::make_unique<asio::steady_timer>(io_, SILENCE_OF_THE_KILLED);
-  host.wait->async_wait([this, client, owner, asked = other.last_request](std::error_code aborted) {
+  host.wait = std::make_unique<asio::steady_timer>(io_, SILENCE_OF_THE_KILLED + milliseconds(10));
+  host.wait->async_wait([this, client](std::error_code aborted) {
     if (aborted || !hosts_.contains(client)) {
       return;
     }
-    if (const auto found = hosts_.find(owner); found != hosts_.end() && found->second.last_request == asked) {
-      found->second.claimed = false;
-    }
-    if (other_owner(client) != nullptr) {
-      umockdev_ioctl_client_complete(client, -1, EBUSY);
-      return;
-    }
-    hosts_.at(client).claimed = true;
-    umockdev_ioctl_client_complete(client, 0, 0);
+    release_what_the_killed_hold();
+    hosts_.at(client).claimed = other_owner(client) == nullptr;
+    const bool claimed = hosts_.at(client).claimed;
+    umockdev_ioctl_client_complete(client, claimed ? 0 : -1, claimed ? 0 : EBUSY);
   });
 }
 
@@ -434,6 +448,7 @@ void UsbDevice::complete(Client* client, Host& host, std::list<Transfer>::iterat
 
 /// Completes the transfers that can be completed now.
 void UsbDevice::advance() {
+  release_what_the_killed_hold();
   for (auto& [client, host] : hosts_) {
     const bool idle = std::exchange(host.idle, false);
     for (auto next = host.pending.begin(); next != host.pending.end();) {

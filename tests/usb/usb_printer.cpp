@@ -68,6 +68,15 @@ std::string UsbPrinter::value(const std::string& name) const {
   throw std::runtime_error("the simulated USB printer has no " + name);
 }
 
+std::string UsbPrinter::take_output() const {
+  const std::string hexadecimal = ask("output");
+  std::string bytes;
+  for (std::size_t i = 0; i + 1 < hexadecimal.size(); i += 2) {
+    bytes += static_cast<char>(std::stoi(hexadecimal.substr(i, 2), nullptr, 16));
+  }
+  return bytes;
+}
+
 void UsbPrinter::wait_until_claimed(bool claimed) const {
   wait_until([&] { return (value("claimed") == "1") == claimed; },
              claimed ? "a backend opens the printer" : "no backend has the printer open");

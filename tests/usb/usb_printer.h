@@ -39,8 +39,8 @@ class UsbPrinter {
   void wait_until_claimed(bool claimed = true) const;
   /// Waits until so many bytes wait in the device for a reader. Throws after 30 s.
   void wait_until_waiting(std::size_t bytes) const;
-  /// All bytes that the printer got since the start or the last call, in hexadecimal.
-  [[nodiscard]] std::string take_output() const { return ask("output"); }
+  /// All bytes that the printer got since the start or the last call.
+  [[nodiscard]] std::string take_output() const;
   /// A value of the device's state: plugged, protocol, idle, busy, claimed, received, waiting.
   [[nodiscard]] std::string value(const std::string& name) const;
 
