@@ -7,8 +7,6 @@
 // CONTROL  the path of a Unix socket that takes one command per line; brenvellis-simulator --tell can send
 // them. COMMAND  is carried out before the printer is plugged in.
 
-#include <sys/stat.h>
-
 #include <asio.hpp>
 #include <cstdio>
 #include <cstdlib>
@@ -63,8 +61,6 @@ int run(int argc, char** argv) {
             std::string(COMMANDS).c_str());
     return 2;
   }
-  // The backend may run as another user.
-  umask(0);
   asio::io_context io(1);
   asio::signal_set ending(io, SIGINT, SIGTERM);
   ending.async_wait([&io](std::error_code, int) { io.stop(); });

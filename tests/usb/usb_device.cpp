@@ -1,7 +1,6 @@
 #include "tests/usb/usb_device.h"
 
 #include <linux/usbdevice_fs.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -122,10 +121,6 @@ UsbDevice::UsbDevice(asio::io_context& io, std::uint16_t port, UsbPrinterSetting
       testbed_(umockdev_testbed_new()),
       handler_(umockdev_ioctl_base_new()) {
   g_signal_connect(handler_.get(), "handle-ioctl", G_CALLBACK(on_request), this);
-  // A backend may run as another user. It makes its sockets here.
-  if (chmod(folder().c_str(), 0777) != 0) {
-    throw std::runtime_error("cannot open " + folder() + " to the backend's user");
-  }
 }
 
 UsbDevice::~UsbDevice() {

@@ -150,7 +150,7 @@ TEST(UsbWrapper, ItsEnvironmentDoesNotReachFilters) {
   const TemporaryFolder folder;
   const auto filter = folder.path() / "filter";
   std::ofstream(filter) << "#!/bin/sh\nenv | sed 's/^/DEBUG: environment /' >&2\n";
-  const PrivateScheduler scheduler(filter.string());
+  const PrivateScheduler scheduler({.filter = filter.string()});
   const UsbPrinter printer(scheduler, {"idle empty"});
   scheduler.add_queue("booth", UsbPrinter::device_uri());
   const int job = scheduler.send_commands("booth", "ReportLevels\n");
