@@ -6,9 +6,9 @@
 #include <csignal>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "tests/usb/usb_job_log.h"
 #include "tests/usb/usb_printer.h"
 
 /// A private scheduler with a queue "booth" to a printer on USB with a half-used ribbon and error 2660. The
@@ -20,17 +20,8 @@ class UsbQueue : public testing::Test {
     scheduler.add_queue("booth", UsbPrinter::device_uri());
   }
 
-  /// Waits until a line of the job's log holds the text; fails after 60 s.
   void wait_for_log(int job, const std::string& text) const {
-    for (int i = 0; i < 3000; ++i) {
-      for (const auto& line : scheduler.job_log(job)) {
-        if (line.find(text) != std::string::npos) {
-          return;
-        }
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    ADD_FAILURE() << "no line of job " << job << " holds \"" << text << '"';
+    EXPECT_TRUE(logs(scheduler, job, text)) << "job " << job << ": " << text;
   }
 
   /// The private scheduler kills what does not end within a second of a cancel; the scheduler's default

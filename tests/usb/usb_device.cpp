@@ -36,7 +36,7 @@ constexpr char SYSFS_PATH[] = "/sys/devices/1-1";
 constexpr milliseconds NOTHING_TO_REAP(1);
 
 /// After so long, a program that waits for a transfer and does not ask has been killed.
-constexpr milliseconds SILENCE_OF_THE_KILLED(500);
+constexpr milliseconds SILENCE_OF_THE_KILLED(2000);
 
 constexpr std::size_t SETUP_SIZE = 8;
 
@@ -189,8 +189,7 @@ void UsbDevice::set_answers_idle_read(bool answers) {
   settings_.answers_idle_read = answers;
 }
 
-std::string UsbDevice::show() {
-  release_what_the_killed_hold();
+std::string UsbDevice::show() const {
   const auto claims =
       std::count_if(hosts_.begin(), hosts_.end(), [](const auto& entry) { return entry.second.claimed; });
   return "plugged=" + std::to_string(plugged()) + " protocol=" + std::to_string(settings_.protocol) +
@@ -302,24 +301,6 @@ UsbDevice::Client* UsbDevice::other_owner(Client* client) {
 
 /// A program that was killed while it waited for an answer is not reported as gone. One that waits for a
 /// transfer asks every millisecond, so it has gone if it does not ask any more.
-void UsbDevice::release_what_the_killed_hold() {
-  for (auto& [client, host] : hosts_) {
-    if ((host.pending.empty() && host.completed.empty()) ||
-        steady_clock::now() - host.last_request < SILENCE_OF_THE_KILLED) {
-      continue;
-    }
-    // What it did not fetch is still in the printer.
-    for (; !host.completed.empty(); host.completed.pop_back()) {
-      const Transfer& transfer = host.completed.back();
-      if (block_of(*transfer.block).endpoint == IN_ENDPOINT) {
-        replies_.insert(replies_.begin(), transfer.answer.begin(), transfer.answer.end());
-      }
-    }
-    host.pending.clear();
-    host.claimed = false;
-  }
-}
-
 void UsbDevice::claim(Client* client, Host& host) {
   Client* const owner = other_owner(client);
   if (owner == nullptr) {
@@ -327,20 +308,22 @@ void UsbDevice::claim(Client* client, Host& host) {
     umockdev_ioctl_client_complete(client, 0, 0);
     return;
   }
-  const Host& other = hosts_.at(owner);
-  if (other.pending.empty() && other.completed.empty()) {
+  Host& other = hosts_.at(owner);
+  const bool waits_for_transfer = !other.pending.empty() || !other.completed.empty();
+  if (!waits_for_transfer || other.last_request > host.last_request) {
     umockdev_ioctl_client_complete(client, -1, EBUSY);
     return;
   }
-  host.wait = std::make_unique<asio::steady_timer>(io_, SILENCE_OF_THE_KILLED + milliseconds(10));
+  if (steady_clock::now() - other.last_request > SILENCE_OF_THE_KILLED) {
+    other.claimed = false;
+    other.pending.clear();
+    other.completed.clear();
+  }
+  host.wait = std::make_unique<asio::steady_timer>(io_, milliseconds(10));
   host.wait->async_wait([this, client](std::error_code aborted) {
-    if (aborted || !hosts_.contains(client)) {
-      return;
+    if (const auto found = hosts_.find(client); !aborted && found != hosts_.end()) {
+      claim(client, found->second);
     }
-    release_what_the_killed_hold();
-    hosts_.at(client).claimed = other_owner(client) == nullptr;
-    const bool claimed = hosts_.at(client).claimed;
-    umockdev_ioctl_client_complete(client, claimed ? 0 : -1, claimed ? 0 : EBUSY);
   });
 }
 
@@ -387,6 +370,10 @@ void UsbDevice::reap(Client* client, Host& host) {
   host.reaping = true;
   if (!host.completed.empty() || !host.on_this_plug) {
     finish_reap(client, host);
+    return;
+  }
+  advance();
+  if (!host.reaping) {
     return;
   }
   if (!host.wait) {
@@ -443,7 +430,6 @@ void UsbDevice::complete(Client* client, Host& host, std::list<Transfer>::iterat
 
 /// Completes the transfers that can be completed now.
 void UsbDevice::advance() {
-  release_what_the_killed_hold();
   for (auto& [client, host] : hosts_) {
     const bool idle = std::exchange(host.idle, false);
     for (auto next = host.pending.begin(); next != host.pending.end();) {
@@ -461,7 +447,8 @@ void UsbDevice::advance() {
           transfer->length = block.buffer_length;
           complete(client, host, transfer);
         }
-      } else if (!replies_.empty() || idle) {
+      } else if (host.reaping && (!replies_.empty() || idle)) {
+        // Only now is it sure to be there: what a killed program has not read stays in the printer.
         const auto count = std::min(size, replies_.size());
         const auto end = replies_.begin() + static_cast<std::ptrdiff_t>(count);
         transfer->answer.assign(replies_.begin(), end);

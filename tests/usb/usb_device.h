@@ -51,7 +51,7 @@ class UsbDevice {
   void set_answers_idle_read(bool answers);
 
   /// One line of NAME=VALUE pairs.
-  [[nodiscard]] std::string show();
+  [[nodiscard]] std::string show() const;
   /// All bytes that the computer wrote since the start or the last call.
   [[nodiscard]] std::vector<unsigned char> take_output();
   /// The folder for UMOCKDEV_DIR.
@@ -81,7 +81,6 @@ class UsbDevice {
   static gboolean on_request(UMockdevIoctlBase* base, Client* client, gpointer self);
   static void on_connected(Client* client, GParamSpec* property, gpointer self);
 
-  void release_what_the_killed_hold();
   void handle(Client* client);
   void claim(Client* client, Host& host);
   void submit(Client* client, Host& host);

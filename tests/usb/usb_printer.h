@@ -32,10 +32,15 @@ class UsbPrinter {
   void unplug() const { tell("unplug"); }
   /// A busy printer takes no data.
   void set_busy(bool busy) const { tell(busy ? "busy on" : "busy off"); }
-  /// Whether an idle read gets an empty packet; it gets no answer at first.
+  /// Whether an idle read gets an empty packet. At first it gets no answer: every job then takes 8 s longer,
+  /// and once in a while the backend crashes at its end, which makes the scheduler hold the job.
   void answer_idle_reads(bool answer) const { tell(answer ? "idle empty" : "idle silent"); }
 
-  /// Waits until a backend has opened the printer, or none has any more. Throws after 30 s.
+  /// 1: the computer can only write; 2: it can also read. From the next plug() on.
+  void set_protocol(int protocol) const { tell("protocol " + std::to_string(protocol)); }
+
+  /// Waits until a backend has opened the printer, or has closed it. A backend that was killed counts until
+  /// another one opens the printer. Throws after 30 s.
   void wait_until_claimed(bool claimed = true) const;
   /// Waits until so many bytes wait in the device for a reader. Throws after 30 s.
   void wait_until_waiting(std::size_t bytes) const;
