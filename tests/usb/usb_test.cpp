@@ -103,7 +103,6 @@ TEST_F(UsbQueue, TwoQueuesOnOnePrinterTakeTurns) {
 }
 
 TEST_F(UsbQueue, APurgedJobFreesTheQueueThatItsBackendHolds) {
-  allow_a_backend_to_ignore_its_end();
   const int job = scheduler.send_commands("booth", "ReportLevels\n");
   wait_for_log(job, "Waiting for read thread to exit");
   scheduler.purge_job(job);
@@ -115,7 +114,6 @@ TEST_F(UsbQueue, APurgedJobFreesTheQueueThatItsBackendHolds) {
 }
 
 TEST_F(UsbQueue, ACancelledJobKeepsTheQueueUntilItsBackendHasWaited) {
-  allow_a_backend_to_ignore_its_end();
   const int job = scheduler.send_commands("booth", "ReportLevels\n");
   wait_for_log(job, "Waiting for read thread to exit");
   scheduler.cancel_job(job);
