@@ -6,7 +6,7 @@
 
 #include "tests/support/child_process.h"
 #include "tests/support/private_scheduler.h"
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 /// UsbPrinter is a simulated printer on a simulated USB device, behind the `usb` backend of the distribution
 /// in a private scheduler. It must end before the scheduler. A scheduler can have one.
@@ -50,13 +50,13 @@ class UsbPrinter {
   [[nodiscard]] std::string value(const std::string& name) const;
 
   /// The printer itself: its condition and its faults.
-  [[nodiscard]] const SimulatedPrinter& inside() const { return inside_; }
+  [[nodiscard]] const NetworkPrinter& inside() const { return inside_; }
 
  private:
   [[nodiscard]] std::string ask(const std::string& line) const;
   void tell(const std::string& line) const { static_cast<void>(ask(line)); }
 
-  SimulatedPrinter inside_;
+  NetworkPrinter inside_;
   std::string control_;
   std::unique_ptr<ChildProcess> process_;
 };
