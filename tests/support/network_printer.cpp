@@ -47,14 +47,14 @@ NetworkPrinter::~NetworkPrinter() {
   process_->wait(std::chrono::seconds(5));
 }
 
-std::string NetworkPrinter::ask(const std::string& line) const {
+std::string ask_control_socket(const std::string& path, const std::string& line) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, (folder_.path() / "control").c_str(), sizeof address.sun_path - 1);
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
   const int control = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (connect(control, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     close(control);
-    throw std::runtime_error("the simulator's control socket does not answer");
+    throw std::runtime_error("the control socket " + path + " does not answer");
   }
   const std::string request = line + "\n";
   const bool sent = write(control, request.data(), request.size()) == static_cast<ssize_t>(request.size());
@@ -64,6 +64,10 @@ std::string NetworkPrinter::ask(const std::string& line) const {
     throw std::runtime_error("\"" + line + "\" was answered by \"" + reply + "\"");
   }
   return reply.size() > 3 ? reply.substr(3) : "";
+}
+
+std::string NetworkPrinter::ask(const std::string& line) const {
+  return ask_control_socket((folder_.path() / "control").string(), line);
 }
 
 std::vector<std::string> NetworkPrinter::requests() const {

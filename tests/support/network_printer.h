@@ -7,6 +7,10 @@
 #include "tests/support/child_process.h"
 #include "tests/support/temporary_folder.h"
 
+/// Sends a line to the control socket of a simulator and returns what follows "ok" in its reply.
+/// Throws on an error.
+std::string ask_control_socket(const std::string& path, const std::string& line);
+
 /// NetworkPrinter is a running brenvellis-simulator on a free port of 127.0.0.1.
 class NetworkPrinter {
  public:
