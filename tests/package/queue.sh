@@ -17,11 +17,11 @@ end_processes() {
 await() {
   local what=$1 i
   shift
-  for ((i = 0; i < 600; ++i)); do
+  for ((i = 0; i < 2400; ++i)); do
     if "$@" >/dev/null 2>&1; then return 0; fi
     sleep 0.05
   done
-  fail "$what did not happen within 30 seconds"
+  fail "$what did not happen within two minutes"
 }
 
 # add_queue: "booth", on a printer with a half-used ribbon and an error, with the PPD that the scheduler offers.
