@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "tests/support/child_process.h"
+#include "tests/support/network_printer.h"
 #include "tests/support/private_scheduler.h"
-#include "tests/support/simulated_printer.h"
 #include "tests/support/temporary_folder.h"
 
 using std::chrono::milliseconds;
@@ -189,7 +189,7 @@ TEST_F(CheckPpd, NamesTheFilterThatTheSchedulerStarts) {
 
 TEST_F(CheckPpd, APpdThatFollowsItsAdviceReportsTheRibbonAndStillPrints) {
   const PrivateScheduler scheduler;
-  const SimulatedPrinter printer({"--remaining", "200", "--total", "400"});
+  const NetworkPrinter printer({"--remaining", "200", "--total", "400"});
   for (const char* original :
        {RASTER, POSTSCRIPT, PDF_AND_POSTSCRIPT, PDF, CUPS_FILTER_2, OWN_COMMAND_FILTER}) {
     SCOPED_TRACE(original);
