@@ -1,5 +1,6 @@
 // The filter behind the distribution's usb backend, with a simulated device.
 
+#include <csignal>
 #include <fstream>
 #include <thread>
 
@@ -114,6 +115,9 @@ TEST_F(UsbQueue, APurgedJobFreesTheQueueThatItsBackendHolds) {
 }
 
 TEST_F(UsbQueue, ACancelledJobKeepsTheQueueUntilItsBackendHasWaited) {
+  // The private scheduler kills after a second what does not end; this is the scheduler's default.
+  std::ofstream(scheduler.path() / "etc/cupsd.conf", std::ios::app) << "JobKillDelay 30\n";
+  scheduler.restart(SIGTERM);
   const int job = scheduler.send_commands("booth", "ReportLevels\n");
   wait_for_log(job, "Waiting for read thread to exit");
   scheduler.cancel_job(job);
