@@ -21,8 +21,8 @@
 #include "raster/page_header_dump.h"
 #include "raster/page_picture.h"
 #include "raster/page_ranges.h"
-#include "raster/stream_progress.h"
 #include "raster/raster_stream.h"
+#include "raster/stream_progress.h"
 
 namespace {
 

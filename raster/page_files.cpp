@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "raster/output_file.h"
 #include "raster/page_picture.h"
+#include "raster/saved_file.h"
 
 namespace {
 
@@ -122,7 +122,7 @@ ExitStatus PageReader::save_band(const FileName& name, Band& band) const {
   const std::uint64_t lines_before = (band.plane - 1) * height + band.top;
   const std::uint64_t wanted = band.lines;
   std::vector<unsigned char> piece(static_cast<std::size_t>(std::min<std::uint64_t>(stride, PIECE)));
-  OutputFile file;
+  SavedFile file;
   bool whole = true;
   for (band.lines = 0; whole && band.lines < wanted; band.lines += whole ? 1 : 0) {
     for (std::uint64_t left = stride; whole && left > 0;) {
@@ -202,7 +202,7 @@ ExitStatus PageReader::save_picture(const FileName& name) const {
                                       .right = header.cupsWidth,
                                       .bottom = static_cast<std::int64_t>(height)};
 
-  OutputFile file;
+  SavedFile file;
   std::string file_name;
   std::uint64_t came = 0;
   bool good = true;

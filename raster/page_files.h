@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #include "raster/file_name.h"
-#include "raster/stream_progress.h"
 #include "raster/raster_stream.h"
+#include "raster/stream_progress.h"
 
 enum ExitStatus : std::uint8_t { EXIT_OK = 0, EXIT_INPUT = 1, EXIT_USAGE = 2, EXIT_OUTPUT = 3 };
 

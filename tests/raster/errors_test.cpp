@@ -168,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(Rasterdump, APageWithoutWidthHasNoBands) {
   std::vector<Page> pages = PAGE;
   pages[0].header.cupsWidth = 0;
-  expect(run({"--quiet", "--bands", "8", "--capture", path("%B.raw")}, write_first_version(pages)), INPUT,
+  expect(run({"--quiet", "--bands", "8", "--capture", path("%C_%B.raw")}, write_first_version(pages)), INPUT,
          "page 1 is 0 pixels wide: no bands to save");
 }
 

@@ -1,4 +1,4 @@
-#include "raster/output_file.h"
+#include "raster/saved_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -29,13 +29,13 @@ const char* refusal(const struct stat& file, int input) {
 
 }  // namespace
 
-OutputFile::~OutputFile() {
+SavedFile::~SavedFile() {
   if (is_open()) {
     ::close(descriptor_);
   }
 }
 
-bool OutputFile::create(const std::string& name, int input) {
+bool SavedFile::create(const std::string& name, int input) {
   name_ = name;
   struct stat existing = {};
   if (lstat(name.c_str(), &existing) == 0) {
@@ -57,7 +57,7 @@ bool OutputFile::create(const std::string& name, int input) {
   return true;
 }
 
-bool OutputFile::write(std::span<const unsigned char> bytes) {
+bool SavedFile::write(std::span<const unsigned char> bytes) {
   while (!bytes.empty()) {
     const std::size_t part = std::min(bytes.size(), BUFFER_SIZE - buffer_.size());
     buffer_.insert(buffer_.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(part));
@@ -69,7 +69,7 @@ bool OutputFile::write(std::span<const unsigned char> bytes) {
   return true;
 }
 
-bool OutputFile::seek(std::uint64_t position) {
+bool SavedFile::seek(std::uint64_t position) {
   if (!flush()) {
     return false;
   }
@@ -77,7 +77,7 @@ bool OutputFile::seek(std::uint64_t position) {
   return true;
 }
 
-bool OutputFile::read_at(std::uint64_t position, std::span<unsigned char> bytes) {
+bool SavedFile::read_at(std::uint64_t position, std::span<unsigned char> bytes) {
   while (!bytes.empty()) {
     const ssize_t count = pread(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(position));
     if (count <= 0) {
@@ -89,7 +89,7 @@ bool OutputFile::read_at(std::uint64_t position, std::span<unsigned char> bytes)
   return true;
 }
 
-bool OutputFile::close(std::uint64_t size) {
+bool SavedFile::close(std::uint64_t size) {
   const bool complete = flush() && (ftruncate(descriptor_, static_cast<off_t>(size)) == 0 || fail(errno));
   // Some file systems report a full disk only here.
   const bool closed = ::close(descriptor_) == 0;
@@ -97,13 +97,13 @@ bool OutputFile::close(std::uint64_t size) {
   return complete && (closed || fail(errno));
 }
 
-void OutputFile::remove() {
+void SavedFile::remove() {
   ::close(descriptor_);
   descriptor_ = -1;
   unlink(name_.c_str());
 }
 
-bool OutputFile::flush() {
+bool SavedFile::flush() {
   std::span<const unsigned char> left = buffer_;
   while (!left.empty()) {
     const ssize_t count = pwrite(descriptor_, left.data(), left.size(), static_cast<off_t>(position_));
@@ -120,7 +120,7 @@ bool OutputFile::flush() {
   return true;
 }
 
-bool OutputFile::fail(int number) {
+bool SavedFile::fail(int number) {
   error_ = std::strerror(number);
   return false;
 }

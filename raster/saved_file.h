@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-/// OutputFile is a new file for what a raster stream holds, with the rights that the umask leaves.
-class OutputFile {
+/// SavedFile is a new file for what a raster stream holds, with the rights that the umask leaves.
+class SavedFile {
  public:
-  OutputFile() = default;
-  ~OutputFile();
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
+  SavedFile() = default;
+  ~SavedFile();
+  SavedFile(const SavedFile&) = delete;
+  SavedFile& operator=(const SavedFile&) = delete;
 
   /// Makes the file. One of this name is replaced if it is a regular file of the caller's and not the input;
   /// a link is never followed. Returns false if the file cannot be made: see error().
