@@ -16,6 +16,7 @@
 #include "monitor/arguments.h"
 #include "monitor/output_file.h"
 #include "monitor/refresh.h"
+#include "monitor/server_requests.h"
 #include "monitor/views/html_view.h"
 #include "monitor/views/json_view.h"
 #include "monitor/views/prometheus_view.h"
@@ -189,6 +190,9 @@ void take_signals() {
 
 int main(int argc, char** argv) {
   std::setlocale(LC_ALL, "");
+  if (const auto status = serve_requests(argc, argv)) {
+    return *status;
+  }
   try {
     const auto read = read_arguments(argc, argv);
     if (const int* status = std::get_if<int>(&read)) {

@@ -2,7 +2,7 @@
 
 #include <netdb.h>
 #include <poll.h>
-#include <sys/mman.h>
+#include <strings.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -10,26 +10,21 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
+#include <map>
 #include <string_view>
 #include <utility>
 
+#include "monitor/server_messages.h"
+
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using std::chrono::steady_clock;
-
-/// What a request that runs when the user ends the program still gets: enough for a server that works.
-constexpr milliseconds LAST_MOMENT{500};
-/// What all requests after that get together: time to cancel the jobs.
-constexpr milliseconds LAST_WORDS{3000};
+using Kind = SchedulerError::Kind;
 
 constexpr const char* JOB_NAME = "brenvellis-monitor";
-constexpr std::string_view COMMAND_FILE = "#CUPS-COMMAND\nReportLevels\n";
+/// The longest answer that is read: some 50,000 queues.
+constexpr std::size_t MAX_ANSWER_BYTES = 64U << 20U;
+constexpr const char* NOT_IPP = "it does not answer as a print server";
 
 /// Descriptor is an open file that is closed when it goes.
 class Descriptor {
@@ -73,15 +68,15 @@ std::string queue_of(const char* uri) {
     return {};
   }
   const std::string resource = path.data();
-  return resource.substr(resource.rfind('/') + 1);
+  return resource.substr(resource.rfind('/') + 1, MAX_TEXT_BYTES);
 }
 
-ipp_t* new_request(ipp_op_t operation, const std::string& uri) {
-  ipp_t* request = ippNewRequest(operation);
+QueueClient::Message new_request(ipp_op_t operation, const std::string& uri) {
+  QueueClient::Message request(ippNewRequest(operation));
   if (!uri.empty()) {
-    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.c_str());
+    ippAddString(request.get(), IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.c_str());
   }
-  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
+  ippAddString(request.get(), IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
   return request;
 }
 
@@ -90,20 +85,67 @@ void add_wanted(ipp_t* request, const std::vector<const char*>& attributes) {
                 static_cast<int>(attributes.size()), nullptr, attributes.data());
 }
 
-/// The attributes of the jobs in an answer to Get-Jobs, a job at a time.
-template <typename Visit>
-void for_each_job(ipp_t* answer, const Visit& visit) {
+std::optional<int> number_of(ipp_attribute_t* attribute) {
+  const auto tag = ippGetValueTag(attribute);
+  if ((tag != IPP_TAG_INTEGER && tag != IPP_TAG_ENUM) || ippGetCount(attribute) < 1) {
+    return std::nullopt;
+  }
+  return ippGetInteger(attribute, 0);
+}
+
+const std::vector<const char*>& job_attributes() {
+  static const std::vector<const char*> names = {
+      "job-id",
+      "job-printer-uri",
+      "job-state",
+      "document-format",
+      "job-originating-user-name",
+      "job-printer-up-time",
+      "time-at-processing",
+      "job-media-sheets-completed",
+      "job-impressions-completed",
+  };
+  return names;
+}
+
+Job read_job(std::map<std::string_view, ipp_attribute_t*>& attributes) {
+  Job job;
+  job.number = number_of(attributes["job-id"]).value_or(0);
+  job.queue = queue_of(ippGetString(attributes["job-printer-uri"], 0, nullptr));
+  const char* format = ippGetString(attributes["document-format"], 0, nullptr);
+  job.is_command = format != nullptr && std::string_view(format) == CUPS_FORMAT_COMMAND;
+  const char* user = ippGetString(attributes["job-originating-user-name"], 0, nullptr);
+  job.is_own = user != nullptr && strcasecmp(user, cupsUser()) == 0;
+  const int state = number_of(attributes["job-state"]).value_or(0);
+  if (state >= IPP_JSTATE_PENDING && state <= IPP_JSTATE_COMPLETED) {
+    job.state = static_cast<ipp_jstate_t>(state);
+  }
+  const int now = number_of(attributes["job-printer-up-time"]).value_or(0);
+  const int began = number_of(attributes["time-at-processing"]).value_or(0);
+  if (began > 0 && now > 0) {
+    job.processing_seconds = std::max(0, now - began);
+  }
+  // Filters count one or the other.
+  const auto sheets = number_of(attributes["job-media-sheets-completed"]);
+  const auto sides = number_of(attributes["job-impressions-completed"]);
+  job.sheets_completed = std::max(sheets, sides);
+  return job;
+}
+
+/// Reads the jobs of an answer to Get-Jobs on top of those in `jobs`.
+void add_jobs(ipp_t* answer, std::map<int, Job>& jobs) {
   ipp_attribute_t* attribute = ippFirstAttribute(answer);
   while (attribute != nullptr) {
-    std::map<std::string, ipp_attribute_t*> job;
-    while (attribute != nullptr && ippGetGroupTag(attribute) == IPP_TAG_JOB) {
+    std::map<std::string_view, ipp_attribute_t*> job;
+    for (; attribute != nullptr && ippGetGroupTag(attribute) == IPP_TAG_JOB;
+         attribute = ippNextAttribute(answer)) {
       if (const char* name = ippGetName(attribute)) {
         job[name] = attribute;
       }
-      attribute = ippNextAttribute(answer);
     }
     if (!job.empty()) {
-      visit(job);
+      auto read = read_job(job);
+      jobs[read.number] = std::move(read);
     } else if (attribute != nullptr) {
       attribute = ippNextAttribute(answer);
     }
@@ -111,7 +153,7 @@ void for_each_job(ipp_t* answer, const Visit& visit) {
 }
 
 int connect_once(int family, const sockaddr* address, socklen_t length) {
-  constexpr milliseconds limit(500);
+  constexpr int limit_ms = 500;
   const Descriptor socket(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (socket.get() < 0 || connect(socket.get(), address, length) == 0) {
     return 0;
@@ -120,16 +162,16 @@ int connect_once(int family, const sockaddr* address, socklen_t length) {
     return errno;
   }
   pollfd wait{socket.get(), POLLOUT, 0};
-  int error = 0;
+  int error = ETIMEDOUT;
   socklen_t size = sizeof error;
-  if (poll(&wait, 1, static_cast<int>(limit.count())) == 1) {
+  if (poll(&wait, 1, limit_ms) == 1) {
     getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
   }
   return error;
 }
 
-/// Why no connection comes about, as errno; 0 if one does or it cannot be told in a moment. The CUPS library
-/// calls every reason a host that is down.
+/// Why no connection comes about, as errno; 0 if one does. The CUPS library calls every reason a host that is
+/// down.
 int connection_error(const ServerName& server) {
   if (server.host.starts_with('/')) {
     sockaddr_un address{};
@@ -137,7 +179,7 @@ int connection_error(const ServerName& server) {
     if (server.host.size() >= sizeof address.sun_path) {
       return ENAMETOOLONG;
     }
-    server.host.copy(address.sun_path, server.host.size());
+    server.host.copy(static_cast<char*>(address.sun_path), server.host.size());
     return connect_once(AF_UNIX, reinterpret_cast<const sockaddr*>(&address), sizeof address);
   }
   addrinfo hints{};
@@ -154,223 +196,285 @@ int connection_error(const ServerName& server) {
   return error;
 }
 
-}  // namespace
-
-std::optional<ServerName> parse_server(const std::string& text) {
-  if (text.empty()) {
-    return std::nullopt;
+/// What a refusal is, by its IPP status.
+Kind kind_of(ipp_status_t status, ipp_op_t operation) {
+  switch (status) {
+    case IPP_STATUS_ERROR_FORBIDDEN:
+    case IPP_STATUS_ERROR_NOT_AUTHORIZED:
+      return Kind::Forbidden;
+    case IPP_STATUS_ERROR_NOT_AUTHENTICATED:
+    case IPP_STATUS_ERROR_CUPS_AUTHENTICATION_CANCELED:
+      return Kind::Unauthorized;
+    case IPP_STATUS_ERROR_CUPS_UPGRADE_REQUIRED:
+    case IPP_STATUS_ERROR_CUPS_PKI:
+      return Kind::NeedsEncryption;
+    case IPP_STATUS_ERROR_NOT_FOUND:
+    case IPP_STATUS_ERROR_GONE:
+      return Kind::NotFound;
+    case IPP_STATUS_ERROR_BUSY:
+    case IPP_STATUS_ERROR_TOO_MANY_JOBS:
+    case IPP_STATUS_ERROR_SERVICE_UNAVAILABLE:
+      return Kind::Busy;
+    case IPP_STATUS_ERROR_NOT_POSSIBLE:
+      // This is how CUPS says that a limit on jobs is reached.
+      return operation == IPP_OP_PRINT_JOB ? Kind::Busy : Kind::Refused;
+    default:
+      return Kind::Refused;
   }
-  if (text.front() == '/') {
-    return ServerName{text, 0};
-  }
-  ServerName server{text, ippPort()};
-  std::string port;
-  if (text.front() == '[') {
-    const auto end = text.find(']');
-    if (end == std::string::npos || (end + 1 < text.size() && text[end + 1] != ':')) {
-      return std::nullopt;
-    }
-    server.host = text.substr(1, end - 1);
-    if (end + 1 == text.size()) {
-      return server;
-    }
-    port = text.substr(end + 2);
-  } else if (const auto colon = text.find(':'); colon != std::string::npos) {
-    if (text.find(':', colon + 1) != std::string::npos) {
-      return server;  // an IPv6 address without a port
-    }
-    server.host = text.substr(0, colon);
-    port = text.substr(colon + 1);
-  } else {
-    return server;
-  }
-  const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), server.port);
-  const bool whole = error == std::errc() && end == port.data() + port.size();
-  if (server.host.empty() || !whole || server.port < 1 || server.port > 65535) {
-    return std::nullopt;
-  }
-  return server;
 }
 
-QueueClient::QueueClient(ServerName server, http_encryption_t encryption, seconds patience, StopRequest& stop)
-    : server_(std::move(server)), encryption_(encryption), patience_(patience), stop_(stop) {
-  // Nobody may be there to answer: a question for a password would stop everything.
+/// Sends the request and the document; the status of the answer, of which the connection has the head.
+http_status_t send(http_t* http, ipp_t* request, const std::string& resource, std::string_view document) {
+  auto status = cupsSendRequest(http, request, resource.c_str(), ippLength(request) + document.size());
+  const auto is_sent = [&] { return status == HTTP_STATUS_OK || status == HTTP_STATUS_CONTINUE; };
+  if (is_sent() && !document.empty()) {
+    status = cupsWriteRequestData(http, document.data(), document.size());
+  }
+  if (is_sent()) {
+    do {
+      status = httpUpdate(http);
+    } while (status == HTTP_STATUS_CONTINUE);
+  }
+  return status;
+}
+
+/// The body of an answer; nothing if it is too long.
+std::optional<std::string> read_body(http_t* http) {
+  constexpr std::size_t step = 65536;
+  std::string body;
+  for (;;) {
+    const std::size_t size = body.size();
+    body.resize(size + step);
+    const auto length = httpRead2(http, body.data() + size, step);
+    body.resize(size + (length > 0 ? static_cast<std::size_t>(length) : 0));
+    if (length <= 0) {
+      return body;
+    }
+    if (body.size() > MAX_ANSWER_BYTES) {
+      return std::nullopt;
+    }
+  }
+}
+
+/// The IPP message of these bytes, which belongs to the caller. The library itself would read them from the
+/// connection by twos and threes.
+ipp_t* parsed(std::string_view bytes) {
+  const auto take = [](void* context, ipp_uchar_t* buffer, size_t length) {
+    auto& rest = *static_cast<std::string_view*>(context);
+    length = rest.copy(reinterpret_cast<char*>(buffer), length);
+    rest.remove_prefix(length);
+    return static_cast<ssize_t>(length);
+  };
+  ipp_t* message = ippNew();
+  auto state = IPP_STATE_IDLE;
+  while (state != IPP_STATE_DATA && state != IPP_STATE_ERROR) {
+    state = ippReadIO(&bytes, take, 1, nullptr, message);
+  }
+  if (state == IPP_STATE_ERROR) {
+    ippDelete(message);
+    message = nullptr;
+  }
+  return message;
+}
+
+/// An error with a text that the server may have chosen.
+SchedulerError error_of(Kind kind, const char* text) {
+  return {kind, text == nullptr ? "" : std::string(text, strnlen(text, MAX_TEXT_BYTES))};
+}
+
+}  // namespace
+
+QueueClient::QueueClient(ServerName server, http_encryption_t encryption,
+                         std::chrono::milliseconds connect_limit)
+    : server_(std::move(server)), encryption_(encryption), connect_limit_(connect_limit) {
+  // There may be no user: a prompt for a password would block.
   cupsSetPasswordCB2(
       [](const char*, http_t*, const char*, const char*, void*) -> const char* { return nullptr; }, nullptr);
 }
 
-int QueueClient::may_wait_longer(http_t* /*connection*/, void* client) {
-  return static_cast<const QueueClient*>(client)->given_up_ ? 0 : 1;
-}
-
-void QueueClient::finish_within(milliseconds limit) {
-  finish_at_ = std::min(finish_at_, steady_clock::now() + limit);
-}
-
-/// The CUPS library only asks whether to wait longer while nothing comes: a server that sends a byte now and
-/// then would keep it for ever. So somebody else looks at the clock, until the returned thread is ended.
-std::jthread QueueClient::watch(steady_clock::time_point limit) {
-  return std::jthread([this, limit, ends_on_stop = stop_.signal == 0](const std::stop_token& ended) {
-    constexpr milliseconds glance(50);
-    std::mutex mutex;
-    std::unique_lock lock(mutex);
-    std::condition_variable_any wake;
-    auto last = limit;
-    bool stopping = false;
-    while (!ended.stop_requested()) {
-      const auto now = steady_clock::now();
-      if (ends_on_stop && stop_.signal != 0 && !stopping) {
-        stopping = true;
-        last = std::min(limit, now + LAST_MOMENT);
-      }
-      if (now >= last) {
-        given_up_ = true;
-        // Again and again, since the library may connect anew.
-        shutdown(httpGetFd(connection_.get()), SHUT_RDWR);
-      }
-      wake.wait_for(lock, ended, glance, [] { return false; });
-    }
-  });
+SchedulerAnswer QueueClient::ask(const SchedulerRequest& request) {
+  return std::visit([this](const auto& one) { return ask_for(one); }, request);
 }
 
 bool QueueClient::connect() {
-  const int limit = static_cast<int>(std::chrono::milliseconds(patience_).count());
-  // The change to TLS waits for an answer, which needs somebody who looks at the clock.
-  const bool changes = encryption_ == HTTP_ENCRYPTION_REQUIRED;
+  // A connection that the server has closed meanwhile, or on which it sent what nobody asked for.
+  pollfd idle{connection_ ? httpGetFd(connection_.get()) : -1, POLLIN, 0};
+  if (poll(&idle, 1, 0) != 0) {
+    connection_.reset();
+  }
+  if (connection_) {
+    return true;
+  }
+  // First without TLS if that is an upgrade, to tell "no connection" and "no TLS" apart.
+  const bool upgrades = encryption_ == HTTP_ENCRYPTION_REQUIRED;
   connection_.reset(httpConnect2(server_.host.c_str(), server_.port, nullptr, AF_UNSPEC,
-                                 changes ? HTTP_ENCRYPTION_IF_REQUESTED : encryption_, 1, limit,
-                                 &stop_.connecting));
+                                 upgrades ? HTTP_ENCRYPTION_IF_REQUESTED : encryption_, 1,
+                                 static_cast<int>(connect_limit_.count()), nullptr));
   if (!connection_) {
+    const std::string said = cupsLastErrorString();
     const int error = connection_error(server_);
-    error_ =
-        std::string("it cannot be reached: ") + (error != 0 ? std::strerror(error) : cupsLastErrorString());
+    const bool no_tls = error == 0 && encryption_ == HTTP_ENCRYPTION_ALWAYS;
+    error_ = error_of(no_tls ? Kind::NeedsEncryption : Kind::Unreachable,
+                      error != 0 ? std::strerror(error) : said.c_str());
     return false;
   }
-  httpSetTimeout(connection_.get(), 0.5, may_wait_longer, this);
-  if (changes) {
-    const auto watchdog = watch(steady_clock::now() + patience_);
-    if (httpEncryption(connection_.get(), encryption_) != 0) {
-      error_ = given_up_ ? why_no_answer() : std::string("it cannot be reached: ") + cupsLastErrorString();
-      return false;
-    }
+  if (upgrades && httpEncryption(connection_.get(), encryption_) != 0) {
+    error_ = error_of(Kind::NeedsEncryption, cupsLastErrorString());
+    connection_.reset();
+    return false;
   }
   return true;
 }
 
-QueueClient::Answer QueueClient::ask(ipp_t* request, const std::string& resource, int document) {
-  const auto now = steady_clock::now();
-  if (stop_.signal != 0 && !stopped_) {
-    stopped_ = true;
-    finish_at_ = std::min(finish_at_, now + LAST_WORDS);
+/// Sends the request and then the document, and waits for the answer; nothing (and error_) on failure.
+QueueClient::Message QueueClient::exchange(const Message& request, const std::string& resource,
+                                           std::string_view document) {
+  constexpr int attempts = 3;
+  auto status = HTTP_STATUS_ERROR;
+  bool upgrades = false;
+  for (int i = 0; i < attempts; ++i) {
+    if (!connect()) {
+      return {};
+    }
+    http_t* http = connection_.get();
+    status = send(http, request.get(), resource, document);
+    if (status == HTTP_STATUS_OK) {
+      return take_answer(ippGetOperation(request.get()));
+    }
+    // The server may want to know who asks, which a local one can see, or TLS.
+    httpFlush(http);
+    upgrades = upgrades || status == HTTP_STATUS_UPGRADE_REQUIRED;
+    const bool retries =
+        (status == HTTP_STATUS_UNAUTHORIZED && cupsDoAuthentication(http, "POST", resource.c_str()) == 0) ||
+        status == HTTP_STATUS_UPGRADE_REQUIRED;
+    if (!retries || httpReconnect2(http, static_cast<int>(connect_limit_.count()), nullptr) != 0 ||
+        (upgrades && httpEncryption(http, HTTP_ENCRYPTION_REQUIRED) != 0)) {
+      break;
+    }
   }
-  const auto limit = std::min(now + patience_, finish_at_);
-  answered_ = false;
-  given_up_ = now >= limit;
-  Answer answer;
-  if (given_up_) {
-    ippDelete(request);
-  } else {
-    const auto watchdog = watch(limit);
-    answer.reset(cupsDoIORequest(connection_.get(), request, resource.c_str(), document, -1));
-  }
-  answered_ = answer != nullptr;
+  error_ = why_no_answer(upgrades && status == HTTP_STATUS_ERROR ? HTTP_STATUS_UPGRADE_REQUIRED : status);
+  connection_.reset();
+  return {};
+}
+
+/// Reads the answer, of which the connection has the head.
+QueueClient::Message QueueClient::take_answer(ipp_op_t operation) {
+  const auto body = read_body(connection_.get());
+  Message answer(body ? parsed(*body) : nullptr);
   if (!answer) {
-    error_ = why_no_answer();
-  } else if (cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
-    error_ = cupsLastErrorString();
+    error_ = body ? why_no_answer(HTTP_STATUS_ERROR)
+                  : SchedulerError{Kind::InvalidAnswer, "its answer is too large"};
+    connection_.reset();
+  } else if (ippGetStatusCode(answer.get()) > IPP_STATUS_OK_EVENTS_COMPLETE) {
+    const auto status = ippGetStatusCode(answer.get());
+    const char* message =
+        ippGetString(ippFindAttribute(answer.get(), "status-message", IPP_TAG_TEXT), 0, nullptr);
+    error_ = error_of(kind_of(status, operation), message != nullptr ? message : ippErrorString(status));
     answer.reset();
   }
   return answer;
 }
 
-std::string QueueClient::why_no_answer() const {
-  if (given_up_) {
-    return stop_.signal != 0 ? "ended before it answered"
-                             : "no answer within " + std::to_string(patience_.count()) +
-                                   (patience_ == seconds(1) ? " second" : " seconds");
+SchedulerError QueueClient::why_no_answer(http_status_t status) const {
+  switch (status) {
+    case HTTP_STATUS_UNAUTHORIZED:
+    case HTTP_STATUS_CUPS_AUTHORIZATION_CANCELED:
+      return error_of(Kind::Unauthorized, httpStatus(HTTP_STATUS_UNAUTHORIZED));
+    case HTTP_STATUS_FORBIDDEN:
+      return error_of(Kind::Forbidden, httpStatus(status));
+    case HTTP_STATUS_UPGRADE_REQUIRED:
+    case HTTP_STATUS_CUPS_PKI_ERROR:
+      return error_of(Kind::NeedsEncryption, httpStatus(status));
+    case HTTP_STATUS_ERROR:
+      break;
+    default:
+      // A page of an HTTP server, or a redirect.
+      return {Kind::InvalidAnswer, NOT_IPP};
   }
-  if (httpGetStatus(connection_.get()) >= HTTP_STATUS_BAD_REQUEST) {
-    return cupsLastErrorString();
+  int error = httpError(connection_.get());
+  // The library's own words for any connection that fails.
+  if (error == EHOSTDOWN || error == 0) {
+    error = connection_error(server_);
   }
-  const int error = connection_error(server_);
-  return error != 0 ? std::strerror(error) : "it does not answer as a print server";
+  return error != 0 ? error_of(Kind::Unreachable, std::strerror(error))
+                    : SchedulerError{Kind::InvalidAnswer, NOT_IPP};
 }
 
-std::optional<std::vector<Reading>> QueueClient::read_queues() {
-  ipp_t* request = new_request(IPP_OP_CUPS_GET_PRINTERS, "");
-  add_wanted(request, reading_attributes());
-  const auto answer = ask(request, "/");
-  if (answer) {
-    return ::read_queues(answer.get());
-  }
-  if (answered_ && cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND) {
-    return std::vector<Reading>{};  // its way to say that it has no queue
-  }
-  return std::nullopt;
-}
-
-std::optional<std::map<std::string, int>> QueueClient::count_print_jobs() {
-  ipp_t* request = new_request(IPP_OP_GET_JOBS, "ipp://localhost/printers/");
-  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "which-jobs", nullptr, "not-completed");
-  add_wanted(request, {"job-id", "job-printer-uri", "job-state", "document-format"});
-  const auto answer = ask(request, "/");
-  if (!answer) {
-    return std::nullopt;
-  }
-  std::map<std::string, int> count;
-  for_each_job(answer.get(), [&](auto& job) {
-    const char* format = ippGetString(job["document-format"], 0, nullptr);
-    const int state = ippGetInteger(job["job-state"], 0);
-    const bool moves = state == IPP_JSTATE_PENDING || state == IPP_JSTATE_PROCESSING;
-    if (moves && (format == nullptr || std::string_view(format) != CUPS_FORMAT_COMMAND)) {
-      ++count[queue_of(ippGetString(job["job-printer-uri"], 0, nullptr))];
+SchedulerAnswer QueueClient::ask_for(const LookRequest& request) {
+  // The jobs first and the queues last: what a job has reported by its end is then in its queue's reading.
+  std::map<int, Job> jobs;
+  const auto add = [&](const char* which, int first_job) {
+    const auto get = new_request(IPP_OP_GET_JOBS, "ipp://localhost/");
+    ippAddString(get.get(), IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "which-jobs", nullptr, which);
+    if (first_job > 0) {
+      ippAddInteger(get.get(), IPP_TAG_OPERATION, IPP_TAG_INTEGER, "first-job-id", first_job);
     }
-  });
-  return count;
+    add_wanted(get.get(), job_attributes());
+    const auto answer = exchange(get, "/");
+    add_jobs(answer.get(), jobs);
+    return answer != nullptr;
+  };
+  if (!add("not-completed", 0) || (request.first_job > 0 && !add("all", request.first_job))) {
+    return error_;
+  }
+
+  Look look;
+  for (auto& [number, job] : jobs) {
+    look.jobs.push_back(std::move(job));
+  }
+  if (request.queues) {
+    const auto get = new_request(IPP_OP_CUPS_GET_PRINTERS, "");
+    add_wanted(get.get(), reading_attributes());
+    const auto answer = exchange(get, "/");
+    // "Not found" is how CUPS says that it has no queue.
+    if (!answer && error_.kind != Kind::NotFound) {
+      return error_;
+    }
+    look.queues = read_queues(answer.get());
+  }
+  if (look.queues.size() > MAX_QUEUES || look.jobs.size() > MAX_JOBS) {
+    return SchedulerError{Kind::InvalidAnswer, "it has too many queues or jobs"};
+  }
+  return look;
 }
 
-std::optional<int> QueueClient::send_report_levels(const std::string& queue, seconds lifetime) {
-  const Descriptor document(memfd_create("ReportLevels", MFD_CLOEXEC));
-  if (write(document.get(), COMMAND_FILE.data(), COMMAND_FILE.size()) !=
-      static_cast<ssize_t>(COMMAND_FILE.size())) {
-    error_ = "no memory for the command file";
-    return std::nullopt;
+SchedulerAnswer QueueClient::ask_for(const SendRequest& request) {
+  std::string commands = "#CUPS-COMMAND\n";
+  for (int i = 0; i < request.report_levels; ++i) {
+    commands += "ReportLevels\n";
   }
-  ipp_t* request = new_request(IPP_OP_PRINT_JOB, queue_uri(queue));
-  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "job-name", nullptr, JOB_NAME);
-  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_MIMETYPE, "document-format", nullptr, CUPS_FORMAT_COMMAND);
-  ippAddInteger(request, IPP_TAG_JOB, IPP_TAG_INTEGER, "job-cancel-after",
-                static_cast<int>(lifetime.count()));
-  const auto answer = ask(request, queue_resource(queue), document.get());
-  ipp_attribute_t* job = ippFindAttribute(answer.get(), "job-id", IPP_TAG_INTEGER);
-  if (job == nullptr) {
-    return std::nullopt;
-  }
-  return ippGetInteger(job, 0);
-}
-
-std::optional<std::map<int, ipp_jstate_t>> QueueClient::job_states(int first) {
-  ipp_t* request = new_request(IPP_OP_GET_JOBS, "ipp://localhost/printers/");
-  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "which-jobs", nullptr, "all");
-  ippAddInteger(request, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "first-job-id", first);
-  ippAddBoolean(request, IPP_TAG_OPERATION, "my-jobs", 1);
-  add_wanted(request, {"job-id", "job-state"});
-  const auto answer = ask(request, "/");
+  const auto print = new_request(IPP_OP_PRINT_JOB, queue_uri(request.queue));
+  ippAddString(print.get(), IPP_TAG_OPERATION, IPP_TAG_NAME, "job-name", nullptr, JOB_NAME);
+  ippAddString(print.get(), IPP_TAG_OPERATION, IPP_TAG_MIMETYPE, "document-format", nullptr,
+               CUPS_FORMAT_COMMAND);
+  ippAddInteger(print.get(), IPP_TAG_JOB, IPP_TAG_INTEGER, "job-cancel-after", request.lifetime_seconds);
+  const auto answer = exchange(print, queue_resource(request.queue), commands);
   if (!answer) {
-    return std::nullopt;
+    return error_;
   }
-  std::map<int, ipp_jstate_t> states;
-  for_each_job(answer.get(), [&](auto& job) {
-    states[ippGetInteger(job["job-id"], 0)] = static_cast<ipp_jstate_t>(ippGetInteger(job["job-state"], 0));
-  });
-  return states;
+  const auto job = number_of(ippFindAttribute(answer.get(), "job-id", IPP_TAG_INTEGER));
+  if (!job) {
+    return SchedulerError{Kind::InvalidAnswer, "it took the job but gave it no number"};
+  }
+  return Sent{*job};
 }
 
-bool QueueClient::cancel(const std::string& queue, int job, bool by_force) {
-  ipp_t* request = new_request(IPP_OP_CANCEL_JOB, queue_uri(queue));
-  ippAddInteger(request, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", job);
-  if (by_force) {
-    ippAddBoolean(request, IPP_TAG_OPERATION, "purge-job", 1);
+SchedulerAnswer QueueClient::ask_for(const PurgeRequest& request) {
+  // The first request only ends a job that is being processed; a job that has ended is forgotten.
+  if (!cancel(request, true) || !cancel(request, true)) {
+    const SchedulerError refusal = error_;
+    cancel(request, false);
+    return refusal;
   }
-  return ask(request, "/jobs/") != nullptr;
+  return Purged{};
+}
+
+/// Cancels the job. True if it is gone, too.
+bool QueueClient::cancel(const PurgeRequest& request, bool purge) {
+  const auto cancel = new_request(IPP_OP_CANCEL_JOB, queue_uri(request.queue));
+  ippAddInteger(cancel.get(), IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", request.job);
+  if (purge) {
+    ippAddBoolean(cancel.get(), IPP_TAG_OPERATION, "purge-job", 1);
+  }
+  return exchange(cancel, "/jobs/") || error_.kind == Kind::NotFound;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <string_view>
 
 namespace {
@@ -16,27 +17,46 @@ constexpr const char* RIBBON_TYPE = "ink-ribbon";
 /// The level by which the filter says that the printer did not answer; -1 is an unknown level.
 constexpr int NO_ANSWER = -2;
 
+/// How long before `now` something was; nothing if either is not known. Both count the seconds of the
+/// scheduler's clock, which may have been set back.
+std::optional<int> seconds_between(int past, int now) {
+  if (past <= 0 || now <= 0) {
+    return std::nullopt;
+  }
+  return std::max(0, now - past);
+}
+
 /// What is only needed until the whole queue has been read.
 struct MarkerTexts {
-  std::string message;
   std::vector<std::string> names;
   std::vector<std::string> types;
   std::vector<int> levels;
   int now = 0;
+  int state_changed_at = 0;
 };
+
+std::string text_of(ipp_attribute_t* attribute, int index = 0) {
+  const char* text = ippGetString(attribute, index, nullptr);
+  return text == nullptr ? "" : std::string(text, strnlen(text, MAX_TEXT_BYTES));
+}
+
+int count_of(ipp_attribute_t* attribute) {
+  return std::min(ippGetCount(attribute), static_cast<int>(MAX_VALUES));
+}
 
 std::vector<std::string> texts_of(ipp_attribute_t* attribute) {
   std::vector<std::string> texts;
-  for (int i = 0; i < ippGetCount(attribute); ++i) {
-    const char* text = ippGetString(attribute, i, nullptr);
-    texts.emplace_back(text == nullptr ? "" : text);
+  for (int i = 0; i < count_of(attribute); ++i) {
+    texts.push_back(text_of(attribute, i));
   }
   return texts;
 }
 
-std::string text_of(ipp_attribute_t* attribute) {
-  const char* text = ippGetString(attribute, 0, nullptr);
-  return text == nullptr ? "" : text;
+std::optional<bool> truth_of(ipp_attribute_t* attribute) {
+  if (ippGetValueTag(attribute) != IPP_TAG_BOOLEAN) {
+    return std::nullopt;
+  }
+  return ippGetBoolean(attribute, 0) != 0;
 }
 
 bool is_number(ipp_attribute_t* attribute) {
@@ -46,7 +66,7 @@ bool is_number(ipp_attribute_t* attribute) {
 
 std::vector<int> numbers_of(ipp_attribute_t* attribute) {
   std::vector<int> numbers;
-  for (int i = 0; is_number(attribute) && i < ippGetCount(attribute); ++i) {
+  for (int i = 0; is_number(attribute) && i < count_of(attribute); ++i) {
     numbers.push_back(ippGetInteger(attribute, i));
   }
   return numbers;
@@ -79,6 +99,7 @@ std::optional<int> take_number(std::string_view& text) {
   return number;
 }
 
+/// Reads "Ink Ribbon = 12 / 400".
 void read_counts(std::string_view message, Reading& reading) {
   if (!message.starts_with(MESSAGE)) {
     return;
@@ -91,10 +112,20 @@ void read_counts(std::string_view message, Reading& reading) {
   }
   message.remove_prefix(between.size());
   const auto total = take_number(message);
-  if (total && *total > 0 && message.empty()) {
+  if (total && message.empty()) {
     reading.prints_remaining = remaining;
     reading.prints_total = total;
   }
+}
+
+/// A new ribbon may have some prints more than its name says, but not this many times as many.
+constexpr int IMPOSSIBLE_TIMES = 2;
+
+bool is_possible(const Reading& reading) {
+  const std::int64_t most = std::int64_t{IMPOSSIBLE_TIMES} * reading.prints_total.value_or(0);
+  const bool counts =
+      !reading.prints_total || (*reading.prints_total > 0 && *reading.prints_remaining <= most);
+  return counts && reading.level_percent <= IMPOSSIBLE_TIMES * 100;
 }
 
 void read_markers(const MarkerTexts& texts, Reading& reading) {
@@ -126,7 +157,12 @@ void read_markers(const MarkerTexts& texts, Reading& reading) {
     reading.sheet = name.substr(NAME.size());
   }
   if (reading.level_percent) {
-    read_counts(texts.message, reading);
+    read_counts(reading.ribbon_words, reading);
+    if (!is_possible(reading)) {
+      reading.prints_remaining.reset();
+      reading.prints_total.reset();
+      reading.level_percent.reset();
+    }
   }
 }
 
@@ -154,9 +190,13 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   } else if (name == "printer-state") {
     reading.state = state_of(number_of(attribute));
   } else if (name == "printer-is-accepting-jobs") {
-    if (ippGetValueTag(attribute) == IPP_TAG_BOOLEAN) {
-      reading.accepting = ippGetBoolean(attribute, 0) != 0;
-    }
+    reading.accepting = truth_of(attribute);
+  } else if (name == "printer-is-shared") {
+    reading.shared = truth_of(attribute);
+  } else if (name == "printer-state-message") {
+    reading.state_message = text_of(attribute);
+  } else if (name == "printer-state-change-time") {
+    texts.state_changed_at = number_of(attribute);
   } else if (name == "queued-job-count") {
     reading.active_jobs = number_of(attribute);
   } else if (name == "printer-commands") {
@@ -169,7 +209,7 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   } else if (name == "marker-change-time") {
     reading.reported_at = number_of(attribute);
   } else if (name == "marker-message") {
-    texts.message = text_of(attribute);
+    reading.ribbon_words = text_of(attribute);
   } else if (name == "marker-names") {
     texts.names = texts_of(attribute);
   } else if (name == "marker-types") {
@@ -190,10 +230,8 @@ Reading read_queue(ipp_t* answer, ipp_attribute_t*& attribute) {
     attribute = ippNextAttribute(answer);
   }
   read_markers(texts, reading);
-  if (reading.reported_at > 0 && texts.now > 0) {
-    // Both count the seconds of the scheduler's clock, which somebody may have put back.
-    reading.age_seconds = std::max(0, texts.now - reading.reported_at);
-  }
+  reading.age_seconds = seconds_between(reading.reported_at, texts.now);
+  reading.state_seconds = seconds_between(texts.state_changed_at, texts.now);
   return reading;
 }
 
@@ -221,8 +259,11 @@ const std::vector<const char*>& reading_attributes() {
       "printer-location",
       "printer-make-and-model",
       "printer-state",
+      "printer-state-message",
+      "printer-state-change-time",
       "printer-commands",
       "printer-is-accepting-jobs",
+      "printer-is-shared",
       "queued-job-count",
       "printer-up-time",
       "marker-names",

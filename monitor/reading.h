@@ -2,12 +2,18 @@
 
 #include <cups/ipp.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "monitor/reason_code.h"
+
+/// The most that is read of an attribute, whatever the scheduler sends: values, and bytes of a text (as many
+/// as IPP allows).
+inline constexpr std::size_t MAX_VALUES = 256;
+inline constexpr std::size_t MAX_TEXT_BYTES = 1023;
 
 enum class QueueState : std::uint8_t { Unknown, Idle, Processing, Stopped };
 
@@ -28,14 +34,20 @@ struct Reading {
   std::string make_and_model;
   QueueState state = QueueState::Unknown;
   std::optional<bool> accepting;
-  int active_jobs = 0;
-  bool reports_levels = false;  ///< the queue's filter knows the command ReportLevels
-  bool reports_status = false;  ///< and ReportStatus
+  std::string state_message;         ///< the scheduler's or the backend's own words about the state
+  std::optional<int> state_seconds;  ///< how long ago the state last changed
+  std::optional<bool> shared;        ///< whether other computers may print to it
+  int active_jobs = 0;               ///< that wait, are held or print
+  bool reports_levels = false;       ///< the queue's filter knows the command ReportLevels
+  bool reports_status = false;       ///< and ReportStatus
 
+  /// The ribbon's values are unknown, too, where they cannot be: far more prints left than it had, or a total
+  /// of 0.
   std::optional<int> prints_remaining;
   std::optional<int> prints_total;
   std::optional<int> level_percent;  ///< of the ribbon; may be above 100
   std::string sheet;                 ///< empty if not known
+  std::string ribbon_words;          ///< the filter's words from which the prints are read
   /// Whether the printer answered when it was last asked for its ribbon; nothing if it never was.
   std::optional<bool> answered;
 
@@ -46,6 +58,8 @@ struct Reading {
   int reported_at = 0;
   /// How long ago that is; nothing if they never were or the clock is not known.
   std::optional<int> age_seconds;
+
+  bool operator==(const Reading&) const = default;
 };
 
 /// Whether this is a queue that brenvellis-monitor looks after without being told its name.

@@ -288,7 +288,7 @@ class ServerRefresh {
   const RefreshOptions& options_;
   Progress& progress_;
   StopRequest& stop_;
-  QueueClient client_;
+  RefreshClient client_;
   ServerReport report_;
   steady_clock::time_point deadline_;
   std::vector<CommandJob> jobs_;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "monitor/queue_client.h"
+#include "monitor/refresh_client.h"
 #include "monitor/report.h"
 
 /// A print server and the name under which it is shown.

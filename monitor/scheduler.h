@@ -29,6 +29,8 @@ struct LookRequest {
   /// Besides all jobs that have not ended, those from this number on are wanted whatever became of them; 0:
   /// no others.
   int first_job = 0;
+  /// False: only the jobs are wanted, which costs the scheduler far less than all its queues.
+  bool queues = true;
 };
 
 /// Asks to send a queue one command job.
@@ -39,7 +41,8 @@ struct SendRequest {
   int lifetime_seconds = 60;
 };
 
-/// Asks to end a job of this user at once and to forget it: its filter and backend are killed.
+/// Asks to end a job of this user at once and to forget it: its filter and backend are killed. A scheduler
+/// that refuses to forget it is asked to cancel it instead; the answer is its refusal all the same.
 struct PurgeRequest {
   std::string queue;
   int job = 0;
@@ -47,7 +50,8 @@ struct PurgeRequest {
 
 using SchedulerRequest = std::variant<LookRequest, SendRequest, PurgeRequest>;
 
-/// A scheduler's queues and jobs at one moment.
+/// A scheduler's queues and jobs. The jobs are read first: the values of a queue are never older than the end
+/// of a job that is listed with them.
 struct Look {
   std::vector<Reading> queues;
   std::vector<Job> jobs;  ///< without the history if the scheduler keeps none

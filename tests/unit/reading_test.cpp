@@ -58,6 +58,9 @@ TEST(Reading, AQueueIsReadWhole) {
                            .text("printer-make-and-model", {"Brenvellis Photo Printer, 0.1"}, IPP_TAG_TEXT)
                            .number("printer-state", {4}, IPP_TAG_ENUM)
                            .boolean("printer-is-accepting-jobs", true)
+                           .text("printer-state-message", {"Waiting for printer."}, IPP_TAG_TEXT)
+                           .number("printer-state-change-time", {1000020})
+                           .boolean("printer-is-shared", false)
                            .number("queued-job-count", {2})
                            .keywords("printer-commands", {"ReportLevels", "ReportStatus"})
                            .keywords("printer-state-reasons", {"com.brenvellis-error0008_2660", "paused"})
@@ -71,6 +74,9 @@ TEST(Reading, AQueueIsReadWhole) {
   EXPECT_EQ(reading.make_and_model, "Brenvellis Photo Printer, 0.1");
   EXPECT_EQ(reading.state, QueueState::Processing);
   EXPECT_EQ(reading.accepting, true);
+  EXPECT_EQ(reading.state_message, "Waiting for printer.");
+  EXPECT_EQ(reading.state_seconds, 40);
+  EXPECT_EQ(reading.shared, false);
   EXPECT_EQ(reading.active_jobs, 2);
   EXPECT_TRUE(reading.reports_levels);
   EXPECT_TRUE(reading.reports_status);
@@ -101,8 +107,7 @@ TEST(Reading, EveryReportOfTheFilterIsUnderstood) {
       {66, "Ink Ribbon = 2 / 3", "InkSheetType: 15x20(6x8″)", 2, 3, 66, "15x20(6x8″)", true},
       {0, "Ink Ribbon = 0 / 400", "InkSheetType: 10", 0, 400, 0, "10", true},
       {125, "Ink Ribbon = 500 / 400", "InkSheetType: 10x15(4x6″)", 500, 400, 125, "10x15(4x6″)", true},
-      {6553400, "Ink Ribbon = 65534 / 1", "InkSheetType: 10x15(4x6″)", 65534, 1, 6553400, "10x15(4x6″)",
-       true},
+      {200, "Ink Ribbon = 800 / 400", "InkSheetType: 10x15(4x6″)", 800, 400, 200, "10x15(4x6″)", true},
       {-1, " ", "InkSheetType: 10x15(4x6″)", unknown, unknown, unknown, "10x15(4x6″)", true},
       {-1, " ", " ", unknown, unknown, unknown, "", true},
       {50, "Ink Ribbon = 200 / 400", " ", 200, 400, 50, "", true},
@@ -120,13 +125,33 @@ TEST(Reading, EveryReportOfTheFilterIsUnderstood) {
 TEST(Reading, AMessageThatIsNoRibbonCountGivesNoCounts) {
   for (const char* message :
        {"", " ", "Ink Ribbon = ", "Ink Ribbon = 200", "Ink Ribbon = 200 / ", "Ink Ribbon = / 400",
-        "Ink Ribbon = -1 / 400", "Ink Ribbon = 200 / -400", "Ink Ribbon = 200 / 0", "Ink Ribbon = 200 / 400 ",
+        "Ink Ribbon = -1 / 400", "Ink Ribbon = 200 / -400", "Ink Ribbon = 200 / 400 ",
         "Ink Ribbon = 200 / 400x", "Ink Ribbon = 200/400", "ink ribbon = 200 / 400",
         "Ink Ribbon = 99999999999 / 400", "Ink Ribbon = 200 / 99999999999", "Low toner"}) {
     const auto reading = Answer().ribbon(50, message, "InkSheetType: 10").queue();
     EXPECT_EQ(reading.prints_remaining, std::nullopt) << message;
     EXPECT_EQ(reading.prints_total, std::nullopt) << message;
     EXPECT_EQ(reading.level_percent, 50) << message;
+  }
+}
+
+TEST(Reading, ValuesThatCannotBeAreUnknownButTheirWordsAreKept) {
+  const struct {
+    int level;
+    const char* words;
+  } cases[] = {{200, "Ink Ribbon = 801 / 400"},
+               {6553400, "Ink Ribbon = 65534 / 1"},
+               {0, "Ink Ribbon = 0 / 0"},
+               {50, "Ink Ribbon = 200 / 0"},
+               {50, "Ink Ribbon = 2147483647 / 1073741823"},
+               {201, " "}};
+  for (const auto& one : cases) {
+    const auto reading = Answer().ribbon(one.level, one.words, "InkSheetType: 10").queue();
+    EXPECT_EQ(reading.prints_remaining, std::nullopt) << one.words;
+    EXPECT_EQ(reading.prints_total, std::nullopt) << one.words;
+    EXPECT_EQ(reading.level_percent, std::nullopt) << one.words;
+    EXPECT_EQ(reading.answered, true) << one.words;
+    EXPECT_EQ(reading.ribbon_words, one.words);
   }
 }
 
@@ -146,6 +171,17 @@ TEST(Reading, AClockThatWasPutBackGivesAgeZero) {
   const auto reading =
       Answer().number("marker-change-time", {2000}).number("printer-up-time", {1000}).queue();
   EXPECT_EQ(reading.age_seconds, 0);
+}
+
+TEST(Reading, AStateIsAsOldAsTheSchedulersClockSays) {
+  EXPECT_EQ(Answer().number("printer-state-change-time", {2000}).queue().state_seconds, std::nullopt);
+  EXPECT_EQ(Answer().number("printer-up-time", {2000}).queue().state_seconds, std::nullopt);
+  EXPECT_EQ(Answer()
+                .number("printer-state-change-time", {2000})
+                .number("printer-up-time", {1000})
+                .queue()
+                .state_seconds,
+            0);
 }
 
 TEST(Reading, AMissingClockGivesNoAge) {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "monitor/queue_client.h"
+#include "monitor/server_name.h"
 
 namespace {
 
