@@ -16,6 +16,7 @@ if(NOT unit_dir)
   set(unit_dir lib/systemd/system)
 endif()
 set(SYSTEMD_UNIT_DIR ${unit_dir} CACHE PATH "systemd's units")
+set(SYSUSERS_DIR lib/sysusers.d CACHE PATH "systemd's users")
 set(filter_permissions OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 # The scheduler refuses a filter that others than its owner could write.
@@ -73,10 +74,12 @@ if(TARGET brenvellis-monitor)
     set(program \"${CMAKE_INSTALL_BINDIR}/brenvellis-monitor\")
     cmake_path(ABSOLUTE_PATH program BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
     file(READ \"${CMAKE_SOURCE_DIR}/monitor/fleet/brenvellis-monitor.service\" text)
-    string(REPLACE \"=/usr/bin/brenvellis-monitor \" \"=\\\"\${program}\\\" \" text \"\${text}\")
+    string(REPLACE \"/usr/bin/brenvellis-monitor\" \"\${program}\" text \"\${text}\")
     file(WRITE \"${CMAKE_BINARY_DIR}/brenvellis-monitor.service\" \"\${text}\")" COMPONENT monitor)
   install(FILES ${CMAKE_BINARY_DIR}/brenvellis-monitor.service monitor/fleet/brenvellis-monitor.timer
     DESTINATION ${SYSTEMD_UNIT_DIR} COMPONENT monitor)
+  install(FILES monitor/fleet/brenvellis-monitor.sysusers DESTINATION ${SYSUSERS_DIR} RENAME brenvellis-monitor.conf
+    COMPONENT monitor)
   install(FILES monitor/fleet/alerts.yml monitor/fleet/brenvellis-monitor.default
     DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis COMPONENT monitor)
 endif()

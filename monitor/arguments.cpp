@@ -14,7 +14,8 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   app.footer(
       "Exit status: 0 all well; 1 a ribbon is low; 2 a printer reports an error;\n"
       "3 something could not be read (of several, 2 before 3 before 1);\n"
-      "64 wrong usage; 130, 143 ended by Ctrl-C or SIGTERM.\n"
+      "64 wrong usage; 74 an output could not be written;\n"
+      "130, 143 ended by Ctrl-C or SIGTERM.\n"
       "See brenvellis-monitor(1).");
   app.set_version_flag("--version", "brenvellis-monitor " BRENVELLIS_VERSION);
 

@@ -1,6 +1,7 @@
 #include <langinfo.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +20,7 @@
 #include "monitor/server_requests.h"
 #include "monitor/views/html_view.h"
 #include "monitor/views/json_view.h"
+#include "monitor/views/plain_text.h"
 #include "monitor/views/prometheus_view.h"
 #include "monitor/views/text_view.h"
 
@@ -126,7 +128,7 @@ Written write_views(const Report& report, const Arguments& arguments) {
       }
     }
     if (!error.empty()) {
-      fprintf(stderr, "brenvellis-monitor: %s\n", error.c_str());
+      fprintf(stderr, "brenvellis-monitor: %s\n", printable(error).c_str());
       written.all = false;
       written.standard_output = written.standard_output && to_file;
     }
@@ -157,11 +159,11 @@ int monitor(const Arguments& arguments) {
       return ENDED_BY_SIGNAL + stop.signal;
     }
     const auto written = write_views(report, arguments);
-    if (stop.signal != 0) {  // while a FIFO had no reader, for example
+    if (stop.signal != 0) {  // while standard output was a full pipe, for example
       return ENDED_BY_SIGNAL + stop.signal;
     }
     if (!arguments.watch_seconds) {
-      return static_cast<int>(written.all ? judge(report) : worse(judge(report), Verdict::Unknown));
+      return written.all ? static_cast<int>(judge(report)) : EX_IOERR;
     }
     const bool shown = std::ranges::any_of(
         arguments.outputs, [](const Output& output) { return output.path == STANDARD_OUTPUT; });
@@ -169,7 +171,7 @@ int monitor(const Arguments& arguments) {
       rest(std::chrono::seconds(*arguments.watch_seconds), shown);
     }
     if (stop.signal == 0 && (!written.standard_output || (shown && has_lost_reader()))) {
-      return static_cast<int>(Verdict::Unknown);
+      return EX_IOERR;
     }
     if (stop.signal != 0) {
       return ENDED_BY_SIGNAL + stop.signal;
@@ -201,7 +203,7 @@ int main(int argc, char** argv) {
     take_signals();
     return monitor(std::get<Arguments>(read));
   } catch (const std::exception& error) {
-    fprintf(stderr, "brenvellis-monitor: %s\n", error.what());
+    fprintf(stderr, "brenvellis-monitor: %s\n", printable(error.what()).c_str());
     return static_cast<int>(Verdict::Unknown);
   }
 }

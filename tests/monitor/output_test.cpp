@@ -80,14 +80,14 @@ TEST_F(Output, GoesToSeveralFilesOfOneRefresh) {
 TEST_F(Output, ThatCannotBeWrittenIsSaid) {
   const auto result = run({"--json", "--output", "/nonexistent/report.json"});
   EXPECT_EQ(result.errors, "brenvellis-monitor: /nonexistent/report.json: No such file or directory\n");
-  EXPECT_EQ(result.exit_status, 3);
+  EXPECT_EQ(result.exit_status, 74);
 }
 
 TEST_F(Output, OnAFullDiskIsSaid) {
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
   ChildProcess monitor({{MONITOR_PROGRAM}, {{1, full}}, monitor_environment(scheduler.server())});
   close(full);
-  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 3);
+  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 74);
 }
 
 TEST_F(Output, ThatNobodyReadsAnyMoreEndsAWatch) {
@@ -99,7 +99,7 @@ TEST_F(Output, ThatNobodyReadsAnyMoreEndsAWatch) {
   char first = 0;
   EXPECT_EQ(read(ends[0], &first, 1), 1);
   close(ends[0]);
-  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 3);
+  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 74);
 }
 
 /// A program that ran on a terminal.

@@ -9,7 +9,7 @@ CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript cups-filters binutils stra
 FUZZ_PACKAGES="clang libclang-rt-14-dev"
 BENCH_PACKAGES="libbenchmark-dev valgrind strace gnuplot-nox"
 MUTATION_PACKAGES="python3 lld"
-CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind chromium prometheus prometheus-node-exporter fish zsh
+CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind systemd chromium prometheus prometheus-node-exporter fish zsh
   system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus mscgen fonts-dejavu-core $FUZZ_PACKAGES"
 
 # What the temporary files of this run go into; removed at its end. Not in TMPDIR: a scheduler's socket needs a short
