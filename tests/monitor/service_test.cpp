@@ -9,7 +9,7 @@
 #include <sstream>
 
 #include "tests/monitor/monitor_run.h"
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 namespace {
 
@@ -97,7 +97,7 @@ class Service : public testing::Test {
 
   [[nodiscard]] std::string file(const std::string& name) const { return (folder.path() / name).string(); }
 
-  SimulatedPrinter printer{{"--remaining", "12"}};
+  NetworkPrinter printer{{"--remaining", "12"}};
   PrivateScheduler scheduler;
   TemporaryFolder folder;
 };
