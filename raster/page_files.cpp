@@ -239,6 +239,9 @@ ExitStatus PageReader::save_picture(const FileName& name) const {
     good = good && file.write(one_line);
   }
   progress.clear();
+  if (!good && file.is_open()) {
+    file.remove();
+  }
   if (!good || (lines > 0 && !file.close(start.size() + lines * picture.line_size()))) {
     return report_unsaved(file_name.c_str(), file.error().c_str());
   }
