@@ -77,8 +77,9 @@ need() {
   fi
   say "Installing ${#missing[@]} packages: ${missing[*]}"
   local log=$scratch/apt
-  if ! { "${root[@]}" apt-get -qq update &&
-    "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install --no-install-recommends "${missing[@]}"; } \
+  # A service that an installation starts is not to be taken for one of the tests' processes.
+  if ! { "${root[@]}" env -u TMPDIR apt-get -qq update &&
+    "${root[@]}" env -u TMPDIR DEBIAN_FRONTEND=noninteractive apt-get -qq install --no-install-recommends "${missing[@]}"; } \
     >"$log" 2>&1 </dev/null; then
     tail -n 20 "$log" >&2
     fail "apt-get could not install them; its last words are above"
