@@ -43,7 +43,7 @@ copy_tree() {
 mount_proc() {
   mount -t proc proc "$root/proc"
   # shellcheck disable=SC2154
-  trap 'umount "$root/proc"; rm -rf "$scratch"' EXIT
+  trap 'umount "$root/proc"; clean_up' EXIT
 }
 
 # boot_debian: starts the systemd of $root, in namespaces of its own but on this network, until shut_down. $root/run is

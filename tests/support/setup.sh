@@ -1,4 +1,5 @@
-# Sourced by ./demo, ./check and ./bench: installs what they need and builds. It takes the EXIT trap.
+# Sourced by ./demo, ./check and ./bench: installs what they need and builds. It takes the EXIT trap:
+# a script with a trap of its own calls clean_up in it.
 # shellcheck shell=bash
 
 # Debian's names; README.md has those of other systems.
@@ -14,10 +15,35 @@ CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind systemd chromium prometheus
   system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus mscgen fonts-dejavu-core $FUZZ_PACKAGES"
 
 # What the temporary files of this run go into; removed at its end. Not in TMPDIR: a scheduler's socket needs a short
-# path, and its filters, user lp, must get there.
+# path. Started by root, a private scheduler runs as user lp, who passes through this folder to the scheduler's own.
 scratch=$(mktemp -d /tmp/brv.XXXXXX)
-chmod 755 "$scratch"
-trap 'rm -rf "$scratch"' EXIT
+[ "$(id -u)" != 0 ] || chmod 711 "$scratch"
+
+# processes_left: prints the ids of the processes that have a path in $scratch in their environment, as their program or
+# as their working folder.
+processes_left() {
+  {
+    env -i PATH="$PATH" grep -lsF "$scratch/" /proc/[0-9]*/environ || true
+    env -i PATH="$PATH" find /proc/[0-9]*/exe /proc/[0-9]*/cwd -maxdepth 0 -lname "$scratch/*" 2>/dev/null || true
+  } | cut -d / -f 3 | sort -un
+}
+
+# clean_up: ends the processes that this run left, and removes $scratch.
+clean_up() {
+  local left i
+  left=$(processes_left)
+  # shellcheck disable=SC2086
+  [ -z "$left" ] || kill $left 2>/dev/null || true
+  for ((i = 0; i < 40; ++i)); do
+    [ -n "$left" ] || break
+    sleep 0.05
+    left=$(processes_left)
+  done
+  # shellcheck disable=SC2086
+  [ -z "$left" ] || kill -KILL $left 2>/dev/null || true
+  rm -rf "$scratch"
+}
+trap clean_up EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM HUP
 
