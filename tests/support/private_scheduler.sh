@@ -61,3 +61,15 @@ start_scheduler() {
   processes+=($!)
   await "the private scheduler's start" scheduler_answers
 }
+
+# start_usb_printer FOLDER PROGRAM [COMMAND...]: puts the simulated printer behind the scheduler's usb backend, see
+# tests/usb/start-usb-printer. Its device URI is $uri.
+start_usb_printer() {
+  local folder=$1 program=$2
+  shift 2
+  setsid "$support/../usb/start-usb-printer" "$folder" "$program" "${uri##*:}" "$@" \
+    </dev/null >"$own/usb" 2>"$own/usb.err" &
+  processes+=($!)
+  await "the simulated USB printer's start" test -s "$own/usb"
+  uri='usb://Brenvellis/Photo%20Printer?serial=SIMULATED'
+}

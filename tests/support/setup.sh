@@ -87,14 +87,18 @@ need() {
   fi
 }
 
-# build PRESET: configures and builds build/PRESET; silent if there is nothing to do.
+# build PRESET [TARGET...]: configures and builds in build/PRESET, everything or these targets; silent if there is nothing
+# to do.
 build() {
   [ -w . ] || fail "this folder is not yours to write to; clone the project as the user who builds it"
-  cmake --preset "$1" --log-level=WARNING >/dev/null || fail "cmake --preset $1 failed"
+  local preset=$1
+  shift
+  cmake --preset "$preset" --log-level=WARNING >/dev/null || fail "cmake --preset $preset failed"
+  set -- --preset "$preset" ${*:+--target "$@"}
   if [ -t 2 ]; then
-    cmake --build --preset "$1" >&2 || fail "cmake --build --preset $1 failed"
+    cmake --build "$@" >&2 || fail "cmake --build --preset $preset failed"
   else
     local log=$scratch/build
-    cmake --build --preset "$1" >"$log" 2>&1 || { cat "$log" >&2; fail "cmake --build --preset $1 failed"; }
+    cmake --build "$@" >"$log" 2>&1 || { cat "$log" >&2; fail "cmake --build --preset $preset failed"; }
   fi
 }
