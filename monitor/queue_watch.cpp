@@ -103,7 +103,7 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
     } else if (!struggling_since_) {
       struggling_since_ = now;
     }
-    if (lines_ == 1 && reading.reported_at != told_.reported_at) {
+    if (lines_ == 1 && reading.reported_at != told_.reported_at && reading.answered == true) {
       reported_since_ = reported_since_.value_or(now);
     }
     // The filter has reported and ended. A backend may still wait for the printer, over USB for 8 seconds.
@@ -118,7 +118,7 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
     take_report_of_others(now);
   }
   if ((step_ == Step::Resting || step_ == Step::Told) && !confirming_) {
-    accept_values(now);
+    accept_values();
   }
   if (print_) {
     if (!is_unreachable(reading)) {
@@ -268,7 +268,7 @@ void QueueWatch::take_values(Moment now) {
       return;
     }
     confirming_ = false;
-    accept_values(now);
+    accept_values();
     finish(Outcome::Refreshed, {}, sent_at_, now);
     return;
   }
@@ -279,9 +279,9 @@ void QueueWatch::take_values(Moment now) {
          sent_at_, now);
 }
 
-void QueueWatch::accept_values(Moment now) {
+void QueueWatch::accept_values() {
   told_ = reading_;
-  told_at_ = now;
+  told_at_ = read_at_;
 }
 
 /// Whether the values after the job differ from those before as they do when the printer's answer to an
@@ -421,13 +421,13 @@ void QueueWatch::purged(Moment now) {
     }
     return;
   }
-  // Two lines, and the first one's report tells of a printer that does not answer.
-  if (lines_ > 1 && reading_.reported_at != told_.reported_at && reading_.answered == false) {
-    accept_values(now);
-    finish(Outcome::Refreshed, {}, sent_at_, now);
-    return;
+  if (reading_.reported_at != told_.reported_at) {
+    // That there was no answer is true; an answer may be to an earlier question.
+    confirming_ = reading_.answered == true;
+    if (!confirming_) {
+      accept_values();
+    }
   }
-  confirming_ = confirming_ || reading_.reported_at != told_.reported_at;
   finish(Outcome::TimedOut, last_words_, sent_at_, now);
 }
 
@@ -482,7 +482,7 @@ QueueReport QueueWatch::report(Moment now) const {
     report.outcome = *why;
   } else if (step_ != Step::Resting && step_ != Step::Told) {
     report.outcome = Outcome::Asking;
-  } else if (confirming_ || (is_due && (!was_sent_ || overtaken_))) {
+  } else if ((confirming_ && failures_ == 0) || (is_due && (!was_sent_ || overtaken_))) {
     report.outcome = Outcome::Asking;
   }
   if (report.outcome != outcome_) {

@@ -112,7 +112,7 @@ class QueueWatch {
   void see_print(const Job& job, Moment now);
   void take_values(Moment now);
   void take_report_of_others(Moment now);
-  void accept_values(Moment now);
+  void accept_values();
   void finish(Outcome outcome, const std::string& detail, Moment asked_at, Moment now);
   [[nodiscard]] bool is_surprising() const;
   [[nodiscard]] bool is_in_trouble() const;

@@ -67,6 +67,8 @@ TEST_F(Output, GoesToTheFileThatIsNamed) {
 }
 
 TEST_F(Output, GoesToSeveralFilesOfOneRefresh) {
+  ASSERT_EQ(run({}).exit_status, 0);
+  printer.tell("forget");
   const auto result =
       run({"--prometheus=" + file("m.prom"), "--html=" + file("p.html"), "--json=" + file("r.json")});
   EXPECT_EQ(result.exit_status, 0);

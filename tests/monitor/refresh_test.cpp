@@ -147,7 +147,7 @@ TEST_F(Monitor, SaysThatASilentPrinterDoesNotAnswer) {
 
 TEST_F(Monitor, PurgesACommandJobThatDoesNotEndAndKeepsTheLastValues) {
   make_printer_refuse();
-  const auto one = run({"--timeout", "1"});
+  const auto one = run({"--timeout", "2"});
   EXPECT_THAT(all_jobs(scheduler), IsEmpty());
   EXPECT_EQ(one.outcome("booth"), "timed-out");
   EXPECT_EQ(one.queue("booth")["ribbon"]["prints_remaining"], 200);
@@ -503,7 +503,7 @@ INSTANTIATE_TEST_SUITE_P(
                     StrangeServer::Manner::Goes, "it does not answer as a print server"},
         StrangeCase{"WebServerWithoutThePage",
                     "HTTP/1.1 404 Not Found\r\nContent-Type: text/html\r\nContent-Length: 6\r\n\r\n<html>",
-                    StrangeServer::Manner::Goes, "Not Found"}),
+                    StrangeServer::Manner::Goes, "it does not answer as a print server"}),
     [](const auto& one) { return one.param.name; });
 
 TEST(MonitorAlone, EndsByASignalWhileAServerDrips) {

@@ -1,0 +1,214 @@
+// What the monitor costs prints and their history, with the distribution's own scheduler configuration:
+// monitor_way [quick|full]. Prints a table.
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/network_printer.h"
+#include "tests/support/private_scheduler.h"
+#ifdef HAS_USB_PRINTER
+#include "tests/usb/usb_printer.h"
+#endif
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+constexpr const char* REFUSED = "socket://127.0.0.1:9";
+
+class Stopwatch {
+ public:
+  [[nodiscard]] double seconds() const {
+    return std::chrono::duration<double>(steady_clock::now() - start_).count();
+  }
+
+ private:
+  steady_clock::time_point start_ = steady_clock::now();
+};
+
+PrivateScheduler::Options usual() {
+  return {.configuration = PrivateScheduler::Configuration::DEFAULT};
+}
+
+std::string booth(int number) {
+  return "booth" + std::to_string(number);
+}
+
+std::unique_ptr<ChildProcess> start_monitor(const PrivateScheduler& scheduler,
+                                            std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), MONITOR_PROGRAM);
+  arguments.insert(arguments.end(), {"--json=/dev/null"});
+  return std::make_unique<ChildProcess>(
+      ChildProcess::Options{arguments, {}, {{"CUPS_SERVER", scheduler.server()}}});
+}
+
+void end(ChildProcess& monitor) {
+  monitor.signal(SIGTERM);
+  if (!monitor.wait(seconds(30))) {
+    throw std::runtime_error("the monitor did not end");
+  }
+}
+
+std::vector<cups_job_t> jobs_of(const PrivateScheduler& scheduler, int which) {
+  http_t* connection = httpConnect2(scheduler.server().c_str(), 0, nullptr, AF_UNSPEC,
+                                    HTTP_ENCRYPTION_IF_REQUESTED, 1, 30000, nullptr);
+  cups_job_t* jobs = nullptr;
+  const int count = cupsGetJobs2(connection, &jobs, nullptr, 0, which);
+  httpClose(connection);
+  std::vector<cups_job_t> result(jobs, jobs + std::max(0, count));
+  cupsFreeJobs(count, jobs);
+  return result;
+}
+
+void wait_until(const std::function<bool()>& condition) {
+  for (const Stopwatch watch; !condition();) {
+    if (watch.seconds() > 120) {
+      throw std::runtime_error("what was waited for did not happen");
+    }
+    std::this_thread::sleep_for(milliseconds(5));
+  }
+}
+
+/// How many jobs the history has before and after so many refreshes.
+void measure_history(int refreshes) {
+  constexpr int queues = 20;
+  PrivateScheduler scheduler(usual());
+  std::vector<std::unique_ptr<NetworkPrinter>> printers;
+  for (int i = 0; i < queues; ++i) {
+    printers.push_back(std::make_unique<NetworkPrinter>());
+    scheduler.add_queue(booth(i), printers.back()->device_uri());
+  }
+  constexpr int prints = 180;
+  for (int i = 0; i < prints; ++i) {
+    scheduler.wait_for_job(scheduler.send_raw(booth(i % queues), "a photo"));
+  }
+  const auto before = jobs_of(scheduler, CUPS_WHICHJOBS_ALL).size();
+  for (int i = 0; i < refreshes / queues; ++i) {
+    const auto result = run_program({MONITOR_PROGRAM, "--json"}, {}, {{"CUPS_SERVER", scheduler.server()}});
+    if (result.exit_status != 0) {
+      throw std::runtime_error("a refresh failed: " + result.output + result.errors);
+    }
+  }
+  const auto after = jobs_of(scheduler, CUPS_WHICHJOBS_ALL).size();
+  printf("| jobs in the history before and after %d refreshes | %zu, %zu |\n", refreshes, before, after);
+}
+
+/// The longest time that a print to a healthy queue takes while all the others are refused.
+void measure_dead_queues(int dead) {
+  PrivateScheduler scheduler(usual());
+  const NetworkPrinter printer;
+  scheduler.add_queue("healthy", printer.device_uri());
+  for (int i = 0; i < dead; ++i) {
+    scheduler.add_queue(booth(i), REFUSED);
+  }
+  auto monitor = start_monitor(scheduler, {"--watch", "10"});
+  std::size_t most = 0;
+  double longest = 0;
+  for (const Stopwatch watch; watch.seconds() < 30;) {
+    most = std::max(most, jobs_of(scheduler, CUPS_WHICHJOBS_ACTIVE).size());
+    const Stopwatch print;
+    const auto state = scheduler.wait_for_job(scheduler.send_raw("healthy", "a photo"));
+    if (state != IPP_JSTATE_COMPLETED) {
+      throw std::runtime_error("a print did not end");
+    }
+    longest = std::max(longest, print.seconds());
+    std::this_thread::sleep_for(milliseconds(500));
+  }
+  end(*monitor);
+  printf("| %d refused queues: command jobs at a time | %zu |\n", dead, most);
+  printf("| %d refused queues: longest print to a healthy one | %.2f s |\n", dead, longest);
+}
+
+/// How long a print waits that comes while a command job is on its way.
+double print_delay(const PrivateScheduler& scheduler) {
+  auto monitor = start_monitor(scheduler, {"--watch", "60", "--timeout", "60"});
+  const auto active = [&] { return jobs_of(scheduler, CUPS_WHICHJOBS_ACTIVE); };
+  wait_until([&] {
+    const auto jobs = active();
+    return !jobs.empty() && jobs[0].state == IPP_JSTATE_PROCESSING;
+  });
+  std::this_thread::sleep_for(milliseconds(100));
+  const Stopwatch watch;
+  const int print = scheduler.send_raw("booth", "a photo");
+  wait_until([&] { return scheduler.job_state(print) >= IPP_JSTATE_PROCESSING; });
+  const double delay = watch.seconds();
+  end(*monitor);
+  scheduler.purge_job(print);
+  return delay;
+}
+
+void print_delays(const char* name, const std::function<double()>& measure, int rounds) {
+  double longest = 0;
+  for (int i = 0; i < rounds; ++i) {
+    longest = std::max(longest, measure());
+  }
+  printf("| longest of %d prints behind a refresh: %s | %.2f s |\n", rounds, name, longest);
+}
+
+void measure_delays(int rounds) {
+  for (const auto& [name, fault] : {std::pair("silent", "fault silent"),
+                                    {"dripping", "fault drip 60000"},
+                                    {"very slow", "fault slow 60000"},
+                                    {"refusing", "fault refuse"}}) {
+    PrivateScheduler scheduler(usual());
+    const NetworkPrinter printer;
+    printer.tell(fault);
+    scheduler.add_queue("booth", printer.device_uri());
+    print_delays(
+        name, [&] { return print_delay(scheduler); }, rounds);
+  }
+#ifdef HAS_USB_PRINTER
+  PrivateScheduler scheduler(usual());
+  const UsbPrinter printer(scheduler);
+  scheduler.add_queue("booth", UsbPrinter::device_uri());
+  print_delays(
+      "USB, idle reads without an answer", [&] { return print_delay(scheduler); }, rounds);
+#endif
+}
+
+/// How long the others of forty queues take to be refreshed while one is unplugged.
+void measure_one_dead() {
+  constexpr int queues = 39;
+  PrivateScheduler scheduler(usual());
+  std::vector<std::unique_ptr<NetworkPrinter>> printers;
+  for (int i = 0; i < queues; ++i) {
+    printers.push_back(std::make_unique<NetworkPrinter>());
+    scheduler.add_queue(booth(i), printers.back()->device_uri());
+  }
+  scheduler.add_queue("dead", REFUSED);
+  const Stopwatch watch;
+  auto monitor = start_monitor(scheduler, {"--watch", "60", "--timeout", "60"});
+  for (const auto& printer : printers) {
+    wait_until([&] { return !printer->requests().empty(); });
+  }
+  printf("| one of 40 unplugged: until the other 39 were asked | %.2f s |\n", watch.seconds());
+  end(*monitor);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const bool quick = argc > 1 && std::string(argv[1]) == "quick";
+  try {
+    printf("| | |\n|---|--:|\n");
+    measure_history(quick ? 60 : 1500);
+    measure_dead_queues(quick ? 60 : 600);
+    measure_delays(quick ? 1 : 5);
+    measure_one_dead();
+  } catch (const std::exception& error) {
+    fprintf(stderr, "monitor_way: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+  return EXIT_SUCCESS;
+}
