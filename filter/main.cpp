@@ -37,6 +37,7 @@ bool probe_bidirectional() {
   if (status == CUPS_SC_STATUS_OK && length == 1 && answer[0] == CUPS_SC_BIDI_SUPPORTED) {
     return true;
   }
+  // "nobidirectional" is spelled like this on purpose.
   fprintf(stderr,
           "DEBUG: Unable to retrieve supply status from printer - nobidirectional I/O available! %s(%d)\n",
           to_string(status), status);
@@ -44,7 +45,7 @@ bool probe_bidirectional() {
 }
 
 void report_levels(bool bidirectional) {
-  if (!bidirectional) {
+  if (!bidirectional) {  // on purpose without the state, unlike ReportStatus
     report_printer_levels(PrinterLevels::Unavailable());
     return;
   }
@@ -76,12 +77,14 @@ int main(int argc, char* argv[]) {
   write_log_line_by_line();
 
   if (argc < 6 || argc > 7) {
+    // Without a line end, on purpose.
     fprintf(stderr, "ERROR: Usage: %s job-id user title copies options [file]", argv[0]);
     return 1;
   }
 
   cups_file_t* file = argc == 7 ? cupsFileOpen(argv[6], "r") : cupsFileStdin();
   if (file == nullptr) {
+    // The log shows " - : " before the system's text, on purpose.
     perror("ERROR: Unable to open command file - ");
     return 1;
   }

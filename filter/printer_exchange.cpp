@@ -20,6 +20,7 @@ std::span<const char> exchange_with_printer(const PrinterQuery& query, ReplyBuff
     return {};
   }
 
+  // On purpose, the drain's result is only logged: the reply may come nevertheless.
   int drain_length = static_cast<int>(buffer.size());
   const cups_sc_status_t drained =
       cupsSideChannelDoRequest(CUPS_SC_CMD_DRAIN_OUTPUT, buffer.data(), &drain_length, 5.0);
@@ -28,7 +29,7 @@ std::span<const char> exchange_with_printer(const PrinterQuery& query, ReplyBuff
   std::size_t received = 0;
   while (received < query.minimum_reply) {
     const ssize_t count = cupsBackChannelRead(buffer.data() + received, buffer.size() - received, 1.0);
-    if (count < 1) {
+    if (count < 1) {  // on purpose: nothing is retried, and a partial reply is not used
       fprintf(stderr, "DEBUG: cupsBackChannelRead() failed. ret=%zd\n", count);
       return {};
     }

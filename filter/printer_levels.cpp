@@ -3,15 +3,14 @@
 #include <array>
 #include <cstdio>
 
+#include "filter/printer_packets.h"
+
+// Values are taken as they come, on purpose: report_printer_levels() decides which of them mean something.
 PrinterLevels PrinterLevels::Parse(const char* reply) {
-  const auto byte = [reply](int position) { return static_cast<std::uint8_t>(reply[position]); };
-  const auto word = [byte](int position) {
-    return static_cast<std::uint16_t>(byte(position) << 8 | byte(position + 1));
-  };
   PrinterLevels levels(Type::Good);
-  levels.total = word(20);
-  levels.remaining = word(22);
-  levels.ink_sheet_type = byte(17);
+  levels.total = reply_word(reply, LEVELS_REPLY_TOTAL);
+  levels.remaining = reply_word(reply, LEVELS_REPLY_REMAINING);
+  levels.ink_sheet_type = reply_byte(reply, LEVELS_REPLY_SHEET);
   return levels;
 }
 

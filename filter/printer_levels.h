@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-/// PrinterLevels is what the printer said of its ink ribbon.
+/// PrinterLevels holds what the printer reported about its ink ribbon.
 class PrinterLevels {
  public:
   enum class Type : std::int32_t {
@@ -21,10 +21,10 @@ class PrinterLevels {
 
   static constexpr PrinterLevels Unavailable() { return PrinterLevels(Type::Unavailable); }
 
-  /// Decodes the printer's reply to the levels request: byte 17 is the sheet code, bytes 20 and 21 the
-  /// total, 22 and 23 the remaining prints, both big-endian. Nothing else is looked at or verified.
+  /// Decodes the printer's reply to the levels request; see printer_packets.h. Nothing else is looked at or
+  /// verified.
   ///
-  /// @param reply  at least 26 bytes.
+  /// @param reply  at least LEVELS_REPLY_MINIMUM bytes.
   static PrinterLevels Parse(const char* reply);
 
   /// True if the record holds a reading.

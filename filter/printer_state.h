@@ -16,7 +16,7 @@ class PrinterState {
   Type type;
   std::uint16_t code;  ///< 0 is "no error". Meaningful, and set, only with Type::Error.
 
-  /// Sets the type and leaves the code unset: nobody reads it then.
+  /// Sets the type and leaves the code as it was in memory, on purpose; it is not read then.
   constexpr explicit PrinterState(Type the_type)
       : type(the_type) {}  // NOLINT(clang-analyzer-optin.cplusplus.UninitializedObject)
   constexpr PrinterState(Type the_type, std::uint16_t the_code) : type(the_type), code(the_code) {}
@@ -28,7 +28,7 @@ class PrinterState {
   static constexpr PrinterState Any() { return PrinterState(Type::Any); }
 
   /// Any equals everything; two errors are equal if their codes are; unavailable equals unavailable.
-  /// A value of no known type equals Any alone, not even itself.
+  /// On purpose, a value of no known type equals Any alone, not even itself.
   constexpr bool operator==(const PrinterState& other) const {
     if (type == Type::Any || other.type == Type::Any) {
       return true;

@@ -1,9 +1,10 @@
 #include "filter/printer_state_reasons.h"
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
-// What is so of the table by design, checked where it is compiled.
+// Compile-time checks of the table's invariants.
 namespace {
 
 constexpr unsigned code_of(const PrinterStateReason& row) {
@@ -34,21 +35,27 @@ constexpr bool is_named_after_its_code(const PrinterStateReason& row) {
   return code == code_of(row);
 }
 
+constexpr bool is_null_behind_its_keywords(const PrinterStateReason& row) {
+  return std::ranges::all_of(std::span(row.reasons).subspan(row.keywords().size()),
+                             [](const char* keyword) { return keyword == nullptr; });
+}
+
+constexpr auto TABLE = std::span(PRINTER_STATE_REASONS);
+constexpr auto WITH_KEYWORD = TABLE.subspan(1);
+
 constexpr bool keywords_are_distinct() {
-  std::array<std::string_view, PRINTER_STATE_REASONS.size() - 1> keywords;
-  std::ranges::transform(std::span(PRINTER_STATE_REASONS).subspan(1), keywords.begin(),
+  std::array<std::string_view, WITH_KEYWORD.size()> keywords;
+  std::ranges::transform(WITH_KEYWORD, keywords.begin(),
                          [](const auto& row) { return row.keywords().front(); });
   std::ranges::sort(keywords);
   return std::ranges::adjacent_find(keywords) == keywords.end();
 }
 
-constexpr auto WITH_KEYWORD = std::span(PRINTER_STATE_REASONS).subspan(1);
-
-static_assert(std::ranges::all_of(PRINTER_STATE_REASONS, has_one_code));
-static_assert(std::ranges::is_sorted(PRINTER_STATE_REASONS, std::ranges::less_equal{}, code_of) &&
-              std::ranges::adjacent_find(PRINTER_STATE_REASONS, {}, code_of) == PRINTER_STATE_REASONS.end());
-static_assert(code_of(PRINTER_STATE_REASONS.front()) == 0 &&
-              PRINTER_STATE_REASONS.front().keywords().empty());
+static_assert(std::ranges::all_of(TABLE, has_one_code));
+static_assert(std::ranges::is_sorted(TABLE, std::ranges::less_equal{}, code_of) &&
+              std::ranges::adjacent_find(TABLE, {}, code_of) == TABLE.end());
+static_assert(std::ranges::all_of(TABLE, is_null_behind_its_keywords));
+static_assert(code_of(TABLE.front()) == 0 && TABLE.front().keywords().empty());
 static_assert(std::ranges::all_of(WITH_KEYWORD, [](const auto& row) { return row.keywords().size() == 1; }));
 static_assert(std::ranges::all_of(WITH_KEYWORD, is_named_after_its_code));
 static_assert(keywords_are_distinct());

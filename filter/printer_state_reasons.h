@@ -1,7 +1,7 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <iterator>
 #include <span>
 
 /// PrinterStateReason ties one status code of the printer, or a range of codes, to the
@@ -12,13 +12,13 @@ struct PrinterStateReason {
   /// Below 256: the low byte of the one code. From 256 on: a range of low bytes, the first in the low
   /// byte, the last (inclusive) in the high byte; first above last names no code.
   std::uint16_t minor;
-  /// Keywords up to the first null pointer.
-  std::array<const char*, 4> reasons;
+  /// Keywords up to the first null pointer; the pointers behind it are null, too.
+  const char* reasons[4];
 
   /// The keywords without the null pointers behind them.
   [[nodiscard]] constexpr std::span<const char* const> keywords() const {
     std::size_t count = 0;
-    while (count < reasons.size() && reasons[count] != nullptr) {
+    while (count < std::size(reasons) && reasons[count] != nullptr) {
       ++count;
     }
     return std::span(reasons).first(count);
@@ -27,7 +27,7 @@ struct PrinterStateReason {
 
 /// Every status code that the driver knows, in ascending order. Row 0 is "no error" and has no keyword;
 /// every other row has one of its own.
-inline constexpr std::array<PrinterStateReason, 110> PRINTER_STATE_REASONS = {{
+inline constexpr PrinterStateReason PRINTER_STATE_REASONS[110] = {
     {0x00, 0x00, {}},
     {0x00, 0x01, {"com.brenvellis-error0001"}},
     {0x00, 0x02, {"com.brenvellis-error0002"}},
@@ -138,7 +138,7 @@ inline constexpr std::array<PrinterStateReason, 110> PRINTER_STATE_REASONS = {{
     {0x74, 0x52, {"com.brenvellis-error0018_7452"}},
     {0x74, 0x93, {"com.brenvellis-error0017_7493"}},
     {0x75, 0x52, {"com.brenvellis-error0018_7552"}},
-}};
+};
 
-/// Raised when no row matches the printer's state. Also the keyword of code 0x0004.
+/// Raised when no row matches the printer's state. On purpose also the keyword of code 0x0004.
 inline constexpr const char* FALLBACK_REASON = "com.brenvellis-error0004";

@@ -11,7 +11,7 @@ namespace {
 /// @param list  keywords between commas; consumed.
 void clear_reasons(char* list) {
   const char* reason = strtok(list, ",");
-  // Also without a keyword: the line then ends in the C library's text for a null string.
+  // On purpose also without a keyword: the line then is "STATE: -(null)".
   fprintf(stderr, "STATE: -%s\n", reason);
   while ((reason = strtok(nullptr, ",")) != nullptr) {
     fprintf(stderr, "STATE: -%s\n", reason);
@@ -21,6 +21,7 @@ void clear_reasons(char* list) {
 }  // namespace
 
 void clean_printer_state() {
+  // This line and the last one have no prefix, on purpose.
   fprintf(stderr, "clean_printer_state() START\n");
   cups_dest_t* destinations = nullptr;
   const int count = cupsGetDests(&destinations);

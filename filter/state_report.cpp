@@ -1,8 +1,7 @@
 #include "filter/state_report.h"
 
-#include <unistd.h>
-
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <string_view>
 #include <vector>
@@ -12,6 +11,7 @@ namespace {
 bool matches(const PrinterState& state, const PrinterStateReason& row) {
   const unsigned first = row.minor & 0xffU;
   const unsigned last = row.minor < 256 ? first : row.minor >> 8U;
+  // On purpose a range whose first is above its last matches nothing, not even Any.
   for (unsigned low = first; low <= last; ++low) {
     if (state == PrinterState::Error(static_cast<std::uint16_t>((unsigned{row.major} << 8U) + low))) {
       return true;
@@ -54,7 +54,8 @@ constexpr auto SORTED_REASONS = [] {
 
 constexpr const char* CLEARED = "STATE: -%s\n";
 
-// So are its clearing lines: to format these hundred would cost more than the rest of a report.
+// Its clearing lines never change either. Formatting a hundred of them would cost more than the rest of a
+// report.
 constexpr auto CLEARING_LINES = [] {
   constexpr std::string_view format = CLEARED;
   constexpr std::size_t hole = format.find("%s");
@@ -67,11 +68,6 @@ constexpr auto CLEARING_LINES = [] {
   return lines;
 }();
 
-/// Past the stream, which would copy the line first. A log that takes no more lines is no reason to stop.
-void write_line(std::string_view line) {
-  [[maybe_unused]] const ssize_t written = write(fileno(stderr), line.data(), line.size());
-}
-
 void raise(const PrinterState& state, const char* keyword) {
   fprintf(stderr, "STATE: +%s\n", keyword);
   fprintf(stderr, "DEBUG: %s %s\n", keyword, state.to_string().c_str());
@@ -80,6 +76,7 @@ void raise(const PrinterState& state, const char* keyword) {
 template <typename Clear>
 void report(const PrinterState& state, std::span<const PrinterStateReason> table,
             std::span<const KeywordOfRow> sorted, Clear clear) {
+  // On purpose every report states every keyword, one line each, and flushes nothing.
   bool matched = false;
   for (const auto& row : table) {
     if (matches(state, row)) {
@@ -91,10 +88,10 @@ void report(const PrinterState& state, std::span<const PrinterStateReason> table
   }
   if (!matched) {
     raise(state, FALLBACK_REASON);
+    // With a blank before the line end, on purpose.
     fprintf(stderr, "DEBUG: error_number part mismatch processing \n");
   }
 
-  fflush(stderr);
   for (auto first = sorted.begin(); first != sorted.end();) {
     const auto next = std::find_if(std::next(first), sorted.end(),
                                    [&](const auto& other) { return other.keyword != first->keyword; });
@@ -111,10 +108,10 @@ void report(const PrinterState& state, std::span<const PrinterStateReason> table
 
 void update_printer_state(const PrinterState& state) {
   report(state, PRINTER_STATE_REASONS, SORTED_REASONS,
-         [](std::size_t i) { write_line(CLEARING_LINES[i].data()); });
+         [](std::size_t i) { fputs(CLEARING_LINES[i].data(), stderr); });
 }
 
-void update_printer_state(const PrinterState& state, std::span<const PrinterStateReason> table) {
+void update_printer_state_from_table(const PrinterState& state, std::span<const PrinterStateReason> table) {
   std::vector<KeywordOfRow> sorted(count_keywords(table));
   sort_keywords(table, sorted);
   report(state, table, sorted, [&](std::size_t i) { fprintf(stderr, CLEARED, sorted[i].keyword.data()); });

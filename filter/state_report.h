@@ -5,10 +5,11 @@
 #include "printer_state.h"
 #include "printer_state_reasons.h"
 
-/// Tells the scheduler the printer's condition, whole: writes "STATE: +" and "DEBUG: " lines for the keywords
-/// of every row that matches `state` in table order (FALLBACK_REASON if none does), then "STATE: -" lines for
-/// all other keywords of the table in byte-wise ascending order, to standard error.
+/// Reports the printer's condition to the scheduler, whole: writes "STATE: +" and "DEBUG: " lines for the
+/// keywords of every row that matches `state` in table order (FALLBACK_REASON if none does), then "STATE: -"
+/// lines for all other keywords of the table in byte-wise ascending order. Each line is one write to the
+/// stream stderr, which is not flushed.
 void update_printer_state(const PrinterState& state);
 
-/// The same with a table of the caller's, of any size and in any order.
-void update_printer_state(const PrinterState& state, std::span<const PrinterStateReason> table);
+/// Does the same as update_printer_state() with the caller's own table, of any size and in any order.
+void update_printer_state_from_table(const PrinterState& state, std::span<const PrinterStateReason> table);

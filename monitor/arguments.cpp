@@ -21,8 +21,12 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   Arguments arguments;
   std::vector<std::string> servers;
   bool no_refresh = false;
-  int timeout = 30;
-  int watch = 0;
+  const WatchRules usual;
+  auto timeout = static_cast<int>(usual.timeout.count());
+  auto watch = static_cast<int>(usual.shortest.count());
+  auto idle = static_cast<int>(usual.longest.count());
+  auto stuck = static_cast<int>(usual.stuck.count());
+  int max_age = 0;
   std::string encryption = "if-requested";
   std::string json;
   std::string prometheus;
@@ -30,7 +34,7 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   std::string output;
   arguments.color = "auto";
 
-  app.add_option("QUEUE", arguments.refresh.queues, "Queues; none means those of all Brenvellis printers");
+  app.add_option("QUEUE", arguments.queues, "Queues; none means those of all Brenvellis printers");
   app.add_option("--server", servers, "Print server, a socket's path too; may be repeated")
       ->type_name("HOST[:PORT]")
       ->allow_extra_args(false);
@@ -38,17 +42,31 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
       ->check(CLI::IsMember({"always", "if-requested", "never", "required"}))
       ->type_name("WHEN");
   auto* no_refresh_flag = app.add_flag("--no-refresh", no_refresh, "Do not ask the printers, only read");
-  app.add_option("--timeout", timeout, "Cancel command jobs that have not ended by then")
+  app.add_option("--timeout", timeout, "Give up command jobs that have not ended by then")
       ->check(CLI::Range(1, 86400))
       ->type_name("SECONDS")
       ->capture_default_str();
-  app.add_flag("--wait", arguments.refresh.wait,
-               "Wait for queues that are printing, paused or rejecting jobs")
+  app.add_flag("--wait", arguments.rules.wait, "Wait for queues that are printing, paused or rejecting jobs")
       ->excludes(no_refresh_flag);
-  auto* watch_option = app.add_option("--watch", watch, "Do it again every so often, until Ctrl-C")
-                           ->check(CLI::Range(1, 86400))
-                           ->type_name("SECONDS");
-  app.add_option("--low", arguments.refresh.low_percent, "A ribbon at or under this is low")
+  constexpr int day = 86400;
+  auto* watch_option =
+      app.add_option("--watch", watch, "Go on until Ctrl-C; ask a queue again after SECONDS at the earliest")
+          ->check(CLI::Range(1, day))
+          ->type_name("SECONDS");
+  app.add_option("--idle", idle, "and after SECONDS at the latest, where nothing changes")
+      ->check(CLI::Range(1, day))
+      ->type_name("SECONDS")
+      ->needs(watch_option)
+      ->capture_default_str();
+  auto* max_age_option = app.add_option("--max-age", max_age, "Do not ask where the values are not older")
+                             ->check(CLI::Range(0, day))
+                             ->type_name("SECONDS")
+                             ->excludes(no_refresh_flag);
+  app.add_option("--stuck", stuck, "A print without a new sheet for so long is an error")
+      ->check(CLI::Range(1, day))
+      ->type_name("SECONDS")
+      ->capture_default_str();
+  app.add_option("--low", arguments.rules.low_percent, "A ribbon at or under this is low")
       ->check(CLI::Range(0, 100))
       ->type_name("PERCENT")
       ->capture_default_str();
@@ -116,20 +134,25 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
     if (!name) {
       return refuse("--server: \"" + text + "\" is no HOST[:PORT]");
     }
-    arguments.refresh.servers.push_back({text, *name});
+    arguments.servers.push_back({text, *name});
   }
   if (servers.empty()) {
     const std::string own = cupsServer();
-    arguments.refresh.servers.push_back({own.starts_with('/') ? "localhost" : own, {own, ippPort()}});
+    arguments.servers.push_back({own.starts_with('/') ? "localhost" : own, {own, ippPort()}});
   }
-  arguments.refresh.refresh = !no_refresh;
-  arguments.refresh.timeout = std::chrono::seconds(timeout);
-  arguments.refresh.encryption = encryption == "always"     ? HTTP_ENCRYPTION_ALWAYS
-                                 : encryption == "never"    ? HTTP_ENCRYPTION_NEVER
-                                 : encryption == "required" ? HTTP_ENCRYPTION_REQUIRED
-                                                            : HTTP_ENCRYPTION_IF_REQUESTED;
-  if (watch_option->count() > 0) {
-    arguments.watch_seconds = watch;
+  arguments.encryption = encryption == "always"     ? HTTP_ENCRYPTION_ALWAYS
+                         : encryption == "never"    ? HTTP_ENCRYPTION_NEVER
+                         : encryption == "required" ? HTTP_ENCRYPTION_REQUIRED
+                                                    : HTTP_ENCRYPTION_IF_REQUESTED;
+  auto& rules = arguments.rules;
+  rules.ask = !no_refresh;
+  rules.again = watch_option->count() > 0;
+  rules.timeout = std::chrono::seconds(timeout);
+  rules.shortest = std::chrono::seconds(watch);
+  rules.longest = std::chrono::seconds(std::max(watch, idle));
+  rules.stuck = std::chrono::seconds(stuck);
+  if (max_age_option->count() > 0) {
+    rules.max_age = std::chrono::seconds(max_age);
   }
   return arguments;
 }

@@ -1,14 +1,16 @@
 #pragma once
 
+#include <cups/cups.h>
+
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
-#include "monitor/refresh.h"
+#include "monitor/queue_watch.h"
+#include "monitor/server_name.h"
 
-/// The exit status for a command line that is none.
+/// Exit status for a usage error.
 inline constexpr int WRONG_USAGE = 64;
 
 /// The path that stands for standard output.
@@ -22,11 +24,19 @@ struct Output {
   std::string path;  ///< "-" for standard output
 };
 
+/// A print server and the name under which it is shown.
+struct NamedServer {
+  std::string label;
+  ServerName name;
+};
+
 /// Arguments is what a command line asks for.
 struct Arguments {
-  RefreshOptions refresh;
+  std::vector<NamedServer> servers;
+  std::vector<std::string> queues;  ///< empty: every Brenvellis printer's
+  http_encryption_t encryption = HTTP_ENCRYPTION_IF_REQUESTED;
+  WatchRules rules;
   std::vector<Output> outputs;
-  std::optional<int> watch_seconds;
   std::string color;  ///< always, auto or never
 };
 

@@ -1,9 +1,11 @@
+#include <fcntl.h>
 #include <langinfo.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <chrono>
 #include <clocale>
 #include <csignal>
@@ -11,26 +13,32 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <thread>
+#include <memory>
+#include <system_error>
 
 #include "monitor/arguments.h"
 #include "monitor/output_file.h"
-#include "monitor/refresh.h"
+#include "monitor/server_process.h"
 #include "monitor/server_requests.h"
 #include "monitor/views/html_view.h"
 #include "monitor/views/json_view.h"
+#include "monitor/views/plain_text.h"
 #include "monitor/views/prometheus_view.h"
 #include "monitor/views/text_view.h"
+#include "monitor/watch_loop.h"
 
 namespace {
 
 constexpr int ENDED_BY_SIGNAL = 128;
 
-StopRequest stop;
+volatile std::sig_atomic_t stop_signal = 0;
+/// A pipe through which the signal reaches poll().
+std::array<int, 2> stop_pipe = {-1, -1};
 
 void request_stop(int signal) {
-  stop.signal = signal;
-  stop.connecting = 1;
+  stop_signal = signal;
+  const char byte = 0;
+  static_cast<void>(!write(stop_pipe[1], &byte, 1));
 }
 
 bool is_terminal(int file) {
@@ -58,41 +66,44 @@ TextStyle style_of_terminal(const std::string& color) {
   return style;
 }
 
-/// Refreshes, and tells a terminal meanwhile how many printers have answered.
-Report refresh_with_live_line(const RefreshOptions& options) {
-  constexpr std::chrono::milliseconds glance(100);
-  Progress progress;
-  std::jthread live;  // whose destructor ends it
-  if (is_terminal(STDERR_FILENO)) {
-    live = std::jthread([&](const std::stop_token& ended) {
-      bool shown = false;
-      for (int passed = 0; !ended.stop_requested(); ++passed) {
-        // What is over in a moment needs no line.
-        if (passed > 3 && progress.asked > 0) {
-          fprintf(stderr, "\r%d of %d printers have answered\033[K", progress.answered.load(),
-                  progress.asked.load());
-          shown = true;
-        }
-        std::this_thread::sleep_for(glance);
-      }
-      if (shown) {
-        fputs("\r\033[K", stderr);
-      }
-    });
+/// LiveLine tells a terminal how many printers have answered, while the others are waited for.
+class LiveLine {
+ public:
+  void show(std::size_t answered, std::size_t sent) {
+    // What is over in a moment needs no line.
+    constexpr std::chrono::milliseconds moment(300);
+    if (!is_wanted_ || sent == 0 || answered == sent || std::chrono::steady_clock::now() - began_ < moment) {
+      return;
+    }
+    fprintf(stderr, "\r%zu of %zu printers have answered\033[K", answered, sent);
+    is_shown_ = true;
   }
-  return refresh(options, progress, stop);
-}
+  void clear() {
+    if (is_shown_) {
+      fputs("\r\033[K", stderr);
+    }
+    is_shown_ = false;
+  }
+
+ private:
+  bool is_wanted_ = is_terminal(STDERR_FILENO);
+  bool is_shown_ = false;
+  std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
+};
 
 std::string rendered(const Report& report, View view, const Arguments& arguments, const TextStyle& style) {
   constexpr int shortest_reload = 5;
   constexpr int usual_reload = 30;
   switch (view) {
     case View::Json:
-      return json_view(report, arguments.watch_seconds ? -1 : 2);
+      return json_view(report, arguments.rules.again ? -1 : 2);
     case View::Prometheus:
       return prometheus_view(report);
     case View::Html:
-      return html_view(report, std::max(shortest_reload, arguments.watch_seconds.value_or(usual_reload)));
+      return html_view(report,
+                       arguments.rules.again
+                           ? std::max(shortest_reload, static_cast<int>(arguments.rules.shortest.count()))
+                           : usual_reload);
     case View::Text:
       break;
   }
@@ -118,7 +129,7 @@ Written write_views(const Report& report, const Arguments& arguments) {
     if (to_file) {
       error = write_whole(output.path, text);
     } else {
-      if (arguments.watch_seconds && output.view == View::Text && is_terminal(STDOUT_FILENO)) {
+      if (arguments.rules.again && output.view == View::Text && is_terminal(STDOUT_FILENO)) {
         fputs("\033[H\033[2J", stdout);
       }
       if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0) {
@@ -134,50 +145,51 @@ Written write_views(const Report& report, const Arguments& arguments) {
   return written;
 }
 
-/// Whether standard output is a pipe or terminal that nobody will read any more.
-bool has_lost_reader() {
-  pollfd output{STDOUT_FILENO, 0, 0};
-  return poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
-}
-
-/// @param shown  whether there is no point without standard output.
-void rest(std::chrono::seconds length, bool shown) {
-  constexpr std::chrono::milliseconds glance(50);
-  const auto end = std::chrono::steady_clock::now() + length;
-  while (stop.signal == 0 && std::chrono::steady_clock::now() < end && !(shown && has_lost_reader())) {
-    std::this_thread::sleep_for(glance);
-  }
-}
-
-/// Refreshes and shows, once or until a signal. Returns the exit status.
+/// Asks and shows, once or until a signal. Returns the exit status.
 int monitor(const Arguments& arguments) {
-  for (;;) {
-    const Report report = refresh_with_live_line(arguments.refresh);
-    if (stop.signal != 0) {
-      return ENDED_BY_SIGNAL + stop.signal;
-    }
-    const auto written = write_views(report, arguments);
-    if (stop.signal != 0) {  // while a FIFO had no reader, for example
-      return ENDED_BY_SIGNAL + stop.signal;
-    }
-    if (!arguments.watch_seconds) {
-      return static_cast<int>(written.all ? judge(report) : worse(judge(report), Verdict::Unknown));
-    }
-    const bool shown = std::ranges::any_of(
-        arguments.outputs, [](const Output& output) { return output.path == STANDARD_OUTPUT; });
-    if (written.standard_output) {
-      rest(std::chrono::seconds(*arguments.watch_seconds), shown);
-    }
-    if (stop.signal == 0 && (!written.standard_output || (shown && has_lost_reader()))) {
-      return static_cast<int>(Verdict::Unknown);
-    }
-    if (stop.signal != 0) {
-      return ENDED_BY_SIGNAL + stop.signal;
-    }
+  constexpr std::chrono::seconds longest_patience(10);
+  const std::chrono::milliseconds patience = std::min(longest_patience, arguments.rules.timeout);
+  std::vector<WatchedServer> servers;
+  for (const auto& server : arguments.servers) {
+    servers.push_back(
+        {server.label, std::make_unique<ServerProcess>(server.name, arguments.encryption, patience)});
   }
+
+  LiveLine line;
+  auto status = Verdict::Unknown;
+  WatchCaller caller;
+  caller.stop = stop_pipe[0];
+  const bool is_shown = std::ranges::any_of(
+      arguments.outputs, [](const Output& output) { return output.path == STANDARD_OUTPUT; });
+  caller.output = arguments.rules.again && is_shown ? STDOUT_FILENO : -1;
+  caller.progress = [&](std::size_t answered, std::size_t sent) {
+    if (!arguments.rules.again) {
+      line.show(answered, sent);
+    }
+  };
+  caller.note = [&](const std::string& text) {
+    line.clear();
+    fprintf(stderr, "brenvellis-monitor: %s\n", printable(text).c_str());
+  };
+  caller.show = [&](const Report& report) {
+    line.clear();
+    const auto written = write_views(report, arguments);
+    status = written.all ? judge(report) : worse(judge(report), Verdict::Unknown);
+    return written.standard_output;
+  };
+
+  const auto end = watch(servers, arguments.queues, arguments.rules, caller);
+  line.clear();
+  if (end == WatchEnd::Stopped || stop_signal != 0) {
+    return ENDED_BY_SIGNAL + stop_signal;
+  }
+  return static_cast<int>(end == WatchEnd::Done ? status : Verdict::Unknown);
 }
 
 void take_signals() {
+  if (pipe2(stop_pipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
+    throw std::system_error(errno, std::generic_category(), "pipe");
+  }
   struct sigaction action {};
   action.sa_handler = request_stop;
   action.sa_flags = static_cast<int>(SA_RESETHAND);  // a second Ctrl-C ends it at once

@@ -2,8 +2,12 @@
 
 #include <string>
 
-/// Writes a file under a temporary name in its folder and renames it, so that who reads it sees the old text
-/// or the new one, never a part. Links are followed; an existing file keeps its mode, a new one has that of
-/// the umask. What exists and is no file, such as a device or a FIFO, is written to as it is.
+/// Writes a file under a temporary name in its folder and renames it, so that a reader sees the old text or
+/// the new one, never a part.
+///
+/// Links are followed, also those in the middle of the path, if they belong to the caller or to root; any
+/// other could have been planted. Whatever exists and is not a regular file is left alone. A new file has the
+/// mode of the umask; one that replaces another has only those of these rights that the old one had, and
+/// belongs to the caller.
 /// @return nothing on success, else what went wrong, for a person.
 [[nodiscard]] std::string write_whole(const std::string& path, const std::string& text);

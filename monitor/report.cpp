@@ -25,15 +25,23 @@ Verdict worse(Verdict one, Verdict other) {
 }
 
 bool is_good(Outcome outcome) {
-  return outcome == Outcome::Refreshed || outcome == Outcome::NotAsked || outcome == Outcome::Busy;
+  return outcome == Outcome::Refreshed || outcome == Outcome::NotAsked || outcome == Outcome::Asking ||
+         outcome == Outcome::Busy;
 }
 
 bool is_low(const Reading& reading, int low_percent) {
   return reading.level_percent && *reading.level_percent <= low_percent;
 }
 
+bool is_empty(const Reading& reading) {
+  return reading.level_percent && reading.prints_remaining.value_or(*reading.level_percent) == 0;
+}
+
 Verdict judge(const QueueReport& queue, int low_percent) {
   const auto is_error = [](const std::string& reason) { return reason.ends_with("-error"); };
+  if (queue.stuck || queue.outcome == Outcome::Stopped || is_empty(queue.reading)) {
+    return Verdict::Error;
+  }
   if (!queue.reading.errors.empty() || std::ranges::any_of(queue.reading.reasons, is_error)) {
     return Verdict::Error;
   }

@@ -11,12 +11,14 @@
 /// What became of a queue in a call of brenvellis-monitor.
 enum class Outcome : std::uint8_t {
   Refreshed,    ///< the printer was asked, the values are new
-  NotAsked,     ///< nobody wanted it to be asked
-  Busy,         ///< not asked: it prints for somebody
-  Paused,       ///< not asked: a job would wait
+  NotAsked,     ///< no refresh was requested, or the values are young enough
+  Asking,       ///< the answer is still out
+  Busy,         ///< not asked: it is printing
+  Paused,       ///< not asked: somebody paused the queue
+  Stopped,      ///< not asked: the scheduler stopped the queue after an error
   Rejecting,    ///< not asked: the queue takes no jobs
   Unsupported,  ///< not asked: its filter does not know ReportLevels
-  TimedOut,     ///< asked, and the command job cancelled
+  TimedOut,     ///< asked, and the command job given up
   Failed,       ///< the scheduler refused, went away, or the command job failed
   NotFound,     ///< there is no such queue
 };
@@ -27,13 +29,17 @@ struct QueueReport {
   Outcome outcome = Outcome::NotAsked;
   std::string detail;             ///< why it failed, if there is more to say
   std::optional<double> seconds;  ///< how long the command job took
+
+  bool stuck = false;      ///< a print does not move; the reading's message may say why
+  int prints_waiting = 0;  ///< behind the one that is printing
+  std::optional<int> job_seconds = std::nullopt;  ///< how long the current print has been printing
 };
 
 /// ServerReport is a print server and its queues.
 struct ServerReport {
   std::string server;
-  std::string error;  ///< why it could not be reached; empty if it was
-  double seconds = 0;
+  std::string error;   ///< why it could not be reached; empty if it was
+  double seconds = 0;  ///< how long its queues took, or, in a watch, its last answer
   std::vector<QueueReport> queues;
 };
 
@@ -50,14 +56,18 @@ enum class Verdict : std::uint8_t { Well = 0, Low = 1, Error = 2, Unknown = 3 };
 /// The worse of two: Error before Unknown before Low before Well.
 [[nodiscard]] Verdict worse(Verdict one, Verdict other);
 
-/// Whether the outcome left nothing to complain about: refreshed, not meant to be, or busy printing.
+/// Whether the outcome left nothing to complain about: refreshed, not meant to be, still out, or busy
+/// printing.
 [[nodiscard]] bool is_good(Outcome outcome);
 
 /// Whether the ribbon's level is known and at or under `low_percent`.
 [[nodiscard]] bool is_low(const Reading& reading, int low_percent);
 
-/// Error if the printer reports one; Unknown if the queue could not be refreshed or its level is not known;
-/// Low if the ribbon is.
+/// Whether the ribbon is known to have no print left.
+[[nodiscard]] bool is_empty(const Reading& reading);
+
+/// Error if the printer reports one, a print is stuck, the queue was stopped or the ribbon is empty; Unknown
+/// if the queue could not be refreshed or its level is not known; Low if the ribbon is.
 [[nodiscard]] Verdict judge(const QueueReport& queue, int low_percent);
 
 /// The worst of all queues; Unknown for a server that was not reached and for a report without a queue.

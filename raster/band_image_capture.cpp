@@ -12,10 +12,7 @@
 
 namespace {
 
-/// The longest text of one expansion is that of a 64-bit number or of a time stamp.
-using Piece = std::array<char, 64>;
-
-// Edges and strides are a stranger's numbers: they wrap round instead of being undefined.
+// Edges and strides are untrusted: unsigned arithmetic wraps round where signed would be undefined.
 std::int64_t difference(std::int64_t a, std::int64_t b) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));
 }
@@ -38,7 +35,7 @@ std::int64_t height(const tagLNBandImageParams& band) {
 
 std::int64_t bits_per_pixel(const tagLNBandImageParams& band) {
   if (width(band) == 0) {
-    // Not every processor ends a process that divides by zero.
+    // The process ends by SIGFPE, on purpose. Not every processor ends a process that divides by zero.
     std::raise(SIGFPE);
     std::abort();
   }
@@ -47,48 +44,44 @@ std::int64_t bits_per_pixel(const tagLNBandImageParams& band) {
   return product(width(band) == -1 ? difference(0, bytes) : bytes / width(band), 8);
 }
 
-Piece number_text(std::int64_t number) {
-  Piece piece{};
-  // long has 32 bits on some processors.
-  snprintf(piece.data(), piece.size(), "%lld", static_cast<long long>(number));
-  return piece;
-}
-
-Piece running_number_text() {
+std::int32_t next_number() {
+  // Counts every "%C" of the process, on purpose also those of failed calls.
   static std::int32_t s_count = 0;
-  Piece piece{};
-  const std::int32_t number = s_count++;
-  snprintf(piece.data(), piece.size(), "%04d", number);
-  return piece;
+  return s_count++;
 }
 
-Piece time_text() {
-  Piece piece{};
+using TimeStamp = std::array<char, 64>;
+
+TimeStamp time_stamp() {
+  TimeStamp text = {"(no_time)"};
   const std::time_t now = std::time(nullptr);
-  const std::tm* local = std::localtime(&now);
-  if (local == nullptr) {
-    snprintf(piece.data(), piece.size(), "(no_time)");
-  } else {
-    std::strftime(piece.data(), piece.size(), "%Y%m%d_%H%M%S", local);
+  if (const std::tm* local = std::localtime(&now)) {
+    (void)std::strftime(text.data(), text.size(), "%Y%m%d_%H%M%S", local);
   }
-  return piece;
+  return text;
 }
 
-/// @return what "%" and `letter` stand for; empty if nothing.
-Piece expansion(char letter, const tagLNBandImageParams* params) {
+/// Formats what "%" and `letter` stand for.
+///
+/// @return the count that snprintf() reports; 0 for a letter that stands for nothing.
+int expand(char letter, const tagLNBandImageParams* params, char* out, std::size_t room) {
+  // long has 32 bits on some processors, so numbers are formatted as long long.
+  const auto number = [out, room](std::int64_t value) {
+    return snprintf(out, room, "%lld", static_cast<long long>(value));
+  };
   switch (letter) {
     case 'B':
-      return number_text(params != nullptr ? bits_per_pixel(*params) : 0);
+      return number(params != nullptr ? bits_per_pixel(*params) : 0);
     case 'C':
-      return running_number_text();
+      return snprintf(out, room, "%04d", next_number());
     case 'H':
-      return number_text(params != nullptr ? height(*params) : 0);
+      return number(params != nullptr ? height(*params) : 0);
     case 'T':
-      return time_text();
+      return snprintf(out, room, "%s", time_stamp().data());
     case 'W':
-      return number_text(params != nullptr ? width(*params) : 0);
+      return number(params != nullptr ? width(*params) : 0);
     default:
-      return {};
+      return 0;  // dropped, on purpose
   }
 }
 
@@ -115,13 +108,12 @@ bool format_string_util(char* out, unsigned long size, const char* templ,
   for (const char* c = templ; *c != '\0'; ++c) {
     if (percent) {
       percent = false;
-      const Piece piece = expansion(*c, params);
-      const int length = snprintf(out + position, end - position, "%s", piece.data());
+      const int length = expand(*c, params, out + position, end - position);
       if (length < 0) {
         good = false;
         break;
       }
-      // A cut expansion counts with its full length, so that nothing behind it finds a place.
+      // A cut expansion counts with its full length: on purpose, nothing behind it finds a place.
       position = std::min(end, position + static_cast<std::size_t>(length));
     } else if (*c == '%') {
       percent = true;
@@ -147,6 +139,7 @@ bool save_memory(const char* path, const void* data, unsigned long size) {
   std::size_t written = 0;
   try {
     written = fwrite(data, 1, size, file);
+    // To standard output and also after a short write, on purpose.
     printf("written: %ld bytes.\n", static_cast<long>(written));
   } catch (...) {
     fclose(file);
@@ -156,6 +149,7 @@ bool save_memory(const char* path, const void* data, unsigned long size) {
   if (written < size) {
     return false;
   }
+  // For everybody, on purpose, whatever the process's mask is.
   chmod(path, 0666);
   return true;
 }

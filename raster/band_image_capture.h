@@ -24,7 +24,7 @@ bool save_image_as_raw(const char* templ, const tagLNBandImageParams* params);
 /// its bits per pixel (whole bytes of a line a pixel, times 8), "%T" for the local time as
 /// "20261116_073016" or "(no_time)", "%C" for the number of "%C"s that this process expanded before, with at
 /// least 4 digits. A "%" with any other character, or at the end, expands to nothing. "%B" for a band of
-/// width 0 ends the process.
+/// width 0 ends the process by SIGFPE.
 ///
 /// Literal characters are never cut: the first without a place ends the call with false. An expansion has to
 /// leave one byte free beside that of the terminator; otherwise it is cut until it does, and nothing behind
@@ -36,8 +36,8 @@ bool save_image_as_raw(const char* templ, const tagLNBandImageParams* params);
 /// @return whether every literal character of the template found its place.
 bool format_string_util(char* out, unsigned long size, const char* templ, const tagLNBandImageParams* params);
 
-/// Writes a block of memory to a file, replacing one that exists, and gives everybody leave to read and write
-/// it. Every attempted write is told on standard output: "written: 192000 bytes.".
+/// Writes a block of memory to a file, replacing one that exists, and sets its mode to 0666. Prints the number
+/// of bytes written to standard output after every attempt: "written: 192000 bytes.".
 ///
 /// @param size  in bytes; 0 is a failure, as is a null pointer, and neither touches the file.
 /// @return whether all bytes were accepted. A file that was not written in full stays as it is.

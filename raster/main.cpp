@@ -20,8 +20,8 @@
 
 #include "raster/band_file.h"
 #include "raster/page_header_dump.h"
-#include "raster/progress.h"
 #include "raster/raster_stream.h"
+#include "raster/stream_progress.h"
 
 namespace {
 
@@ -64,7 +64,7 @@ void dump_header(const cups_page_header2_t& header) {
 }
 
 /// Reads a page without keeping anything, in little memory however long its lines are.
-ExitStatus skip_page(RasterStream& stream, std::uint64_t page, Progress& progress) {
+ExitStatus skip_page(RasterStream& stream, std::uint64_t page, StreamProgress& progress) {
   std::array<unsigned char, 65536> buffer;
   const std::uint64_t lines = stream.lines();
   for (std::uint64_t line = 0; line < lines; ++line) {
@@ -87,7 +87,7 @@ ExitStatus skip_page(RasterStream& stream, std::uint64_t page, Progress& progres
 
 /// Cuts a page into bands and saves each. When the page breaks off, the lines that came are saved.
 ExitStatus capture_page(RasterStream& stream, std::uint64_t page, const Options& options,
-                        Progress& progress) {
+                        StreamProgress& progress) {
   const std::size_t stride = stream.header().cupsBytesPerLine;
   const std::uint64_t lines = stream.lines();
   if (stream.header().cupsWidth == 0) {
@@ -155,7 +155,7 @@ ExitStatus dump_stream(int descriptor, const Options& options) {
     fprintf(stderr, "brenvellis-rasterdump: %s: %s\n", name, stream.error().c_str());
     return EXIT_INPUT;
   }
-  Progress progress;
+  StreamProgress progress;
   for (std::uint64_t page = 1;; ++page) {
     const RasterStream::Next next = stream.next_page();
     progress.clear();

@@ -209,6 +209,7 @@ std::string card_text(const Report& report, const Card& card, std::size_t number
   for (const auto& error : reading.errors) {
     text += paragraph("problem", capitalized(error_text(error, reading)));
   }
+  text += paragraph("problem", capitalized(trouble_text(*card.queue)));
   if (card.queue->outcome == Outcome::NotFound) {
     return text + paragraph("problem", capitalized(outcome_text(*card.queue))) + "</article>\n</li>\n";
   }
@@ -223,6 +224,7 @@ std::string card_text(const Report& report, const Card& card, std::size_t number
   }
   text += paragraph("note", capitalized(silence(reading)));
   text += paragraph("facts", facts(reading));
+  text += paragraph(card.queue->stuck ? "note" : "facts", capitalized(waiting_text(*card.queue)));
   text += paragraph(is_good(card.queue->outcome) ? "age" : "note", capitalized(outcome_text(*card.queue)));
   text += paragraph("age", age(report, reading));
   return text + "</article>\n</li>\n";

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "monitor/views/plain_text.h"
 #include "monitor/views/wording.h"
 
 namespace {
@@ -37,10 +38,14 @@ const char* name_of(Outcome outcome) {
       return "refreshed";
     case Outcome::NotAsked:
       return "not-asked";
+    case Outcome::Asking:
+      return "asking";
     case Outcome::Busy:
       return "busy";
     case Outcome::Paused:
       return "paused";
+    case Outcome::Stopped:
+      return "stopped";
     case Outcome::Rejecting:
       return "rejecting";
     case Outcome::Unsupported:
@@ -62,6 +67,7 @@ Json ribbon_of(const Reading& reading, int low_percent) {
       {"level_percent", value_or_null(reading.level_percent)},
       {"low", reading.level_percent ? Json(is_low(reading, low_percent)) : Json(nullptr)},
       {"sheet", text_or_null(reading.sheet)},
+      {"words", text_or_null(reading.ribbon_words)},
       {"answered", value_or_null(reading.answered)},
       {"age_seconds", value_or_null(reading.age_seconds)},
   };
@@ -89,7 +95,13 @@ Json queue_of(const QueueReport& queue, int low_percent) {
       {"location", text_or_null(reading.location)},
       {"make_and_model", text_or_null(reading.make_and_model)},
       {"state", state_of(reading.state)},
+      {"state_seconds", value_or_null(reading.state_seconds)},
+      {"message", text_or_null(reading.state_message)},
       {"accepting_jobs", value_or_null(reading.accepting)},
+      {"shared", value_or_null(reading.shared)},
+      {"stuck", queue.stuck},
+      {"prints_waiting", queue.prints_waiting},
+      {"print_seconds", value_or_null(queue.job_seconds)},
       {"refresh",
        {{"outcome", name_of(queue.outcome)},
         {"detail", text_or_null(queue.detail)},
@@ -122,5 +134,5 @@ std::string json_view(const Report& report, int indent) {
       {"low_percent", report.low_percent},
       {"servers", servers},
   };
-  return object.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
+  return escaped_json(object.dump(indent, ' ', false, Json::error_handler_t::replace)) + "\n";
 }

@@ -1,57 +1,62 @@
 #include "monitor/views/plain_text.h"
 
-#include <cwchar>
+#include <utf8proc.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
 
 namespace {
 
 constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";
-constexpr char32_t BROKEN = 0xFFFFFFFF;
-constexpr char32_t DOUBLE_PRIME = 0x2033;
+constexpr utf8proc_int32_t BROKEN = -1;
+constexpr utf8proc_int32_t DOUBLE_PRIME = 0x2033;
 
-/// Takes one character off the text's front; BROKEN (and one byte) if that is no valid UTF-8.
-char32_t take(std::string_view& text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const auto lead = byte(0);
-  std::size_t length = 1;
-  char32_t least = 0;
-  char32_t character = lead;
-  if (lead >= 0xF0 && lead < 0xF8) {
-    length = 4;
-    least = 0x10000;
-    character = lead & 0x07U;
-  } else if (lead >= 0xE0 && lead < 0xF0) {
-    length = 3;
-    least = 0x800;
-    character = lead & 0x0FU;
-  } else if (lead >= 0xC0 && lead < 0xE0) {
-    length = 2;
-    least = 0x80;
-    character = lead & 0x1FU;
-  } else if (lead >= 0x80) {
-    character = BROKEN;
-  }
-  for (std::size_t i = 1; i < length && character != BROKEN; ++i) {
-    character = i < text.size() && (byte(i) & 0xC0U) == 0x80 ? (character << 6U) | (byte(i) & 0x3FU) : BROKEN;
-  }
-  const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
-  if (character == BROKEN || character < least || character > 0x10FFFF || surrogate) {
-    text.remove_prefix(1);
-    return BROKEN;
-  }
-  text.remove_prefix(length);
-  return character;
+/// Takes one character off the text's front; BROKEN (and one byte) if that is not valid UTF-8.
+utf8proc_int32_t take(std::string_view& text) {
+  utf8proc_int32_t character = BROKEN;
+  const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                                       static_cast<utf8proc_ssize_t>(text.size()), &character);
+  text.remove_prefix(static_cast<std::size_t>(std::max<utf8proc_ssize_t>(length, 1)));
+  return length > 0 ? character : BROKEN;
 }
 
-bool is_unwanted(char32_t character) {
-  return character == BROKEN || character < 0x20 || (character >= 0x7F && character < 0xA0) ||
-         character == 0x200E || character == 0x200F ||    // marks of direction
-         (character >= 0x2028 && character <= 0x202E) ||  // separators, embeddings, overrides
-         (character >= 0x2066 && character <= 0x2069);    // isolates
+/// The three marks without an explicit direction class; the rest of Unicode's Bidi_Control have one.
+bool is_direction_mark(utf8proc_int32_t character) {
+  return character == 0x061C || character == 0x200E || character == 0x200F;
 }
 
-std::size_t width_of(char32_t character) {
-  const int width = wcwidth(static_cast<wchar_t>(character));
-  return width < 0 ? 1 : static_cast<std::size_t>(width);
+bool is_unwanted(utf8proc_int32_t character) {
+  if (character == BROKEN || is_direction_mark(character)) {
+    return true;
+  }
+  const auto* property = utf8proc_get_property(character);
+  switch (property->category) {
+    case UTF8PROC_CATEGORY_CC:
+    case UTF8PROC_CATEGORY_ZL:
+    case UTF8PROC_CATEGORY_ZP:
+      return true;
+    default:
+      break;
+  }
+  switch (property->bidi_class) {
+    case UTF8PROC_BIDI_CLASS_LRE:
+    case UTF8PROC_BIDI_CLASS_LRO:
+    case UTF8PROC_BIDI_CLASS_RLE:
+    case UTF8PROC_BIDI_CLASS_RLO:
+    case UTF8PROC_BIDI_CLASS_PDF:
+    case UTF8PROC_BIDI_CLASS_LRI:
+    case UTF8PROC_BIDI_CLASS_RLI:
+    case UTF8PROC_BIDI_CLASS_FSI:
+    case UTF8PROC_BIDI_CLASS_PDI:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::size_t width_of(utf8proc_int32_t character) {
+  return character == BROKEN ? 1 : static_cast<std::size_t>(utf8proc_charwidth(character));
 }
 
 }  // namespace
@@ -69,6 +74,22 @@ std::string printable(std::string_view text) {
   return result;
 }
 
+std::string escaped_json(std::string_view json) {
+  std::string result;
+  while (!json.empty()) {
+    const auto before = json;
+    const auto character = take(json);
+    if (character >= 0x7F && is_unwanted(character)) {
+      std::array<char, 16> escape{};
+      snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(character));
+      result += escape.data();
+    } else {
+      result += before.substr(0, before.size() - json.size());
+    }
+  }
+  return result;
+}
+
 std::string to_ascii(std::string_view text) {
   std::string result;
   while (!text.empty()) {
@@ -76,7 +97,7 @@ std::string to_ascii(std::string_view text) {
     if (character == DOUBLE_PRIME) {
       result += '"';
     } else {
-      result += character < 0x80 ? static_cast<char>(character) : '?';
+      result += character >= 0 && character < 0x80 ? static_cast<char>(character) : '?';
     }
   }
   return result;

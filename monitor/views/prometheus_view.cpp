@@ -102,10 +102,18 @@ std::string server_samples(const Report& report) {
 
 std::string prometheus_view(const Report& report) {
   // prints_total is the size of the ribbon, no counter; only an untyped metric may have the name without one.
-  const std::array<QueueMetric, 5> metrics = {{
+  const std::array<QueueMetric, 9> metrics = {{
       {"brenvellis_queue_up", "gauge",
        "Whether the queue could be read and, if it was to be refreshed, was (or is printing).",
        [](const QueueReport& queue) { return is_good(queue.outcome) ? 1.0 : 0.0; }},
+      {"brenvellis_queue_paused", "gauge", "Whether somebody paused the queue.",
+       [](const QueueReport& queue) { return queue.outcome == Outcome::Paused ? 1.0 : 0.0; }},
+      {"brenvellis_queue_stuck", "gauge", "Whether a print does not move.",
+       [](const QueueReport& queue) { return queue.stuck ? 1.0 : 0.0; }},
+      {"brenvellis_queue_prints_waiting", "gauge", "Prints that wait for their turn.",
+       [](const QueueReport& queue) { return static_cast<double>(queue.prints_waiting); }},
+      {"brenvellis_queue_print_seconds", "gauge", "How long the current print has been printing.",
+       [](const QueueReport& queue) { return as_double(queue.job_seconds); }},
       {"brenvellis_ribbon_prints_remaining", "gauge", "Prints left on the ink ribbon.",
        [](const QueueReport& queue) { return as_double(queue.reading.prints_remaining); }},
       {"brenvellis_ribbon_prints_total", "untyped", "Prints on the ink ribbon when it was new.",

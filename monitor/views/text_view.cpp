@@ -93,7 +93,9 @@ std::string queue_lines(const QueueReport& queue, const std::string& name, std::
     text += writer.fitted(supplies_text(reading), writer.width() - columns(indent) - STATE_WIDTH - 2);
   } else {
     text += writer.gauge(reading, ribbon_color(reading, low_percent)) + "  " + prints_left_text(reading);
-    if (is_low(reading, low_percent)) {
+    if (is_empty(reading)) {
+      text += writer.colored(RED, " EMPTY");
+    } else if (is_low(reading, low_percent)) {
       text += writer.colored(YELLOW, " LOW");
     }
   }
@@ -110,6 +112,12 @@ std::string queue_lines(const QueueReport& queue, const std::string& name, std::
   }
   for (const auto& error : reading.errors) {
     text += detail(RED, error_text(error, reading));
+  }
+  if (const auto trouble = trouble_text(queue); !trouble.empty()) {
+    text += detail(RED, trouble);
+  }
+  if (const auto waiting = waiting_text(queue); !waiting.empty()) {
+    text += detail(queue.stuck ? YELLOW : FAINT, waiting);
   }
   if (!reading.reasons.empty()) {
     text += detail(YELLOW, joined(reading.reasons));

@@ -46,23 +46,24 @@ std::string error_text(const ReasonCode& error, const Reading& reading) {
   return error.code == error.group ? "error " + error.group : "error " + error.group + ", code " + error.code;
 }
 
-std::string age_text(int seconds) {
+std::string duration_text(int seconds) {
   constexpr int minute = 60;
   constexpr int hour = 60 * minute;
   constexpr int day = 24 * hour;
-  if (seconds < 2) {
-    return "just now";
-  }
   if (seconds < 2 * minute) {
-    return std::to_string(seconds) + " s ago";
+    return std::to_string(seconds) + " s";
   }
   if (seconds < 2 * hour) {
-    return std::to_string(seconds / minute) + " min ago";
+    return std::to_string(seconds / minute) + " min";
   }
   if (seconds < 2 * day) {
-    return std::to_string(seconds / hour) + " h ago";
+    return std::to_string(seconds / hour) + " h";
   }
-  return std::to_string(seconds / day) + " days ago";
+  return std::to_string(seconds / day) + " days";
+}
+
+std::string age_text(int seconds) {
+  return seconds < 2 ? "just now" : duration_text(seconds) + " ago";
 }
 
 std::string read_text(const Reading& reading) {
@@ -89,6 +90,28 @@ std::string state_text(const Reading& reading) {
   }
 }
 
+std::string waiting_text(const QueueReport& queue) {
+  if (queue.prints_waiting == 0) {
+    return {};
+  }
+  return std::to_string(queue.prints_waiting) + (queue.prints_waiting == 1 ? " print waits" : " prints wait");
+}
+
+std::string trouble_text(const QueueReport& queue) {
+  std::string text;
+  if (queue.stuck) {
+    text = "the print does not move";
+    if (queue.job_seconds) {
+      text += " (" + duration_text(*queue.job_seconds) + ")";
+    }
+  } else if (queue.outcome == Outcome::Stopped) {
+    text = "the queue is down";
+  } else {
+    return is_empty(queue.reading) ? "the ribbon is empty" : "";
+  }
+  return queue.reading.state_message.empty() ? text : text + ": " + queue.reading.state_message;
+}
+
 std::string outcome_text(const QueueReport& queue) {
   const auto with_detail = [&](std::string text) {
     return queue.detail.empty() ? text : std::move(text) + ": " + queue.detail;
@@ -97,10 +120,14 @@ std::string outcome_text(const QueueReport& queue) {
     case Outcome::Refreshed:
     case Outcome::NotAsked:
       return {};
+    case Outcome::Asking:
+      return "asking";
     case Outcome::Busy:
-      return "not refreshed: it is printing";
+      return queue.stuck ? std::string() : "not refreshed: it is printing";
     case Outcome::Paused:
       return "not refreshed: the queue is paused";
+    case Outcome::Stopped:
+      return "not refreshed: the queue was stopped after an error";
     case Outcome::Rejecting:
       return "not refreshed: the queue rejects jobs";
     case Outcome::Unsupported:

@@ -25,6 +25,9 @@
 /// "error 0008, code 2660"; for the keyword that also stands for a missing answer, both of what it may mean.
 [[nodiscard]] std::string error_text(const ReasonCode& error, const Reading& reading);
 
+/// "5 s", "3 min", "7 h", "12 days".
+[[nodiscard]] std::string duration_text(int seconds);
+
 /// "just now", "5 s ago", "3 min ago", "7 h ago", "12 days ago".
 [[nodiscard]] std::string age_text(int seconds);
 
@@ -33,6 +36,13 @@
 
 /// "idle", "printing", "paused", "rejecting", "unknown".
 [[nodiscard]] std::string state_text(const Reading& reading);
+
+/// "2 prints wait"; empty if none does.
+[[nodiscard]] std::string waiting_text(const QueueReport& queue);
+
+/// What is wrong besides the printer's errors: "the print does not move (41 min): Waiting for printer to
+/// become available.". Empty if nothing is.
+[[nodiscard]] std::string trouble_text(const QueueReport& queue);
 
 /// Why the values are not new: "not refreshed: printing". Empty if nothing needs to be said.
 [[nodiscard]] std::string outcome_text(const QueueReport& queue);

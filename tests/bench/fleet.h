@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/network_printer.h"
 #include "tests/support/private_scheduler.h"
-#include "tests/support/simulated_printer.h"
 #include "tests/unit/known_codes.h"
 
 /// Condition is what a printer of the fleet is set to, and so what its queue must show.
@@ -28,7 +28,7 @@ class Fleet {
  public:
   explicit Fleet(std::size_t size) {
     for (std::size_t i = 0; i < size; ++i) {
-      printers_.push_back(std::make_unique<SimulatedPrinter>());
+      printers_.push_back(std::make_unique<NetworkPrinter>());
       scheduler.add_queue(queue(i), printers_[i]->device_uri());
     }
     conditions_.resize(size);
@@ -38,7 +38,7 @@ class Fleet {
   }
 
   [[nodiscard]] std::size_t size() const { return printers_.size(); }
-  [[nodiscard]] const SimulatedPrinter& printer(std::size_t i) const { return *printers_[i]; }
+  [[nodiscard]] const NetworkPrinter& printer(std::size_t i) const { return *printers_[i]; }
   static std::string queue(std::size_t i) { return std::string("q").append(std::to_string(i)); }
 
   /// Gives every printer another condition.
@@ -109,7 +109,7 @@ class Fleet {
 
   // The same conditions in every run.
   std::mt19937 random_;
-  std::vector<std::unique_ptr<SimulatedPrinter>> printers_;
+  std::vector<std::unique_ptr<NetworkPrinter>> printers_;
   std::vector<Condition> conditions_;
   std::vector<std::pair<unsigned, std::string>> codes_;
 };

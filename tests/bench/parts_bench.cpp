@@ -31,12 +31,12 @@ BENCHMARK_CAPTURE(update_printer_state, good, PrinterState::Good());
 BENCHMARK_CAPTURE(update_printer_state, error, PrinterState::Error(0x2660));
 BENCHMARK_CAPTURE(update_printer_state, unavailable, PrinterState::Unavailable());
 
-void update_printer_state_with_a_table(benchmark::State& run) {
+void update_printer_state_from_table(benchmark::State& run) {
   for (auto _ : run) {
-    update_printer_state(PrinterState::Good(), PRINTER_STATE_REASONS);
+    update_printer_state_from_table(PrinterState::Good(), PRINTER_STATE_REASONS);
   }
 }
-BENCHMARK(update_printer_state_with_a_table);
+BENCHMARK(update_printer_state_from_table);
 
 void printer_state_to_string(benchmark::State& run) {
   for (auto _ : run) {

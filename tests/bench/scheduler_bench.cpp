@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "tests/bench/measure.h"
+#include "tests/support/network_printer.h"
 #include "tests/support/private_scheduler.h"
-#include "tests/support/simulated_printer.h"
 
 namespace {
 
@@ -23,13 +23,13 @@ std::string queue_name(int number) {
 struct Fleet {
   explicit Fleet(int count, const std::string& ppd = PPD_FILE) {
     for (int i = 0; i < count; ++i) {
-      printers.push_back(std::make_unique<SimulatedPrinter>());
+      printers.push_back(std::make_unique<NetworkPrinter>());
       scheduler.add_queue(queue_name(i), printers.back()->device_uri(), ppd);
     }
   }
 
   PrivateScheduler scheduler;
-  std::vector<std::unique_ptr<SimulatedPrinter>> printers;
+  std::vector<std::unique_ptr<NetworkPrinter>> printers;
 };
 
 /// The CPU time that the scheduler itself has used so far, in seconds.

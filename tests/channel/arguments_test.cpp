@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "tests/channel/filter_run.h"
@@ -25,6 +26,34 @@ TEST_P(WrongArgumentCount, IsTheUsageTextWithoutALineEndAndNothingElse) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Arguments, WrongArgumentCount, testing::Values(1, 2, 3, 4, 5, 8, 9));
+
+TEST(Arguments, TheUsageTextNamesTheProgramAsItWasCalled) {
+  const TemporaryFolder folder;
+  FilterRun filter;
+  filter.program = folder.path() / "another name";
+  std::filesystem::create_symlink(FILTER_PROGRAM, filter.program);
+  filter.run({});
+  EXPECT_EQ(filter.exit_status, 1);
+  EXPECT_EQ(filter.log, "ERROR: Usage: " + filter.program + " job-id user title copies options [file]");
+}
+
+TEST(Arguments, AClosedStandardInputHoldsNoCommands) {
+  FilterRun filter;
+  filter.input_closed = true;
+  filter.run(FIVE);
+  EXPECT_EQ(filter.exit_status, 0);
+  EXPECT_EQ(filter.log, "");
+  EXPECT_EQ(filter.side_requests, 1);
+}
+
+TEST(Arguments, AFileIsReadWithoutAStandardInput) {
+  FilterRun filter;
+  filter.input_closed = true;
+  filter.run_file("Other\n");
+  EXPECT_EQ(filter.exit_status, 0);
+  EXPECT_EQ(filter.log, command_line("Other", 1));
+  EXPECT_EQ(filter.side_requests, 1);
+}
 
 TEST(Arguments, SixReadTheCommandsFromStandardInput) {
   FilterRun filter;

@@ -76,7 +76,10 @@ class Backend {
     close(input[1]);
 
     std::vector<std::string> words = wrapper();
-    words.emplace_back(FILTER_PROGRAM);
+    if (run.input_closed) {
+      words.insert(words.begin(), {"/bin/sh", "-c", "exec \"$@\" <&-", "sh"});
+    }
+    words.push_back(run.program);
     words.insert(words.end(), arguments.begin(), arguments.end());
     filter_ = std::make_unique<ChildProcess>(ChildProcess::Options{
         words, {{0, input[0]}, {1, filters_output}, {2, log[1]}, {3, back[0]}, {4, side[1]}}, {}});

@@ -31,6 +31,8 @@ struct FilterRun {
   std::optional<SideAnswer> probe = SideAnswer{CUPS_SC_STATUS_OK, "\x01"};  ///< nothing: never answered
   std::deque<PrinterReply> replies;  ///< one a request; none left: the request is drained, the printer silent
   std::string input;                 ///< the filter's standard input
+  bool input_closed = false;         ///< the filter starts without a standard input
+  std::string program = FILTER_PROGRAM;
   Output output = Output::Pipe;
 
   // What came of it:

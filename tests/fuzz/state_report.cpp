@@ -53,8 +53,8 @@ std::string model_text(const PrinterState& state) {
 std::string model(const PrinterState& state, const std::vector<PrinterStateReason>& table) {
   std::set<std::string> rest;
   for (const auto& row : table) {
-    for (std::size_t i = 0; i < 4 && row.reasons.at(i) != nullptr; ++i) {
-      rest.insert(row.reasons.at(i));
+    for (std::size_t i = 0; i < 4 && row.reasons[i] != nullptr; ++i) {
+      rest.insert(row.reasons[i]);
     }
   }
   std::string log;
@@ -64,8 +64,8 @@ std::string model(const PrinterState& state, const std::vector<PrinterStateReaso
       continue;
     }
     matched = true;
-    for (std::size_t i = 0; i < 4 && row.reasons.at(i) != nullptr; ++i) {
-      const std::string keyword = row.reasons.at(i);
+    for (std::size_t i = 0; i < 4 && row.reasons[i] != nullptr; ++i) {
+      const std::string keyword = row.reasons[i];
       rest.erase(keyword);
       log += "STATE: +" + keyword + "\nDEBUG: " + keyword + " " + model_text(state) + "\n";
     }
@@ -99,6 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     table.push_back(row);
   }
-  require_equal(captured_log([&] { update_printer_state(state, table); }), model(state, table), "the report");
+  require_equal(captured_log([&] { update_printer_state_from_table(state, table); }), model(state, table),
+                "the report");
   return 0;
 }

@@ -7,7 +7,7 @@
 
 #include "tests/monitor/monitor_run.h"
 #include "tests/support/free_port.h"
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 TEST(Metrics, PleaseTheirChecker) {
-  const SimulatedPrinter printer({"--code", "0x2660"});
+  const NetworkPrinter printer({"--code", "0x2660"});
   const PrivateScheduler scheduler;
   scheduler.add_queue("booth", printer.device_uri());
   const auto metrics = run_monitor(scheduler.server(), {"--prometheus"}).output;
@@ -31,7 +31,7 @@ TEST(AlertRules, PassTheirTests) {
 }
 
 TEST(Prometheus, AnswersWithWhatThePrinterIsSetTo) {
-  const SimulatedPrinter printer({"--remaining", "123", "--total", "400", "--code", "0x2660"});
+  const NetworkPrinter printer({"--remaining", "123", "--total", "400", "--code", "0x2660"});
   const PrivateScheduler scheduler;
   scheduler.add_queue("booth", printer.device_uri());
 
@@ -74,7 +74,7 @@ TEST(Prometheus, AnswersWithWhatThePrinterIsSetTo) {
 }
 
 TEST(KilledMonitor, HasItsJobCancelledByTheScheduler) {
-  const SimulatedPrinter printer({"--fault", "refuse"});
+  const NetworkPrinter printer({"--fault", "refuse"});
   const PrivateScheduler scheduler;
   scheduler.add_queue("booth", printer.device_uri());
   const auto monitor = start_monitor(scheduler.server(), {"--timeout", "1", "--json=/dev/null/nowhere"});

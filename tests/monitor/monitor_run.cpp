@@ -15,13 +15,11 @@ bool wait_until(const std::function<bool()>& condition) {
   return false;
 }
 
-}  // namespace
-
-std::vector<int> active_jobs(const PrivateScheduler& scheduler) {
+std::vector<int> list_jobs(const PrivateScheduler& scheduler, int which) {
   http_t* connection = httpConnect2(scheduler.server().c_str(), 0, nullptr, AF_UNSPEC,
                                     HTTP_ENCRYPTION_IF_REQUESTED, 1, 30000, nullptr);
   cups_job_t* jobs = nullptr;
-  const int count = cupsGetJobs2(connection, &jobs, nullptr, 0, CUPS_WHICHJOBS_ACTIVE);
+  const int count = cupsGetJobs2(connection, &jobs, nullptr, 0, which);
   httpClose(connection);
   if (count < 0) {
     throw std::runtime_error("the private scheduler does not list its jobs");
@@ -32,6 +30,16 @@ std::vector<int> active_jobs(const PrivateScheduler& scheduler) {
   }
   cupsFreeJobs(count, jobs);
   return numbers;
+}
+
+}  // namespace
+
+std::vector<int> active_jobs(const PrivateScheduler& scheduler) {
+  return list_jobs(scheduler, CUPS_WHICHJOBS_ACTIVE);
+}
+
+std::vector<int> all_jobs(const PrivateScheduler& scheduler) {
+  return list_jobs(scheduler, CUPS_WHICHJOBS_ALL);
 }
 
 bool wait_for_active_jobs(const PrivateScheduler& scheduler, std::size_t count) {

@@ -56,6 +56,9 @@ inline JsonRun run_json(const std::string& server, std::vector<std::string> argu
 /// The jobs that have not ended, of all queues.
 std::vector<int> active_jobs(const PrivateScheduler& scheduler);
 
+/// All jobs, the history too.
+std::vector<int> all_jobs(const PrivateScheduler& scheduler);
+
 /// Waits until so many jobs are active; false if that does not come about within a minute.
 bool wait_for_active_jobs(const PrivateScheduler& scheduler, std::size_t count);
 

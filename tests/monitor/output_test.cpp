@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "tests/monitor/monitor_run.h"
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ class Output : public testing::Test {
     return {std::istreambuf_iterator<char>(stream), {}};
   }
 
-  SimulatedPrinter printer{{"--remaining", "200", "--total", "400"}};
+  NetworkPrinter printer{{"--remaining", "200", "--total", "400"}};
   PrivateScheduler scheduler;
   TemporaryFolder folder;
 };
@@ -156,6 +156,11 @@ TEST(Usage, WhatIsWrongIsSaidWithStatus64) {
                                              {"--timeout", "soon"},
                                              {"--timeout"},
                                              {"--watch", "0"},
+                                             {"--idle", "900"},
+                                             {"--watch", "60", "--idle", "0"},
+                                             {"--stuck", "0"},
+                                             {"--max-age", "-1"},
+                                             {"--max-age", "5", "--no-refresh"},
                                              {"--low", "101"},
                                              {"--low", "-1"},
                                              {"--color", "pink"},

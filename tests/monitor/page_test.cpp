@@ -5,7 +5,7 @@
 
 #include "monitor/views/html_view.h"
 #include "tests/monitor/monitor_run.h"
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 #include "tests/unit/sample_report.h"
 
 namespace {
@@ -156,8 +156,8 @@ TEST_F(Page, WouldNotRunAScriptEvenIfOneGotIn) {
 }
 
 TEST_F(Page, ShowsWhatAPrinterIsSetTo) {
-  const SimulatedPrinter printer({"--remaining", "23", "--total", "400", "--code", "0x2660"});
-  const SimulatedPrinter other({"--remaining", "350", "--total", "400"});
+  const NetworkPrinter printer({"--remaining", "23", "--total", "400", "--code", "0x2660"});
+  const NetworkPrinter other({"--remaining", "350", "--total", "400"});
   const PrivateScheduler scheduler;
   scheduler.add_queue("booth", printer.device_uri());
   scheduler.add_queue("annex", other.device_uri());

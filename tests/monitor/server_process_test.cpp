@@ -15,7 +15,7 @@
 #include "tests/monitor/ask.h"
 #include "tests/monitor/monitor_run.h"
 #include "tests/support/free_port.h"
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ class ServerProcessTest : public testing::Test {
     return std::get<Sent>(ask(server, SendRequest{"booth", report_levels, 60})).job;
   }
 
-  SimulatedPrinter printer{{"--remaining", "200", "--total", "400"}};
+  NetworkPrinter printer{{"--remaining", "200", "--total", "400"}};
   PrivateScheduler scheduler;
   ServerProcess server{{scheduler.server(), 0}, HTTP_ENCRYPTION_IF_REQUESTED, seconds(10), MONITOR_PROGRAM};
 };

@@ -71,7 +71,7 @@ struct CloseConnection {
 class ReasonTexts : public testing::TestWithParam<Language> {
  protected:
   static void SetUpTestSuite() {
-    scheduler = std::make_unique<PrivateScheduler>();
+    scheduler = std::make_unique<PrivateScheduler>(PrivateScheduler::Options{.port = true});
     scheduler->add_queue("booth", "socket://127.0.0.1:9");
     // Over the network: libcups asks for a PPD where the queue's URI says, and that has no socket's path.
     const std::string address = scheduler->address();

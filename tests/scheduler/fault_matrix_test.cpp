@@ -105,8 +105,6 @@ std::string late_bytes(const std::string& step, const std::string& fault) {
 class Matrix {
  public:
   explicit Matrix(const std::vector<std::string>& faults) {
-    fs::copy_file(FAULTY_BACKEND, scheduler.path() / "bin/backend/faulty");
-    fs::permissions(scheduler.path() / "bin/backend/faulty", fs::perms(0755));
     fs::create_directory(plans());
     fs::permissions(plans(), fs::perms::all);
     for (const auto& fault : faults) {
@@ -297,7 +295,7 @@ exec "$real" "$@" 2>"$plan.log"
   [[nodiscard]] fs::path plans() const { return scheduler.path() / "plans"; }
   [[nodiscard]] std::string plan_of(const Row& row) const { return (plans() / row.queue).string(); }
 
-  PrivateScheduler scheduler;
+  PrivateScheduler scheduler{{.backends = {{"faulty", FAULTY_BACKEND}}}};
   std::vector<Row> rows;
 };
 

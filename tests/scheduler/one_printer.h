@@ -7,8 +7,8 @@
 #include <set>
 #include <string>
 
+#include "tests/support/network_printer.h"
 #include "tests/support/private_scheduler.h"
-#include "tests/support/simulated_printer.h"
 
 using Reasons = std::set<std::string>;
 using Marker = std::map<std::string, std::string>;
@@ -35,6 +35,6 @@ class OnePrinter : public testing::Test {
  protected:
   OnePrinter() { scheduler.add_queue("booth", printer.device_uri()); }
 
-  SimulatedPrinter printer{{"--remaining", "200", "--total", "400", "--code", "0x2660"}};
+  NetworkPrinter printer{{"--remaining", "200", "--total", "400", "--code", "0x2660"}};
   PrivateScheduler scheduler;
 };

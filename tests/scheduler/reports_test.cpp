@@ -71,7 +71,7 @@ TEST_F(Reports, AFileMayHoldBothCommands) {
 }
 
 TEST_F(Reports, TwoQueuesAtOnceAreNotCrossed) {
-  const SimulatedPrinter other({"--remaining", "7", "--total", "350", "--sheet", "4", "--fault", "slow 200"});
+  const NetworkPrinter other({"--remaining", "7", "--total", "350", "--sheet", "4", "--fault", "slow 200"});
   scheduler.add_queue("kiosk", other.device_uri());
   const int booth = scheduler.send_commands("booth", "ReportLevels\n");
   const int kiosk = scheduler.send_commands("kiosk", "ReportLevels\n");

@@ -23,7 +23,7 @@ sed -n '/^STATE:/p' "${6:--}" >&2
 /// A scheduler whose queues get their reasons from the test, and this process as its client.
 class StateCleanup : public testing::Test {
  protected:
-  StateCleanup() : scheduler_(filter()) {
+  StateCleanup() : scheduler_({.filter = filter()}) {
     // The CUPS client library of this process: this scheduler, and nobody's own settings.
     cupsSetServer(scheduler_.server().c_str());
     setenv("CUPS_SERVERROOT", folder_.path().c_str(), 1);

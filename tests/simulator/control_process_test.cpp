@@ -9,7 +9,7 @@ TEST(Control, EveryCommandIsAnsweredInOneConnection) {
   const SimulatorProcess simulator;
   const Connection peer = simulator.connect();
   peer.send(STATUS_REQUEST + LEVELS_REQUEST);
-  EXPECT_EQ(peer.receive(41), status_reply() + levels_reply());
+  EXPECT_EQ(peer.receive(41), simulated_status_reply() + simulated_levels_reply());
   const std::pair<const char*, const char*> cases[] = {
       {"code 0x2660; remaining 12", "ok"},
       {"total 300", "ok"},
@@ -139,7 +139,7 @@ TEST(Tell, PrintsEveryRequestHoweverManyThereAre) {
     requests += std::string("\x1bGD0\0\0\xff", 7) + std::string(255, 'x');
   }
   peer.send(requests + STATUS_REQUEST);
-  EXPECT_EQ(peer.receive(15), status_reply());
+  EXPECT_EQ(peer.receive(15), simulated_status_reply());
   const ProgramResult outcome = run_simulator({"--tell", simulator.control(), "requests"});
   EXPECT_EQ(outcome.exit_status, 0);
   EXPECT_EQ(outcome.output.size(), 2 + 999U * 525 + 17 + 1);

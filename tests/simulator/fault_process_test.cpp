@@ -21,8 +21,8 @@ std::string ask_both(const SimulatorProcess& simulator) {
 
 TEST(FaultOnTheWire, WholeStreams) {
   const SimulatorProcess simulator;
-  const std::string status = status_reply();
-  const std::string levels = levels_reply();
+  const std::string status = simulated_status_reply();
+  const std::string levels = simulated_levels_reply();
   const std::string status_head = status.substr(0, 14);
   const std::pair<const char*, std::string> cases[] = {
       {"none", status + levels},
@@ -64,16 +64,16 @@ TEST(FaultOnTheWire, SilentKeepsTheConnectionOpen) {
   EXPECT_EQ(peer.receive_now(), "");
   simulator.set("fault none");
   peer.send(LEVELS_REQUEST);
-  EXPECT_EQ(peer.receive(26), levels_reply());
+  EXPECT_EQ(peer.receive(26), simulated_levels_reply());
 }
 
 TEST(FaultOnTheWire, ShortKeepsTheConnectionOpen) {
   const SimulatorProcess simulator({"--fault", "short 14 status"});
   const Connection peer = simulator.connect();
   peer.send(STATUS_REQUEST);
-  EXPECT_EQ(peer.receive(14), status_reply().substr(0, 14));
+  EXPECT_EQ(peer.receive(14), simulated_status_reply().substr(0, 14));
   peer.send(LEVELS_REQUEST);
-  EXPECT_EQ(peer.receive(26), levels_reply());
+  EXPECT_EQ(peer.receive(26), simulated_levels_reply());
 }
 
 TEST(FaultOnTheWire, DripSendsTheFirstByteAlone) {
@@ -87,7 +87,7 @@ TEST(FaultOnTheWire, SplitSendsTheFirstPartAlone) {
   const SimulatorProcess simulator({"--fault", "split 10 60000"});
   const Connection peer = simulator.connect();
   peer.send(LEVELS_REQUEST);
-  EXPECT_EQ(peer.receive_piece(), levels_reply().substr(0, 10));
+  EXPECT_EQ(peer.receive_piece(), simulated_levels_reply().substr(0, 10));
 }
 
 TEST(FaultOnTheWire, SlowSendsNothingYet) {
@@ -117,12 +117,12 @@ TEST(FaultOnTheWire, AReplyIsMadeWhenItsRequestIsComplete) {
   const SimulatorProcess simulator({"--code", "1"});
   const Connection peer = simulator.connect();
   peer.send(STATUS_REQUEST + STATUS_REQUEST.substr(0, 7));
-  EXPECT_EQ(peer.receive(15), status_reply(1));
+  EXPECT_EQ(peer.receive(15), simulated_status_reply(1));
   simulator.set("code 2; fault slow 300");
   peer.send(STATUS_REQUEST.substr(7));
   simulator.await_shown("status-requests=2");
   simulator.set("code 3; fault none");
-  EXPECT_EQ(peer.receive(15), status_reply(2));
+  EXPECT_EQ(peer.receive(15), simulated_status_reply(2));
 }
 
 TEST(FaultOnTheWire, ALaterReplyDoesNotOvertakeASlowOne) {
@@ -132,7 +132,7 @@ TEST(FaultOnTheWire, ALaterReplyDoesNotOvertakeASlowOne) {
   simulator.await_shown("status-requests=1");
   simulator.set("fault none");
   peer.send(LEVELS_REQUEST);
-  EXPECT_EQ(peer.receive(41), status_reply() + levels_reply());
+  EXPECT_EQ(peer.receive(41), simulated_status_reply() + simulated_levels_reply());
 }
 
 TEST(FaultOnTheWire, ASlowConnectionDoesNotHoldUpAnother) {
@@ -142,7 +142,7 @@ TEST(FaultOnTheWire, ASlowConnectionDoesNotHoldUpAnother) {
   simulator.await_shown("status-requests=1");
   const Connection peer = simulator.connect();
   peer.send(LEVELS_REQUEST);
-  EXPECT_EQ(peer.receive(26), levels_reply());
+  EXPECT_EQ(peer.receive(26), simulated_levels_reply());
 }
 
 TEST(Refuse, RefusesNewConnections) {
@@ -186,7 +186,7 @@ TEST(Refuse, ManyTurnsOnAndOffEndInService) {
     simulator.set("fault refuse");
     simulator.set("fault none");
   }
-  EXPECT_EQ(ask_both(simulator), status_reply() + levels_reply());
+  EXPECT_EQ(ask_both(simulator), simulated_status_reply() + simulated_levels_reply());
 }
 
 TEST(Refuse, APortTakenMeanwhileIsAnErrorThatChangesNothing) {
@@ -200,5 +200,5 @@ TEST(Refuse, APortTakenMeanwhileIsAnErrorThatChangesNothing) {
     simulator.await_shown("code=0x0000 total=400 remaining=400 sheet=0x02 fault=refuse");
   }
   simulator.set("fault none");
-  EXPECT_EQ(ask_both(simulator), status_reply() + levels_reply());
+  EXPECT_EQ(ask_both(simulator), simulated_status_reply() + simulated_levels_reply());
 }

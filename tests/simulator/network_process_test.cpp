@@ -11,7 +11,7 @@ namespace {
 void expect_service(const SimulatorProcess& simulator) {
   const Connection peer = simulator.connect();
   peer.send(LEVELS_REQUEST + STATUS_REQUEST);
-  EXPECT_EQ(peer.receive(41), levels_reply() + status_reply());
+  EXPECT_EQ(peer.receive(41), simulated_levels_reply() + simulated_status_reply());
 }
 
 std::string random_junk(std::mt19937& random, std::size_t size) {
@@ -32,7 +32,7 @@ TEST(Network, TheOptionsAreWhatThePrinterSays) {
       {"--code", "0x2660", "--total", "0x8001", "--remaining", "12", "--sheet", "15"});
   const Connection peer = simulator.connect();
   peer.send(LEVELS_REQUEST);
-  std::string expected = levels_reply(0x2660);
+  std::string expected = simulated_levels_reply(0x2660);
   expected.replace(17, 7, std::string("\x0f\0\0\x80\x01\0\x0c", 7));
   EXPECT_EQ(peer.receive(26), expected);
 }
@@ -43,7 +43,7 @@ TEST(Network, ARequestCutAnywhereIsAnswered) {
   for (std::size_t cut = 1; cut < LEVELS_REQUEST.size(); ++cut) {
     peer.send(LEVELS_REQUEST.substr(0, cut));
     peer.send(LEVELS_REQUEST.substr(cut));
-    EXPECT_EQ(peer.receive(26), levels_reply()) << cut;
+    EXPECT_EQ(peer.receive(26), simulated_levels_reply()) << cut;
   }
 }
 
@@ -52,14 +52,14 @@ TEST(Network, APeerThatEndedItsSideGetsItsReplies) {
   const Connection peer = simulator.connect();
   peer.send(STATUS_REQUEST + LEVELS_REQUEST);
   peer.end_sending();
-  EXPECT_EQ(peer.receive_to_end(), status_reply() + levels_reply());
+  EXPECT_EQ(peer.receive_to_end(), simulated_status_reply() + simulated_levels_reply());
 }
 
 TEST(Network, PrintDataAroundRequestsIsCounted) {
   const SimulatorProcess simulator;
   const Connection peer = simulator.connect();
   peer.send(std::string(100000, 'p') + STATUS_REQUEST + std::string(7, '\x1b'));
-  EXPECT_EQ(peer.receive(15), status_reply());
+  EXPECT_EQ(peer.receive(15), simulated_status_reply());
   peer.end_sending();
   EXPECT_EQ(peer.receive_to_end(), "");
   simulator.await_shown("other-bytes=100007");
@@ -69,7 +69,7 @@ TEST(Network, AnUnknownRequestIsRecordedAndNotAnswered) {
   const SimulatorProcess simulator;
   const Connection peer = simulator.connect();
   peer.send(std::string("\x1bGD0\0\0\x02\x16\xff", 9) + STATUS_REQUEST);
-  EXPECT_EQ(peer.receive(15), status_reply());
+  EXPECT_EQ(peer.receive(15), simulated_status_reply());
   EXPECT_EQ(simulator.tell("requests"),
             "ok 1b47443000000216ff 1b4744300000"
             "0116");
@@ -87,7 +87,7 @@ TEST(Network, TwoHundredConnectionsAtOnceAreServed) {
     peer.send(STATUS_REQUEST + LEVELS_REQUEST);
   }
   for (const Connection& peer : peers) {
-    EXPECT_EQ(peer.receive(41), status_reply() + levels_reply());
+    EXPECT_EQ(peer.receive(41), simulated_status_reply() + simulated_levels_reply());
   }
   simulator.await_shown("connections=200 open=200 status-requests=200 levels-requests=200 other-bytes=0");
   peers.clear();
@@ -177,7 +177,7 @@ TEST(Network, RunningOutOfDescriptorsIsSurvived) {
   peers.erase(peers.begin(), peers.begin() + 37);
   for (const Connection& peer : peers) {
     peer.send(STATUS_REQUEST);
-    EXPECT_EQ(peer.receive(15), status_reply());
+    EXPECT_EQ(peer.receive(15), simulated_status_reply());
   }
   peers.clear();
   simulator.await_shown("connections=40 open=0");

@@ -29,7 +29,7 @@ TEST(Program, ListensOnAGivenPort) {
   EXPECT_EQ(simulator.uri(), "socket://127.0.0.1:" + std::to_string(holder.port()));
   const Connection peer = simulator.connect();
   peer.send(STATUS_REQUEST);
-  EXPECT_EQ(peer.receive(15), status_reply());
+  EXPECT_EQ(peer.receive(15), simulated_status_reply());
 }
 
 TEST(Program, FailsOnAPortInUse) {

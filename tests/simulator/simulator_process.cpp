@@ -66,15 +66,15 @@ const sockaddr* generic(const Address& address) {
 
 }  // namespace
 
-std::string status_reply(std::uint16_t code) {
+std::string simulated_status_reply(std::uint16_t code) {
   std::string reply(15, '\0');
   reply[4] = static_cast<char>(code >> 8U);
   reply[5] = static_cast<char>(code & 0xffU);
   return reply;
 }
 
-std::string levels_reply(std::uint16_t code) {
-  std::string reply = status_reply(code);
+std::string simulated_levels_reply(std::uint16_t code) {
+  std::string reply = simulated_status_reply(code);
   reply.resize(26);
   reply[17] = 0x02;
   reply[20] = reply[22] = 0x01;

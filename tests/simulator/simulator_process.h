@@ -16,8 +16,8 @@ const std::string STATUS_REQUEST("\x1bGD0\0\0\x01\x16", 8);
 const std::string LEVELS_REQUEST("\x1bGD0\0\0\x03\x1e\x16\x2a", 10);
 
 /// The replies of a printer that nothing but the code was set on.
-std::string status_reply(std::uint16_t code = 0);
-std::string levels_reply(std::uint16_t code = 0);
+std::string simulated_status_reply(std::uint16_t code = 0);
+std::string simulated_levels_reply(std::uint16_t code = 0);
 
 /// Runs the program to its end.
 ProgramResult run_simulator(std::vector<std::string> arguments);

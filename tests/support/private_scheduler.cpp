@@ -1,11 +1,16 @@
 #include "tests/support/private_scheduler.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "tests/support/free_port.h"
 
@@ -27,28 +32,73 @@ void add_job_uri(ipp_t* request, int job) {
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
 }
 
+/// When the process was started, in the system's own unit; empty if there is no such process. With it, a
+/// process id is not mistaken for that of a later process.
+std::string start_time(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+  std::string text{std::istreambuf_iterator<char>(file), {}};
+  const auto name_end = text.rfind(')');
+  if (name_end == std::string::npos || text.substr(name_end + 2, 1) == "Z") {
+    return "";
+  }
+  std::istringstream fields(text.substr(name_end + 1));
+  std::string field;
+  for (int number = 3; number <= 22; ++number) {
+    fields >> field;
+  }
+  return field;
+}
+
 }  // namespace
 
-PrivateScheduler::PrivateScheduler(const std::string& filter) : filter_(filter), port_(free_port()) {
+PrivateScheduler::PrivateScheduler() : PrivateScheduler(Options{}) {}
+
+PrivateScheduler::PrivateScheduler(Options options)
+    : options_(std::move(options)), port_(options_.port ? free_port() : 0) {
+  if (geteuid() == 0) {
+    // The scheduler's user passes through it to its own folder.
+    std::filesystem::permissions(folder_.path(), std::filesystem::perms(0711));
+  }
   start();
 }
 
 PrivateScheduler::~PrivateScheduler() {
-  process_->signal(SIGTERM);
-  process_->wait(seconds(10));
-  for (const pid_t orphan : orphans_) {
-    // It may have ended, and its number be another's.
-    std::ifstream file("/proc/" + std::to_string(orphan) + "/environ");
-    const std::string environment{std::istreambuf_iterator<char>(file), {}};
-    if (environment.find(path().string()) != std::string::npos) {
-      kill(orphan, SIGKILL);
+  end(SIGTERM);
+  // A scheduler that ended by itself has told its children to end.
+  const auto deadline = steady_clock::now() + seconds(killed_ ? 0 : 5);
+  const auto runs = [](const auto& child) { return start_time(child.first) == child.second; };
+  while (std::ranges::any_of(children_, runs) && steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(milliseconds(10));
+  }
+  for (const auto& child : std::map(children_)) {
+    if (runs(child)) {
+      note_children(child.first);
+    }
+  }
+  for (const auto& child : children_) {
+    if (runs(child)) {
+      ::kill(child.first, SIGKILL);
     }
   }
 }
 
 void PrivateScheduler::start() {
-  process_ = std::make_unique<ChildProcess>(ChildProcess::Options{
-      {"/bin/sh", PRIVATE_SCHEDULER_SCRIPT, path().string(), filter_, std::to_string(port_)}, {}, {}});
+  ChildProcess::Options process{{"/bin/sh", PRIVATE_SCHEDULER_SCRIPT}, {}, {}};
+  auto& arguments = process.arguments;
+  if (options_.configuration == Configuration::DEFAULT) {
+    arguments.emplace_back("--default");
+  }
+  if (options_.port) {
+    arguments.insert(arguments.end(), {"--port", std::to_string(port_)});
+  }
+  if (options_.file_device) {
+    arguments.emplace_back("--file-device");
+  }
+  for (const auto& [name, program] : options_.backends) {
+    arguments.insert(arguments.end(), {"--backend", name + "=" + program});
+  }
+  arguments.insert(arguments.end(), {path().string(), options_.filter});
+  process_ = std::make_unique<ChildProcess>(process);
   const auto deadline = steady_clock::now() + seconds(30);
   for (;;) {
     if (http_t* connection = httpConnect2(server().c_str(), 0, nullptr, AF_UNSPEC,
@@ -62,17 +112,34 @@ void PrivateScheduler::start() {
   }
 }
 
-void PrivateScheduler::restart(int signal) {
-  if (signal == SIGKILL) {
-    // It cannot end its filters and backends: one that waits for its printer would outlive the test.
-    const std::string self = std::to_string(pid());
-    std::ifstream children("/proc/" + self + "/task/" + self + "/children");
-    for (pid_t child = 0; children >> child;) {
-      orphans_.push_back(child);
-    }
+/// Notes all processes that it started, and that these started.
+void PrivateScheduler::note_children(pid_t parent) {
+  const std::string number = std::to_string(parent);
+  std::ifstream children("/proc/" + number + "/task/" + number + "/children");
+  for (pid_t child = 0; children >> child;) {
+    children_[child] = start_time(child);
+    note_children(child);
   }
+}
+
+void PrivateScheduler::end(int signal) {
+  if (signal == SIGKILL) {
+    // It starts no more while its children are noted.
+    process_->signal(SIGSTOP);
+    killed_ = true;
+  }
+  note_children(pid());
   process_->signal(signal);
-  if (!process_->wait(seconds(30))) {
+  process_->wait(seconds(30));
+}
+
+void PrivateScheduler::kill() {
+  end(SIGKILL);
+}
+
+void PrivateScheduler::restart(int signal) {
+  end(signal);
+  if (!process_->wait(seconds(0))) {
     throw std::runtime_error("the private scheduler did not end");
   }
   std::filesystem::remove(server());
@@ -168,10 +235,20 @@ ipp_jstate_t PrivateScheduler::wait_for_job(int job, seconds limit) const {
   return state;
 }
 
-void PrivateScheduler::cancel_job(int job) const {
+void PrivateScheduler::end_job(int job, bool purge) const {
   ipp_t* request = ippNewRequest(IPP_OP_CANCEL_JOB);
   add_job_uri(request, job);
+  if (purge) {
+    ippAddBoolean(request, IPP_TAG_OPERATION, "purge-job", 1);
+  }
   ippDelete(answer(request, "/jobs/"));
+}
+
+void PrivateScheduler::cancel_job(int job) const {
+  end_job(job, false);
+}
+void PrivateScheduler::purge_job(int job) const {
+  end_job(job, true);
 }
 
 QueueView PrivateScheduler::report(const std::string& queue, const std::string& commands) const {

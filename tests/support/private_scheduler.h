@@ -3,6 +3,7 @@
 #include <cups/cups.h>
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <set>
@@ -19,20 +20,35 @@ struct QueueView {
       marker;  ///< marker-colors, -levels, -message, -names, -types; values as text
 };
 
-/// PrivateScheduler is a real CUPS scheduler in a folder of its own, with the built filter; ended and removed
-/// with the object. Its functions throw if the scheduler refuses.
+/// PrivateScheduler is a real CUPS scheduler in a folder of its own. It ends, with its filters and backends,
+/// and its folder is removed, with the object. It never runs as root: a test that runs as root has one that
+/// runs as user lp. Its functions throw if the scheduler refuses.
 class PrivateScheduler {
  public:
-  /// @param filter  the command filter to install.
-  explicit PrivateScheduler(const std::string& filter = FILTER_PROGRAM);
+  enum class Configuration : std::uint8_t {
+    RELAXED,  ///< every client may do everything, and no limit on jobs gets in the way
+    DEFAULT,  ///< the distribution's own; only paths, ports and logging differ
+  };
+  struct Options {
+    Configuration configuration = Configuration::RELAXED;
+    bool port = false;         ///< whether it also listens on a port; implies the default configuration
+    bool file_device = false;  ///< whether queues may print to files
+    std::string filter = FILTER_PROGRAM;  ///< the command filter to install
+    std::map<std::string, std::string> backends =
+        {};  ///< more backends to install: URI scheme -> program to copy
+  };
+
+  PrivateScheduler();
+  explicit PrivateScheduler(Options options);
   ~PrivateScheduler();
   PrivateScheduler(const PrivateScheduler&) = delete;
   PrivateScheduler& operator=(const PrivateScheduler&) = delete;
 
   /// The path of its socket: the value for CUPS_SERVER.
   [[nodiscard]] std::string server() const { return (path() / "sock").string(); }
-  /// HOST:PORT for clients of the network.
+  /// HOST:PORT for clients of the network, if it has a port.
   [[nodiscard]] std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+  /// Its folder, which belongs to the scheduler's user.
   [[nodiscard]] std::filesystem::path path() const { return folder_.path() / "s"; }
   [[nodiscard]] pid_t pid() const { return process_->pid(); }
 
@@ -46,15 +62,19 @@ class PrivateScheduler {
   void accept(const std::string& queue) const;
   void set_default(const std::string& queue) const;
 
-  /// Sends a command file as a job and returns the job's number.
+  /// Sends a document of this MIME type as a job and returns the job's number.
+  [[nodiscard]] int send(const std::string& queue, const std::string& bytes, const char* format) const;
+  /// The same for a command file.
   [[nodiscard]] int send_commands(const std::string& queue, const std::string& commands) const;
-  /// Sends bytes that go to the printer as they are.
+  /// The same for bytes that reach the printer unchanged.
   [[nodiscard]] int send_raw(const std::string& queue, const std::string& bytes) const;
   /// Waits for the job's end; the state that it had then or at the limit.
   [[nodiscard]] ipp_jstate_t wait_for_job(int job,
                                           std::chrono::seconds limit = std::chrono::seconds(30)) const;
   [[nodiscard]] ipp_jstate_t job_state(int job) const;
   void cancel_job(int job) const;
+  /// Cancels the job with "purge-job": its backend is killed at once.
+  void purge_job(int job) const;
   /// Sends the commands, waits for the job to complete, returns what a client then sees.
   [[nodiscard]] QueueView report(const std::string& queue,
                                  const std::string& commands = "ReportLevels\n") const;
@@ -65,18 +85,22 @@ class PrivateScheduler {
   /// The process ids of the filters that run under this scheduler.
   [[nodiscard]] std::vector<pid_t> running_filters() const;
 
+  /// Kills the scheduler, which cannot end its filters and backends then. They end with this object.
+  void kill();
   /// Ends the scheduler by a signal (SIGTERM, SIGKILL) and starts it again on the same folder.
   void restart(int signal);
 
  private:
   void start();
+  void end(int signal);
+  void note_children(pid_t parent);
+  void end_job(int job, bool purge) const;
   [[nodiscard]] ipp_t* answer(ipp_t* request, const char* resource, const std::string& file = {}) const;
   void change(ipp_op_t operation, const std::string& queue) const;
-  [[nodiscard]] int send(const std::string& queue, const std::string& bytes, const char* format) const;
-
   TemporaryFolder folder_;
-  std::string filter_;
+  Options options_;
   int port_ = 0;
   std::unique_ptr<ChildProcess> process_;
-  std::vector<pid_t> orphans_;  ///< what a killed scheduler had started
+  std::map<pid_t, std::string> children_;  ///< what an ended scheduler had started, with its start time
+  bool killed_ = false;
 };

@@ -3,11 +3,12 @@
 
 # Debian's names; README.md has those of other systems.
 BUILD_PACKAGES="g++ cmake ninja-build libcups2-dev libcupsimage2-dev libcli11-dev nlohmann-json3-dev libasio-dev
-  cups-ppdc cups-common"
+  libutf8proc-dev cups-ppdc cups-common"
 SCHEDULER_PACKAGES="cups cups-client"
-CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript binutils strace mandoc pkg-config"
+CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript cups-filters binutils strace mandoc pkg-config libumockdev-dev
+  umockdev"
 FUZZ_PACKAGES="clang libclang-rt-14-dev"
-BENCH_PACKAGES="libbenchmark-dev valgrind strace gnuplot-nox cups-filters"
+BENCH_PACKAGES="libbenchmark-dev valgrind strace gnuplot-nox"
 MUTATION_PACKAGES="python3 lld"
 CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind chromium prometheus prometheus-node-exporter fish zsh
   system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus mscgen fonts-dejavu-core $FUZZ_PACKAGES"

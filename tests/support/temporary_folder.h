@@ -6,7 +6,8 @@
 #include <string>
 #include <system_error>
 
-/// TemporaryFolder is a fresh folder with a short path, readable by all, removed with all in it at the end.
+/// TemporaryFolder is a fresh folder with a short path that only this user can enter. It is removed at the
+/// end.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
@@ -15,7 +16,6 @@ class TemporaryFolder {
       throw std::runtime_error("cannot make a folder " + name);
     }
     path_ = name;
-    std::filesystem::permissions(path_, std::filesystem::perms(0755));
   }
   ~TemporaryFolder() {
     std::error_code ignored;

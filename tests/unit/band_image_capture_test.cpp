@@ -21,9 +21,11 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/temporary_folder.h"
+#include "tests/unit/captured_stream.h"
 
 /// Where coverage is measured, writes what this process has reached; one that a signal ends does not do so
 /// itself.
@@ -31,11 +33,18 @@ extern "C" [[gnu::weak]] void __gcov_dump();
 
 namespace {
 
-enum class Clock : std::uint8_t { Real, Fixed, Failing };
+/// Ticking is one second later each time it is read.
+enum class Clock : std::uint8_t { Real, Fixed, Ticking, Failing };
 Clock the_clock = Clock::Real;
 /// Stands in for fwrite() where it is set.
 std::function<std::size_t(std::size_t count)> write_instead;
-bool formatting_fails = false;
+/// The next printf() throws.
+bool printing_throws = false;
+bool closing_fails = false;
+bool changing_modes_fails = false;
+/// Counts the calls of snprintf(); the one that is left at 0 fails.
+int calls_before_failure = -1;
+int formatting_calls = 0;
 
 tagLNBandImageParams band_of(std::int64_t stride, std::int64_t width, std::int64_t height) {
   return {.data = nullptr, .stride = stride, .left = 0, .top = 0, .right = width, .bottom = height};
@@ -309,16 +318,53 @@ TEST(TemplateExpansion, ATimeIsWrittenWithAllItsDigits) {
   EXPECT_EQ(expand("at_%T").text, "at_20261116_073016");
 }
 
+TEST(TemplateExpansion, EachTimeReadsTheClock) {
+  the_clock = Clock::Ticking;
+  EXPECT_EQ(expand("%T %T %T").text, "20261116_073016 20261116_073017 20261116_073018");
+}
+
 TEST(TemplateExpansion, WithoutLocalTimeTheStampSaysSo) {
   the_clock = Clock::Failing;
   EXPECT_EQ(expand("at_%T").text, "at_(no_time)");
 }
 
+/// Expands with the formatting call after the first `calls` failing; -1: none.
+Expansion expand_failing_after(int calls, const std::string& templ) {
+  const tagLNBandImageParams band = band_of(3000, 1000, 64);
+  the_clock = Clock::Fixed;
+  calls_before_failure = calls;
+  formatting_calls = 0;
+  const Expansion expansion = expand(templ, &band);
+  calls_before_failure = -1;
+  return expansion;
+}
+
 TEST(TemplateExpansion, AnExpansionThatCannotBeFormattedEndsTheCallBehindTheTextSoFar) {
-  formatting_fails = true;
-  const Expansion expansion = expand("ab%Wcd");
-  formatting_fails = false;
-  EXPECT_EQ(expansion, (Expansion{false, "ab"}));
+  EXPECT_EQ(expand_failing_after(0, "a%Wb"), (Expansion{false, "a"}));
+  EXPECT_EQ(expand_failing_after(1, "a%Wb%Hc"), (Expansion{false, "a1000b"}));
+  for (const char* const piece : {"%B", "%C", "%H", "%T", "%W"}) {
+    EXPECT_EQ(expand_failing_after(0, std::string("ab") + piece + "cd"), (Expansion{false, "ab"})) << piece;
+  }
+}
+
+TEST(TemplateExpansion, EachKnownSequenceIsFormattedOnce) {
+  for (const char* const piece : {"%B", "%C", "%H", "%T", "%W"}) {
+    EXPECT_TRUE(expand_failing_after(-1, piece).good);
+    EXPECT_EQ(formatting_calls, 1) << piece;
+  }
+}
+
+TEST(TemplateExpansion, UnknownSequencesAreNotFormatted) {
+  EXPECT_EQ(expand_failing_after(0, "a%tb"), (Expansion{true, "ab"}));
+  EXPECT_EQ(expand_failing_after(0, "a%%b%"), (Expansion{true, "ab"}));
+  EXPECT_EQ(formatting_calls, 0);
+}
+
+TEST(TemplateExpansion, APieceWithoutLocalTimeIsFormattedOnce) {
+  the_clock = Clock::Failing;
+  formatting_calls = 0;
+  EXPECT_TRUE(expand("%T").good);
+  EXPECT_EQ(formatting_calls, 1);
 }
 
 using TemplateExpansionDeathTest = testing::Test;
@@ -371,17 +417,22 @@ class BandFiles : public testing::Test {
     return file.st_mode & 07777U;
   }
 
-  static void limit_files_to(rlim_t size) {
-    const rlimit limit = {size, size};
+  /// Runs `call` while no file can grow beyond `size` bytes.
+  template <typename Call>
+  static void with_files_limited_to(rlim_t size, const Call& call) {
+    rlimit original{};
+    getrlimit(RLIMIT_FSIZE, &original);
+    const rlimit limit = {size, original.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &limit);
+    call();
+    setrlimit(RLIMIT_FSIZE, &original);
+    std::signal(SIGXFSZ, handler);
   }
 
   template <typename Call>
   static std::string printed_by(const Call& call) {
-    testing::internal::CaptureStdout();
-    call();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
+    return captured(stdout, call);
   }
 
   static std::string pixels() {
@@ -493,31 +544,47 @@ TEST_F(BandFiles, NothingIsTouchedWithoutPathDataOrSize) {
   EXPECT_EQ(printed, "");
 }
 
-TEST_F(BandFiles, AFolderThatDoesNotExistIsAFailureWithoutAWord) {
-  EXPECT_EQ(printed_by([&] { EXPECT_FALSE(save_memory(path("no/a").c_str(), "abc", 3)); }), "");
+TEST_F(BandFiles, AFileThatCannotBeOpenedIsAFailureWithoutAWord) {
+  std::string printed;
+  const std::string log = captured_log(
+      [&] { printed = printed_by([&] { EXPECT_FALSE(save_memory(path("no/a").c_str(), "abc", 3)); }); });
+  EXPECT_EQ(printed, "");
+  EXPECT_EQ(log, "");
 }
 
 TEST_F(BandFiles, AFullDiskIsAFailure) {
   const std::string bytes = pixels();
-  EXPECT_EQ(printed_by([&] { EXPECT_FALSE(save_memory("/dev/full", bytes.data(), bytes.size())); }),
-            "written: 0 bytes.\n");
+  with_files_limited_to(0, [&] {
+    const std::string printed =
+        printed_by([&] { EXPECT_FALSE(save_memory(path("a").c_str(), bytes.data(), bytes.size())); });
+    EXPECT_EQ(printed, "written: 0 bytes.\n");
+  });
 }
 
-TEST_F(BandFiles, AShortenedFileStaysWithThePermissionsItWasMadeWith) {
+TEST_F(BandFiles, AShortenedFileStaysWithThePermissionsItWasMadeWithAndIsClosed) {
   const std::string bytes = pixels();
-  const std::string file = path("a");
-  EXPECT_EXIT(
-      {
-        std::signal(SIGXFSZ, SIG_IGN);
-        limit_files_to(100 * 1024);
-        umask(077);
-        const bool good = save_memory(file.c_str(), bytes.data(), bytes.size());
-        fflush(stdout);
-        std::exit(good ? 1 : 0);
-      },
-      testing::ExitedWithCode(0), "");
-  EXPECT_EQ(content(file), bytes.substr(0, 100 * 1024UL));
-  EXPECT_EQ(permissions(file), 0600U);
+  const auto before = open_files();
+  const mode_t mask = umask(077);
+  with_files_limited_to(100 * 1024, [&] {
+    const std::string printed =
+        printed_by([&] { EXPECT_FALSE(save_memory(path("a").c_str(), bytes.data(), bytes.size())); });
+    EXPECT_EQ(printed, "written: 102400 bytes.\n");
+  });
+  umask(mask);
+  EXPECT_EQ(open_files(), before);
+  EXPECT_EQ(content(path("a")), bytes.substr(0, 100 * 1024UL));
+  EXPECT_EQ(permissions(path("a")), 0600U);
+}
+
+TEST_F(BandFiles, AFailureToCloseOrToChangeTheModeIsIgnored) {
+  closing_fails = true;
+  printed_by([&] { EXPECT_TRUE(save_memory(path("a").c_str(), "abc", 3)); });
+  closing_fails = false;
+  changing_modes_fails = true;
+  printed_by([&] { EXPECT_TRUE(save_memory(path("b").c_str(), "abc", 3)); });
+  changing_modes_fails = false;
+  EXPECT_EQ(content(path("a")), "abc");
+  EXPECT_EQ(content(path("b")), "abc");
 }
 
 TEST_F(BandFiles, ASavedFileIsWholeAndClosed) {
@@ -534,18 +601,30 @@ TEST_F(BandFiles, ASavedFileIsWholeAndClosed) {
 TEST_F(BandFiles, AnExceptionIsAFailureAndLeavesNoOpenFile) {
   const auto before = open_files();
   write_instead = [](std::size_t) -> std::size_t { throw std::bad_alloc(); };
-  const bool good = save_memory(path("a").c_str(), "abc", 3);
+  EXPECT_FALSE(save_memory(path("a").c_str(), "abc", 3));
   write_instead = nullptr;
-  EXPECT_FALSE(good);
   EXPECT_EQ(open_files(), before);
+}
+
+TEST_F(BandFiles, AnExceptionWhilePrintingIsAFailureAndLeavesNoOpenFile) {
+  const auto before = open_files();
+  printing_throws = true;
+  EXPECT_FALSE(save_memory(path("a").c_str(), "abc", 3));
+  EXPECT_EQ(open_files(), before);
+  EXPECT_EQ(content(path("a")), "abc");
 }
 
 }  // namespace
 
 // These stand before those of the C library.
 
+static bool this_formatting_fails() {
+  ++formatting_calls;
+  return calls_before_failure >= 0 && calls_before_failure-- == 0;
+}
+
 extern "C" int snprintf(char* text, std::size_t size, const char* format, ...) noexcept {
-  if (formatting_fails) {
+  if (this_formatting_fails()) {
     return -1;
   }
   std::va_list values;
@@ -555,19 +634,49 @@ extern "C" int snprintf(char* text, std::size_t size, const char* format, ...) n
   return length;
 }
 
+// The same in a program with _FORTIFY_SOURCE.
+extern "C" int __snprintf_chk(char* text, std::size_t size, int /*flag*/, std::size_t /*room*/,
+                              const char* format, ...) noexcept {
+  if (this_formatting_fails()) {
+    return -1;
+  }
+  std::va_list values;
+  va_start(values, format);
+  const int length = vsnprintf(text, size, format, values);
+  va_end(values);
+  return length;
+}
+
+extern "C" std::time_t time(std::time_t* result) noexcept {
+  static std::time_t ticks = 16;
+  std::time_t now = 16;
+  if (the_clock == Clock::Real) {
+    timespec real{};
+    clock_gettime(CLOCK_REALTIME, &real);
+    now = real.tv_sec;
+  } else if (the_clock == Clock::Ticking) {
+    now = ticks++;
+  }
+  if (result != nullptr) {
+    *result = now;
+  }
+  return now;
+}
+
 extern "C" std::tm* localtime(const std::time_t* time) noexcept {
   static std::tm local;
   switch (the_clock) {
     case Clock::Real:
       return localtime_r(time, &local);
     case Clock::Fixed:
+    case Clock::Ticking:
       local = {};
       local.tm_year = 2026 - 1900;
       local.tm_mon = 10;
       local.tm_mday = 16;
       local.tm_hour = 7;
       local.tm_min = 30;
-      local.tm_sec = 16;
+      local.tm_sec = static_cast<int>(*time);
       return &local;
     case Clock::Failing:
       return nullptr;
@@ -581,4 +690,40 @@ extern "C" std::size_t fwrite(const void* data, std::size_t size, std::size_t co
   }
   static const auto real = reinterpret_cast<decltype(&fwrite)>(dlsym(RTLD_NEXT, "fwrite"));
   return real(data, size, count, file);
+}
+
+static void throw_or_return() {
+  if (std::exchange(printing_throws, false)) {
+    throw std::bad_alloc();
+  }
+}
+
+extern "C" int printf(const char* format, ...) {
+  throw_or_return();
+  std::va_list values;
+  va_start(values, format);
+  const int length = vprintf(format, values);
+  va_end(values);
+  return length;
+}
+
+// The same in a program with _FORTIFY_SOURCE.
+extern "C" int __printf_chk(int /*flag*/, const char* format, ...) {
+  throw_or_return();
+  std::va_list values;
+  va_start(values, format);
+  const int length = vprintf(format, values);
+  va_end(values);
+  return length;
+}
+
+extern "C" int fclose(FILE* file) {
+  static const auto real = reinterpret_cast<decltype(&fclose)>(dlsym(RTLD_NEXT, "fclose"));
+  const int result = real(file);
+  return closing_fails ? EOF : result;
+}
+
+extern "C" int chmod(const char* path, mode_t mode) noexcept {
+  static const auto real = reinterpret_cast<decltype(&chmod)>(dlsym(RTLD_NEXT, "chmod"));
+  return changing_modes_fails ? -1 : real(path, mode);
 }

@@ -1,23 +1,21 @@
 #pragma once
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <string>
 
-/// Runs `action` with a file of ours in the place of `stream` (stdout, stderr) and returns what it wrote
-/// there, through the stream or past it.
+inline ssize_t append_to_string(void* text, const char* data, std::size_t size) {
+  static_cast<std::string*>(text)->append(data, size);
+  return static_cast<ssize_t>(size);
+}
+
+/// Runs `action` with a stream of ours in the place of `stream` (stdout, stderr) and returns what was written
+/// through it. The stream has no descriptor: what goes past it is not seen.
 template <typename Action>
 std::string captured(FILE*& stream, Action action) {
-  const int file = memfd_create("captured", 0);
+  std::string text;
   FILE* const original = stream;
-  stream = fdopen(file, "w");
+  stream = fopencookie(&text, "w", {nullptr, append_to_string, nullptr, nullptr});
   action();
-  fflush(stream);
-  std::string text(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
-  const ssize_t size = pread(file, text.data(), text.size(), 0);
-  text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
   fclose(stream);
   stream = original;
   return text;

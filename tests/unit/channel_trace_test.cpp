@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "tests/unit/captured_stream.h"
@@ -40,6 +41,30 @@ TEST(ChannelTrace, OffsetsHaveFourHexadecimalDigits) {
   EXPECT_NE(log.find("\nDEBUG: [STS] 01f0: 01"), std::string::npos);
   EXPECT_EQ(log.find("0200:"), std::string::npos);
 }
+
+TEST(ChannelTrace, OffsetsHaveMoreDigitsWhereFourAreTooFew) {
+  const std::string log = trace("[REP]", std::vector<unsigned char>(0x10011, 1));
+  EXPECT_NE(log.find("\nDEBUG: [REP] fff0: 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01\n"
+                     "DEBUG: [REP] 10000: 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01\n"
+                     "DEBUG: [REP] 10010: 01\n"),
+            std::string::npos);
+}
+
+class LongBuffers : public testing::TestWithParam<int> {};
+
+TEST_P(LongBuffers, AreDumpedWhole) {
+  const int size = GetParam();
+  const std::string log = trace("[REP]", std::vector<unsigned char>(static_cast<std::size_t>(size), 0xab));
+  EXPECT_TRUE(log.starts_with("DEBUG: [REP] size=" + std::to_string(size) + "\n"));
+  int bytes = 0;
+  for (auto at = log.find(" ab"); at != std::string::npos; at = log.find(" ab", at + 1)) {
+    ++bytes;
+  }
+  EXPECT_EQ(bytes, size);
+  EXPECT_EQ(std::ranges::count(log, '\n'), 1 + (size + 15) / 16);
+}
+
+INSTANTIATE_TEST_SUITE_P(ChannelTrace, LongBuffers, testing::Values(512, 513, 600, 1024, 4097));
 
 TEST(ChannelTrace, NoBytesGiveADataLineWithoutBytes) {
   EXPECT_EQ(captured_log([] { dump_mem("[REP]", "x", 0); }), "DEBUG: [REP] size=0\nDEBUG: [REP] 0000:\n");

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdio>
+#include <set>
+
 namespace {
 
 TEST(PlainText, OrdinaryTextStaysAsItIs) {
@@ -37,10 +41,57 @@ TEST(PlainText, BrokenUtf8IsReplacedByteByByte) {
   }
 }
 
-TEST(PlainText, CharactersThatTurnTheDirectionOfWritingAreReplaced) {
-  for (const char* text : {"\u200E", "\u200F", "\u202A", "\u202E", "\u2066", "\u2069", "\u2028", "\u2029"}) {
-    EXPECT_EQ(printable(text), "\uFFFD");
+std::string utf8(unsigned character) {
+  const auto byte = [](unsigned value) { return static_cast<char>(value); };
+  const auto rest = [&](unsigned shift) { return byte(0x80 | ((character >> shift) & 0x3F)); };
+  if (character < 0x80) {
+    return {byte(character)};
   }
+  if (character < 0x800) {
+    return {byte(0xC0 | (character >> 6)), rest(0)};
+  }
+  if (character < 0x10000) {
+    return {byte(0xE0 | (character >> 12)), rest(6), rest(0)};
+  }
+  return {byte(0xF0 | (character >> 18)), rest(12), rest(6), rest(0)};
+}
+
+/// Unicode's categories Cc, Zl and Zp, and its property Bidi_Control.
+bool must_not_reach_a_terminal(unsigned character) {
+  static const std::set<unsigned> others = {0x061C, 0x200E, 0x200F, 0x2028, 0x2029, 0x202A, 0x202B,
+                                            0x202C, 0x202D, 0x202E, 0x2066, 0x2067, 0x2068, 0x2069};
+  return character < 0x20 || (character >= 0x7F && character < 0xA0) || others.contains(character);
+}
+
+TEST(PlainText, OfAllCharactersControlsSeparatorsAndChangesOfDirectionAreReplaced) {
+  for (unsigned character = 0; character <= 0x10FFFF; ++character) {
+    if (character >= 0xD800 && character < 0xE000) {
+      continue;  // no characters
+    }
+    const auto text = utf8(character);
+    ASSERT_EQ(printable(text), must_not_reach_a_terminal(character) ? "\uFFFD" : text)
+        << std::hex << character;
+  }
+}
+
+TEST(PlainText, JsonHasEscapesForThem) {
+  for (unsigned character = 0x7F; character < 0x3000; ++character) {
+    std::array<char, 16> escape{};
+    snprintf(escape.data(), escape.size(), "\"\\u%04x\"", character);
+    const auto text = "\"" + utf8(character) + "\"";
+    ASSERT_EQ(escaped_json(text), must_not_reach_a_terminal(character) ? escape.data() : text)
+        << std::hex << character;
+  }
+  EXPECT_EQ(escaped_json("{\n  \"a\": \"\\u001b″\"\n}"), "{\n  \"a\": \"\\u001b″\"\n}");
+}
+
+TEST(PlainText, WidthsAreThoseOfATerminal) {
+  EXPECT_EQ(columns("Bu\u0308ro"), 4U);  // a combining mark
+  EXPECT_EQ(columns("写真"), 4U);
+  EXPECT_EQ(columns("\xF0\x9F\x96\xA8"), 1U);
+  EXPECT_EQ(columns("a\u200Db"), 2U);  // a joiner
+  EXPECT_EQ(cut("写真写真", 6, "…"), "写真…");
+  EXPECT_EQ(cut("e\u0301e\u0301e\u0301", 2, "…"), "e\u0301…");
 }
 
 TEST(PlainText, AsciiHasAQuotationMarkForInches) {

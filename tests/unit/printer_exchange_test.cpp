@@ -18,10 +18,14 @@ const std::string LEVELS_REQUEST("\x1bGD0\0\0\3\x1e\x16\x2a", 10);
 struct SmallDevice {
   std::size_t capacity;
   std::string taken;
+  bool logs_writes = false;  ///< each write is shown by a line in the log
 };
 
 ssize_t write_to_device(void* cookie, const char* data, size_t size) {
   auto* device = static_cast<SmallDevice*>(cookie);
+  if (device->logs_writes) {
+    fputs("written\n", stderr);
+  }
   const std::size_t room = device->capacity - device->taken.size();
   device->taken.append(data, std::min(size, room));
   return static_cast<ssize_t>(std::min(size, room));
@@ -34,7 +38,7 @@ class Exchange : public testing::Test {
   /// Runs a query with standard output on a device of `capacity` bytes and the given buffering.
   template <typename Query>
   auto run(Query query, std::size_t capacity = 1000, int buffering = _IOFBF) {
-    device_ = {capacity, {}};
+    device_ = {capacity, {}, logs_writes_};
     FILE* const original = stdout;
     stdout = fopencookie(&device_, "w", {nullptr, write_to_device, nullptr, nullptr});
     setvbuf(stdout, nullptr, buffering, BUFSIZ);
@@ -50,6 +54,7 @@ class Exchange : public testing::Test {
   }
 
   SmallDevice device_{};
+  bool logs_writes_ = false;
 };
 
 TEST_F(Exchange, TheStatusRequestIsEightBytes) {
@@ -65,6 +70,20 @@ TEST_F(Exchange, TheLevelsRequestIsTenBytes) {
 TEST_F(Exchange, TheDrainOffers512BytesAndWaitsFiveSeconds) {
   log_of(get_printer_state);
   EXPECT_EQ(channels.side_calls, (std::vector<SideChannelCall>{{CUPS_SC_CMD_DRAIN_OUTPUT, 512, 5.0}}));
+}
+
+TEST_F(Exchange, TheDrainOfTheLevelsWaitsFiveSecondsToo) {
+  log_of(get_printer_levels);
+  EXPECT_EQ(channels.side_calls, (std::vector<SideChannelCall>{{CUPS_SC_CMD_DRAIN_OUTPUT, 512, 5.0}}));
+}
+
+TEST_F(Exchange, TheRequestIsTracedBeforeItIsWritten) {
+  logs_writes_ = true;
+  EXPECT_TRUE(log_of(get_printer_state, 1000, _IONBF)
+                  .starts_with("DEBUG: [CMD] size=8\nDEBUG: [CMD] 0000: 1b 47 44 30 00 00 01 16\nwritten\n"));
+  EXPECT_TRUE(
+      log_of(get_printer_levels, 1000, _IONBF)
+          .starts_with("DEBUG: [CMD] size=10\nDEBUG: [CMD] 0000: 1b 47 44 30 00 00 03 1e 16 2a\nwritten\n"));
 }
 
 TEST_F(Exchange, EachReadOffersTheRestOfTheBufferAndWaitsOneSecond) {

@@ -27,8 +27,23 @@ TEST(PrinterStateReasons, KeywordsEndAtTheFirstNullPointer) {
 
 TEST(PrinterStateReasons, FourKeywordsNeedNoNullPointer) {
   const PrinterStateReason row = {0, 0, {"a", "b", "c", "d"}};
-  EXPECT_EQ(row.reasons.size(), 4U);
+  EXPECT_EQ(std::size(row.reasons), 4U);
   EXPECT_EQ(row.keywords().size(), 4U);
+}
+
+TEST(PrinterStateReasons, ArePlainArrays) {
+  const PrinterStateReason* row = PRINTER_STATE_REASONS;
+  const char* const* keyword = row[1].reasons;
+  EXPECT_STREQ(keyword[0], "com.brenvellis-error0001");
+  EXPECT_EQ(std::size(PRINTER_STATE_REASONS), 110U);
+}
+
+TEST(PrinterStateReasons, AreNullBehindTheFirstNullPointer) {
+  for (const auto& row : PRINTER_STATE_REASONS) {
+    for (std::size_t i = row.keywords().size(); i < std::size(row.reasons); ++i) {
+      EXPECT_EQ(row.reasons[i], nullptr) << row.major << ' ' << row.minor;
+    }
+  }
 }
 
 }  // namespace

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <new>
 #include <type_traits>
 
 namespace {
@@ -23,6 +27,24 @@ TEST(PrinterState, NamedConstructorsSetTypeAndCode) {
   EXPECT_EQ(static_cast<int>(PrinterState::Error(0x2660).type), 1);
   EXPECT_EQ(PrinterState::Error(0x2660).code, 0x2660);
   EXPECT_EQ(static_cast<int>(PrinterState::Any().type), 2);
+}
+
+/// A function of its own, so that the compiler does not drop what the memory held before.
+[[gnu::noinline]] void make_at(void* memory, PrinterState::Type type) {
+  new (memory) PrinterState(type);
+}
+
+TEST(PrinterState, ATypeAloneLeavesTheCodeAsItWasInMemory) {
+  using Type = PrinterState::Type;
+  for (const auto type : {Type::Unavailable, Type::Error, Type::Any, NO_SUCH_TYPE}) {
+    alignas(PrinterState) std::array<unsigned char, sizeof(PrinterState)> memory{};
+    memory.fill(0xa5);
+    void (*volatile make)(void*, Type) = make_at;
+    make(memory.data(), type);
+    std::uint16_t code = 0;
+    std::memcpy(&code, memory.data() + offsetof(PrinterState, code), sizeof code);
+    EXPECT_EQ(code, 0xa5a5);
+  }
 }
 
 struct Comparison {

@@ -27,7 +27,24 @@ TEST(Report, ARibbonAtTheLimitIsLow) {
   };
   EXPECT_EQ(verdict(11), Verdict::Well);
   EXPECT_EQ(verdict(10), Verdict::Low);
-  EXPECT_EQ(verdict(0), Verdict::Low);
+  EXPECT_EQ(verdict(1), Verdict::Low);
+}
+
+TEST(Report, AnEmptyRibbonIsAnError) {
+  EXPECT_EQ(judge(refreshed(ribbon_reading("q", 0, 400, "10")), 10), Verdict::Error);
+  // Less than one percent, and yet not empty.
+  EXPECT_EQ(judge(refreshed(ribbon_reading("q", 3, 400, "10")), 10), Verdict::Low);
+  auto percent = refreshed(ribbon_reading("q", 0, 400, "10"));
+  percent.reading.prints_remaining.reset();
+  percent.reading.prints_total.reset();
+  EXPECT_EQ(judge(percent, 10), Verdict::Error);
+}
+
+TEST(Report, AStuckPrintIsAnError) {
+  auto queue = refreshed(ribbon_reading("q", 200, 400, "10"));
+  queue.outcome = Outcome::Busy;
+  queue.stuck = true;
+  EXPECT_EQ(judge(queue, 10), Verdict::Error);
 }
 
 TEST(Report, EachOutcomeHasItsVerdict) {
@@ -37,6 +54,7 @@ TEST(Report, EachOutcomeHasItsVerdict) {
   } cases[] = {
       {Outcome::Refreshed, Verdict::Well},    {Outcome::NotAsked, Verdict::Well},
       {Outcome::Busy, Verdict::Well},         {Outcome::Paused, Verdict::Unknown},
+      {Outcome::Asking, Verdict::Well},       {Outcome::Stopped, Verdict::Error},
       {Outcome::Rejecting, Verdict::Unknown}, {Outcome::Unsupported, Verdict::Unknown},
       {Outcome::TimedOut, Verdict::Unknown},  {Outcome::Failed, Verdict::Unknown},
       {Outcome::NotFound, Verdict::Unknown},

@@ -58,6 +58,30 @@ inline Report sample_report() {
   busy.reading.state = QueueState::Processing;
   busy.reading.age_seconds = 240;
 
+  QueueReport stuck{ribbon_reading("stuck", 400, 400, "10x15(4x6″)"), Outcome::Busy, {}, {}};
+  stuck.reading.state = QueueState::Processing;
+  stuck.reading.state_message = "Waiting for printer to become available.";
+  stuck.reading.state_seconds = 2460;
+  stuck.reading.age_seconds = 2520;
+  stuck.stuck = true;
+  stuck.prints_waiting = 2;
+  stuck.job_seconds = 2460;
+  QueueReport down{ribbon_reading("down", 90, 400, "10x15(4x6″)"), Outcome::Stopped, {}, {}};
+  down.reading.state = QueueState::Stopped;
+  down.reading.state_message = "Printer stopped due to backend errors.";
+  down.reading.age_seconds = 600;
+  down.prints_waiting = 1;
+  auto asking = refreshed(ribbon_reading("asking", 88, 400, "10x15(4x6″)"));
+  asking.outcome = Outcome::Asking;
+  asking.seconds.reset();
+  asking.reading.age_seconds = 60;
+  auto empty = refreshed(ribbon_reading("empty", 0, 400, "10x15(4x6″)"));
+  auto strange = refreshed(ribbon_reading("strange", 0, 1, "10x15(4x6″)"));
+  strange.reading.prints_remaining.reset();
+  strange.reading.prints_total.reset();
+  strange.reading.level_percent.reset();
+  strange.reading.ribbon_words = "Ink Ribbon = 65534 / 1";
+
   QueueReport slow{ribbon_reading("slow", 77, 700, "42"), Outcome::TimedOut, {}, {}};
   slow.reading.age_seconds = 8000;
   QueueReport office;
@@ -73,7 +97,7 @@ inline Report sample_report() {
   missing.outcome = Outcome::NotFound;
 
   report.servers = {
-      {"localhost", {}, 4.75, {bar, busy, garden, hall, paused, silent}},
+      {"localhost", {}, 4.75, {asking, bar, busy, down, empty, garden, hall, paused, silent, strange, stuck}},
       {"annex:8631", {}, 30.5, {office, slow, missing}},
       {"cellar", "it cannot be reached: Connection refused", 0.25, {}},
   };
@@ -85,11 +109,14 @@ inline Report hostile_report(const std::string& text) {
   Reading reading = ribbon_reading(text, 200, 400, text);
   reading.info = text;
   reading.location = text;
+  reading.state_message = text;
+  reading.ribbon_words = text;
   reading.make_and_model = text;
   reading.reasons = {text};
   reading.markers.push_back({text, text, 5});
   reading.errors = {{text, text}};
   QueueReport queue{reading, Outcome::Failed, text, 1.0};
+  queue.stuck = true;
   QueueReport foreign = queue;
   foreign.reading.level_percent.reset();
   foreign.reading.prints_remaining.reset();
@@ -112,6 +139,7 @@ inline const std::string HOSTILE_TEXTS[] = {
     "\x1b[31mred\x1b[0m \x07 \x08 \x7f \x9b 31m",
     "\xc2\x9b"
     "31m \xe2\x80\xae reversed \xe2\x80\xa8 separated",
+    "\u061C\u200E\u200F\u202A\u202B\u202C\u202D\u202E\u2066\u2067\u2068\u2069 \u2029 \u0080\u0085\u009F",
     "\xff\xfe\xc3( \xe2\x82 \xf0\x9f \xed\xa0\x80 \xc0\xaf broken",
     std::string("nul\0inside", 10),
     "&amp; &lt; &#60; ${jndi} {{7*7}} %s%n",

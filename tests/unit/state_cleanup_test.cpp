@@ -9,20 +9,24 @@
 #include <string>
 #include <utility>
 
+#include "tests/unit/captured_stream.h"
+
 namespace {
 
 /// What the CUPS client library answers, and how often its list was given back.
 int destinations = 0;
 cups_dest_t* list = nullptr;
 int freed_destinations = -1;
+/// The default destination's reasons when the list was given back.
+std::string reasons_when_freed;
+/// Whether the log shows when the list is made and given back.
+bool calls_are_logged = false;
 
 const std::string START = "clean_printer_state() START\n";
 const std::string END = "clean_printer_state() END\n";
 
 std::string cleaned() {
-  testing::internal::CaptureStderr();
-  clean_printer_state();
-  return testing::internal::GetCapturedStderr();
+  return captured_log(clean_printer_state);
 }
 
 /// Makes the list of one queue, the default one, and another with reasons of its own.
@@ -74,6 +78,23 @@ TEST(StateCleanup, TheListIsGivenBack) {
   EXPECT_EQ(freed_destinations, 2);
 }
 
+TEST(StateCleanup, TheListIsReadAfterTheFirstLineAndGivenBackBeforeTheLast) {
+  calls_are_logged = true;
+  use_default_destination("jam");
+  const std::string log = cleaned();
+  const std::string log_without_destinations = cleaned();
+  calls_are_logged = false;
+  EXPECT_EQ(log, START + "list made\nSTATE: -jam\nlist given back\n" + END);
+  EXPECT_EQ(log_without_destinations,
+            START + "list made\nDEBUG: Not found default(destination) printer.\nlist given back\n" + END);
+}
+
+TEST(StateCleanup, TheDestinationKeepsItsReasonsWhole) {
+  use_default_destination(",door-open,,jam,");
+  cleaned();
+  EXPECT_EQ(reasons_when_freed, ",door-open,,jam,");
+}
+
 TEST(StateCleanup, NoMemoryIsKept) {
   const std::string reasons(10000, 'r');
   const auto used_after_one_more = [&] {
@@ -100,13 +121,24 @@ TEST(StateCleanup, WithoutADefaultDestinationNothingIsCleared) {
 
 }  // namespace
 
-// Stands before that of the library: the answers above instead of a scheduler's.
+// These stand before those of the library: the answers above instead of a scheduler's.
+
 int cupsGetDests(cups_dest_t** dests) {
+  if (calls_are_logged) {
+    fputs("list made\n", stderr);
+  }
   *dests = list;
   return std::exchange(destinations, 0);
 }
 
 void cupsFreeDests(int num_dests, cups_dest_t* dests) {
+  if (calls_are_logged) {
+    fputs("list given back\n", stderr);
+  }
+  const cups_dest_t* photo = cupsGetDest("photo", nullptr, num_dests, dests);
+  const char* reasons =
+      photo != nullptr ? cupsGetOption("printer-state-reasons", photo->num_options, photo->options) : nullptr;
+  reasons_when_freed = reasons != nullptr ? reasons : "";
   freed_destinations = num_dests;
   list = nullptr;
   reinterpret_cast<decltype(&cupsFreeDests)>(dlsym(RTLD_NEXT, "cupsFreeDests"))(num_dests, dests);

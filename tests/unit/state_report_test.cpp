@@ -2,9 +2,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cwchar>
 #include <set>
+#include <type_traits>
+#include <vector>
 
 #include "tests/unit/captured_stream.h"
 #include "tests/unit/known_codes.h"
@@ -38,7 +43,7 @@ std::string report(const PrinterState& state) {
 }
 
 std::string report(const PrinterState& state, std::span<const PrinterStateReason> table) {
-  return captured_log([&] { update_printer_state(state, table); });
+  return captured_log([&] { update_printer_state_from_table(state, table); });
 }
 
 TEST(StateReport, NoErrorClearsAll109KeywordsInSortedOrder) {
@@ -103,6 +108,81 @@ TEST(StateReport, AnyRaisesAllInTableOrderAndClearsNone) {
   EXPECT_EQ(report(PrinterState::Any()), expected);
 }
 
+/// What a stream of ours gets in the place of stderr: each write by itself.
+ssize_t keep_write(void* writes, const char* data, std::size_t size) {
+  static_cast<std::vector<std::string>*>(writes)->emplace_back(data, size);
+  return static_cast<ssize_t>(size);
+}
+
+/// The writes of a report to a stream with this buffering, and how many of them came before it was closed.
+struct StreamWrites {
+  std::vector<std::string> writes;
+  std::size_t before_close = 0;
+};
+
+StreamWrites writes_of(const PrinterState& state, int buffering) {
+  StreamWrites result;
+  FILE* const original = stderr;
+  stderr = fopencookie(&result.writes, "w", {nullptr, keep_write, nullptr, nullptr});
+  setvbuf(stderr, nullptr, buffering, 65536);
+  update_printer_state(state);
+  result.before_close = result.writes.size();
+  fclose(stderr);
+  stderr = original;
+  return result;
+}
+
+class Streams : public testing::TestWithParam<int> {};
+
+TEST_P(Streams, TakeEachLineInOneWrite) {
+  const auto [writes, before_close] = writes_of(PrinterState::Unavailable(), GetParam());
+  EXPECT_EQ(before_close, 3U + 108U);
+  std::string log;
+  for (const auto& line : writes) {
+    EXPECT_EQ(line.find('\n'), line.size() - 1) << line;
+    log += line;
+  }
+  EXPECT_EQ(log, fallback_lines("UNAVAILABLE"));
+}
+
+INSTANTIATE_TEST_SUITE_P(StateReport, Streams, testing::Values(_IONBF, _IOLBF));
+
+TEST(StateReport, IsNotFlushed) {
+  const auto [writes, before_close] = writes_of(PrinterState::Unavailable(), _IOFBF);
+  EXPECT_EQ(before_close, 0U);
+  EXPECT_EQ(writes, std::vector{fallback_lines("UNAVAILABLE")});
+}
+
+TEST(StateReport, AStreamOfWideCharactersTakesNoLine) {
+  FILE* const original = stderr;
+  stderr = std::tmpfile();
+  EXPECT_GT(fwide(stderr, 1), 0);
+  update_printer_state(PrinterState::Unavailable());
+  fflush(stderr);
+  EXPECT_EQ(lseek(fileno(stderr), 0, SEEK_END), 0);
+  fclose(stderr);
+  stderr = original;
+}
+
+TEST(StateReport, ReachesTheProcessesStandardError) {
+  FILE* const file = std::tmpfile();
+  const int original = dup(STDERR_FILENO);
+  dup2(fileno(file), STDERR_FILENO);
+  update_printer_state(PrinterState::Error(0x2660));
+  dup2(original, STDERR_FILENO);
+  close(original);
+  std::string text(static_cast<std::size_t>(lseek(fileno(file), 0, SEEK_END)), '\0');
+  EXPECT_EQ(pread(fileno(file), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+  fclose(file);
+  EXPECT_EQ(text, report(PrinterState::Error(0x2660)));
+}
+
+TEST(StateReport, IsOneFunctionOfThisName) {
+  const auto function = &update_printer_state;
+  static_assert(std::is_same_v<decltype(function), void (*const)(const PrinterState&)>);
+  EXPECT_EQ(captured_log([&] { function(PrinterState::Good()); }), clearing_lines({}));
+}
+
 TEST(StateReport, NothingIsKeptFromOneReportToTheNext) {
   report(PrinterState::Error(0x2660));
   report(PrinterState::Unavailable());
@@ -141,6 +221,19 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(StateReport, ARangeRaisesItsKeywordsOnceForAny) {
   const std::array<PrinterStateReason, 1> table = {{{0x26, 0x1510, {"k"}}}};
   EXPECT_EQ(report(PrinterState::Any(), table), "STATE: +k\nDEBUG: k ANY\n");
+}
+
+TEST(StateReport, AnInvertedRangeNeverMatches) {
+  const std::array<PrinterStateReason, 1> table = {{{0x26, 0x0305, {"k"}}}};
+  const auto fallback = [](const std::string& state_text) {
+    return "STATE: +" + FALLBACK + "\nDEBUG: " + FALLBACK + " " + state_text +
+           "\nDEBUG: error_number part mismatch processing \nSTATE: -k\n";
+  };
+  EXPECT_EQ(report(PrinterState::Any(), table), fallback("ANY"));
+  for (int code = 0x2600; code <= 0x26ff; ++code) {
+    const auto state = PrinterState::Error(static_cast<std::uint16_t>(code));
+    EXPECT_EQ(report(state, table), fallback(state.to_string()));
+  }
 }
 
 TEST(StateReport, AllKeywordsOfAMatchingRowAreRaisedInOrder) {

@@ -171,6 +171,14 @@ TEST_F(Views, AHostileTextIsAStringInTheJson) {
   }
 }
 
+TEST_F(Views, AHostileTextPutsNoControlCharacterIntoTheJson) {
+  for (const auto& text : HOSTILE_TEXTS) {
+    for (const auto& line : lines_of(json_view(hostile_report(text)))) {
+      EXPECT_EQ(printable(line), line);
+    }
+  }
+}
+
 TEST_F(Views, AHostileTextStaysInItsLabel) {
   const std::regex comment(R"(# (HELP|TYPE) brenvellis_[a-z_]+ [^\n]+)");
   const std::regex sample(R"re(brenvellis_[a-z_]+\{([a-z]+="([^"\\]|\\\\|\\"|\\n)*",?)+\} [0-9.e+-]+)re");

@@ -1,4 +1,4 @@
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -25,7 +25,7 @@ std::string read_line(int descriptor) {
 
 }  // namespace
 
-SimulatedPrinter::SimulatedPrinter(const std::vector<std::string>& options) {
+NetworkPrinter::NetworkPrinter(const std::vector<std::string>& options) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error("pipe2() failed");
@@ -42,19 +42,19 @@ SimulatedPrinter::SimulatedPrinter(const std::vector<std::string>& options) {
   }
 }
 
-SimulatedPrinter::~SimulatedPrinter() {
+NetworkPrinter::~NetworkPrinter() {
   process_->signal(SIGTERM);
   process_->wait(std::chrono::seconds(5));
 }
 
-std::string SimulatedPrinter::ask(const std::string& line) const {
+std::string ask_control_socket(const std::string& path, const std::string& line) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, (folder_.path() / "control").c_str(), sizeof address.sun_path - 1);
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
   const int control = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (connect(control, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     close(control);
-    throw std::runtime_error("the simulator's control socket does not answer");
+    throw std::runtime_error("the control socket " + path + " does not answer");
   }
   const std::string request = line + "\n";
   const bool sent = write(control, request.data(), request.size()) == static_cast<ssize_t>(request.size());
@@ -66,7 +66,11 @@ std::string SimulatedPrinter::ask(const std::string& line) const {
   return reply.size() > 3 ? reply.substr(3) : "";
 }
 
-std::vector<std::string> SimulatedPrinter::requests() const {
+std::string NetworkPrinter::ask(const std::string& line) const {
+  return ask_control_socket((folder_.path() / "control").string(), line);
+}
+
+std::vector<std::string> NetworkPrinter::requests() const {
   std::istringstream words(ask("requests"));
   std::vector<std::string> packets;
   for (std::string packet; words >> packet;) {

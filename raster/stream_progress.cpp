@@ -1,4 +1,4 @@
-#include "raster/progress.h"
+#include "raster/stream_progress.h"
 
 #include <unistd.h>
 
@@ -7,9 +7,10 @@
 
 using namespace std::chrono_literals;
 
-Progress::Progress() : terminal_(isatty(STDERR_FILENO) == 1), next_(std::chrono::steady_clock::now() + 1s) {}
+StreamProgress::StreamProgress()
+    : terminal_(isatty(STDERR_FILENO) == 1), next_(std::chrono::steady_clock::now() + 1s) {}
 
-void Progress::show(std::uint64_t page, std::uint64_t line, std::uint64_t lines) {
+void StreamProgress::show(std::uint64_t page, std::uint64_t line, std::uint64_t lines) {
   if (!terminal_ || std::chrono::steady_clock::now() < next_) {
     return;
   }
@@ -18,7 +19,7 @@ void Progress::show(std::uint64_t page, std::uint64_t line, std::uint64_t lines)
   shown_ = true;
 }
 
-void Progress::clear() {
+void StreamProgress::clear() {
   if (shown_) {
     fprintf(stderr, "\r\033[K");
     shown_ = false;

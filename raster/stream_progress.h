@@ -3,10 +3,10 @@
 #include <chrono>
 #include <cstdint>
 
-/// Progress shows on standard error how far a long stream was read, if that is a terminal.
-class Progress {
+/// StreamProgress shows on standard error how far a long stream was read, if that is a terminal.
+class StreamProgress {
  public:
-  Progress();
+  StreamProgress();
 
   /// Call it as often as you like: a line appears after a second, and changes a few times a second.
   void show(std::uint64_t page, std::uint64_t line, std::uint64_t lines);

@@ -7,13 +7,17 @@
 #include "tests/support/child_process.h"
 #include "tests/support/temporary_folder.h"
 
-/// SimulatedPrinter is a running brenvellis-simulator on a free port of 127.0.0.1.
-class SimulatedPrinter {
+/// Sends a line to the control socket of a simulator and returns what follows "ok" in its reply.
+/// Throws on an error.
+std::string ask_control_socket(const std::string& path, const std::string& line);
+
+/// NetworkPrinter is a running brenvellis-simulator on a free port of 127.0.0.1.
+class NetworkPrinter {
  public:
-  explicit SimulatedPrinter(const std::vector<std::string>& options = {});
-  ~SimulatedPrinter();
-  SimulatedPrinter(const SimulatedPrinter&) = delete;
-  SimulatedPrinter& operator=(const SimulatedPrinter&) = delete;
+  explicit NetworkPrinter(const std::vector<std::string>& options = {});
+  ~NetworkPrinter();
+  NetworkPrinter(const NetworkPrinter&) = delete;
+  NetworkPrinter& operator=(const NetworkPrinter&) = delete;
 
   /// The device URI for a queue: "socket://127.0.0.1:PORT".
   [[nodiscard]] const std::string& device_uri() const { return device_uri_; }

@@ -1,0 +1,166 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "monitor/report.h"
+#include "monitor/scheduler.h"
+#include "monitor/scheduler_error.h"
+
+/// A point in time. The watches have no clock: their callers say what time it is.
+using Moment = std::chrono::steady_clock::time_point;
+
+/// WatchRules says when queues are asked, and from when on something is trouble.
+struct WatchRules {
+  bool ask = true;     ///< false: only read
+  bool again = false;  ///< false: until every queue was asked once
+  bool wait = false;   ///< for queues that are printing, paused or rejecting jobs
+  int low_percent = 10;
+  std::chrono::seconds timeout{10};   ///< a command job that has not ended by then is purged
+  std::chrono::seconds shortest{60};  ///< between two command jobs of a queue
+  std::chrono::seconds longest{900};  ///< likewise, where nothing changes
+  std::chrono::seconds stuck{300};    ///< a print without a completed sheet for so long is stuck
+  /// Queues whose values are not older are not asked.
+  std::optional<std::chrono::seconds> max_age;
+};
+
+/// Whether the queue's reasons or its message say that its backend does not reach the printer.
+[[nodiscard]] bool is_unreachable(const Reading& reading);
+
+/// QueueWatch is the life of one queue: it is given what was seen of the queue, and says what is to be done
+/// and reported.
+class QueueWatch {
+ public:
+  QueueWatch(const std::string& queue, const WatchRules& rules, Moment now);
+
+  [[nodiscard]] const std::string& name() const { return reading_.queue; }
+
+  /// Takes the queue's jobs that a look showed, without and with the queue's reading.
+  void see(const std::vector<Job>& jobs, Moment now);
+  void see(const std::vector<Job>& jobs, const Reading& reading, Moment now);
+  /// Takes that the scheduler has no such queue.
+  void miss();
+  /// Takes that the scheduler did not answer for a while: it may have forgotten jobs.
+  void note_absence() { was_away_ = true; }
+
+  /// From when on the queue wants to be asked; nothing if it does not.
+  [[nodiscard]] std::optional<Moment> due() const;
+  /// Whether its last command job came to nothing.
+  [[nodiscard]] bool is_dead() const { return failures_ > 0; }
+  /// Whether its printer answered when it was last asked, by whomever.
+  [[nodiscard]] bool has_answered() const { return reading_.answered == true; }
+  /// How many ReportLevels lines the next command job needs.
+  [[nodiscard]] int report_levels() const;
+
+  /// The command job is being sent; it was sent; it was not.
+  void sending(Moment now);
+  void sent(int job, Moment now);
+  void not_sent(const SchedulerError& error, Moment now);
+
+  /// Whether the scheduler may have taken the job although it did not say so.
+  [[nodiscard]] bool was_maybe_sent() const { return maybe_sent_; }
+
+  /// The number of the command job that the scheduler has; 0 if there is none.
+  [[nodiscard]] int job() const { return job_; }
+  /// Whether this job has not ended yet, as far as is known.
+  [[nodiscard]] bool is_out() const { return step_ == Step::Out; }
+  /// Whether it has ended and its values are to be read.
+  [[nodiscard]] bool wants_values() const { return step_ == Step::Ended; }
+  /// Whether its values were read too.
+  [[nodiscard]] bool wants_forgetting() const { return step_ == Step::Told; }
+  /// When it is to be purged, ended or not; nothing if it has ended.
+  [[nodiscard]] std::optional<Moment> give_up_at() const;
+  /// Whether it has tried to reach the printer for some time in vain.
+  [[nodiscard]] bool is_hopeless(Moment now) const;
+  /// The job was purged, or cannot be.
+  void purged(Moment now);
+
+  /// Ends the asking: there is no time left; the scheduler went away.
+  void wind_up();
+  void lose(const std::string& why);
+
+  /// Whether the queue was asked, or cannot be, and has no job left.
+  [[nodiscard]] bool is_done() const { return done_ && step_ == Step::Resting; }
+  [[nodiscard]] bool was_sent() const { return was_sent_; }
+  /// Whether prints are printing or waiting.
+  [[nodiscard]] bool has_prints() const { return !moving_.empty() || print_.has_value(); }
+
+  [[nodiscard]] QueueReport report(Moment now) const;
+
+ private:
+  enum class Step : std::uint8_t { Resting, Sending, Out, Ended, Told };
+
+  /// The print that is on the printer, or that failed there and is to be tried again.
+  struct Print {
+    int number = 0;
+    bool seen_before = false;
+    bool has_failed = false;
+    std::optional<int> sheets;
+    std::optional<int> seconds;
+    Moment seen_at;
+    Moment moved_at;  ///< when it began, or completed its last sheet
+    std::optional<Moment> unreachable_since;
+  };
+
+  [[nodiscard]] std::optional<Outcome> obstacle() const;
+  void see_prints(const std::vector<Job>& jobs, Moment now);
+  void see_own_job(const std::vector<Job>& jobs);
+  void see_print(const Job& job, Moment now);
+  void take_values(Moment now);
+  void take_report_of_others(Moment now);
+  void accept_values(Moment now);
+  void finish(Outcome outcome, const std::string& detail, Moment asked_at, Moment now);
+  [[nodiscard]] bool is_surprising() const;
+  [[nodiscard]] bool is_in_trouble() const;
+  [[nodiscard]] bool is_stuck(Moment now) const;
+  [[nodiscard]] bool is_fresh(Moment now) const;
+
+  WatchRules rules_;
+  bool found_ = true;
+  bool has_been_read_ = false;
+  bool went_down_ = false;  ///< it is stopped, and not because somebody paused it
+  Reading reading_;
+  Moment read_at_;
+  /// What is told of the ribbon: a reading is taken into it when its command job has ended and it is
+  /// credible.
+  Reading told_;
+  Moment told_at_;
+
+  Step step_ = Step::Resting;
+  int job_ = 0;
+  int lines_ = 1;
+  Moment sent_at_;
+  bool was_sent_ = false;
+  bool was_away_ = false;
+  bool maybe_sent_ = false;  ///< the job; the scheduler did not say so
+  int newest_before_ = 0;    ///< the job
+  bool overtaken_ = false;   ///< a print waits behind the job
+  bool winding_up_ = false;
+  std::optional<ipp_jstate_t> end_state_;  ///< of the job; nothing if the scheduler forgot it
+  std::optional<Moment> struggling_since_;
+  std::optional<Moment> reported_since_;
+  std::string last_words_;  ///< of the backend, while the job was on its way
+
+  Outcome outcome_ = Outcome::NotAsked;
+  std::string detail_;
+  std::optional<double> seconds_;
+  bool done_ = false;
+
+  Moment asked_at_;
+  Moment due_;
+  std::chrono::seconds interval_{0};
+  int failures_ = 0;
+  bool doubtful_ = false;    ///< the printer may still owe an answer to the last command job
+  bool confirming_ = false;  ///< the last values surprised and are not told yet
+  bool in_trouble_ = false;
+  bool print_ended_ = false;  ///< since the queue was last asked
+
+  std::set<int> moving_;  ///< prints that are printing or waiting
+  int newest_job_ = 0;
+  int waiting_ = 0;
+  std::optional<Print> print_;
+};

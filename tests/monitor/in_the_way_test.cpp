@@ -1,0 +1,234 @@
+// What a monitor does to prints and to a scheduler, with the distribution's own configuration.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+#include "tests/monitor/monitor_run.h"
+#include "tests/support/network_printer.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::IsSupersetOf;
+
+/// No printer is there.
+constexpr const char* REFUSED = "socket://127.0.0.1:9";
+
+class InTheWay : public testing::Test {
+ protected:
+  [[nodiscard]] std::unique_ptr<ChildProcess> start_watch(const std::vector<std::string>& more = {}) const {
+    std::vector<std::string> arguments = {"--watch", "1", "--json=" + file()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return start_monitor(scheduler.server(), arguments);
+  }
+  [[nodiscard]] std::string file() const { return (folder.path() / "report.json").string(); }
+
+  /// What the watch wrote last.
+  [[nodiscard]] JsonRun written() const {
+    std::ifstream stream(file());
+    return {0, nlohmann::json::parse(stream, nullptr, false)};
+  }
+  [[nodiscard]] bool shows(const std::function<bool(const JsonRun&)>& condition,
+                           seconds limit = seconds(90)) const {
+    for (const auto end = steady_clock::now() + limit; steady_clock::now() < end;) {
+      const auto one = written();
+      if (!one.object.is_discarded() && condition(one)) {
+        return true;
+      }
+      std::this_thread::sleep_for(milliseconds(50));
+    }
+    return false;
+  }
+
+  PrivateScheduler scheduler{{.configuration = PrivateScheduler::Configuration::DEFAULT}};
+  TemporaryFolder folder;
+};
+
+TEST_F(InTheWay, NoRefreshStaysInTheHistory) {
+  const NetworkPrinter printer;
+  scheduler.add_queue("booth", printer.device_uri());
+  std::vector<int> prints;
+  for (int i = 0; i < 5; ++i) {
+    prints.push_back(scheduler.send_raw("booth", "a photo"));
+    ASSERT_EQ(scheduler.wait_for_job(prints.back()), IPP_JSTATE_COMPLETED);
+  }
+  const auto watch = start_watch({"--idle", "1"});
+  for (int i = 0; i < 1200 && printer.requests().size() < 12; ++i) {
+    std::this_thread::sleep_for(milliseconds(50));
+  }
+  EXPECT_GE(printer.requests().size(), 12U);
+  watch->signal(SIGTERM);
+  EXPECT_EQ(watch->exit_status(seconds(30)), 128 + SIGTERM);
+  auto left = all_jobs(scheduler);
+  std::ranges::sort(left);
+  EXPECT_EQ(left, prints);
+}
+
+TEST_F(InTheWay, ManyDeadQueuesLeaveRoomForAPrint) {
+  const NetworkPrinter printer;
+  scheduler.add_queue("booth", printer.device_uri());
+  for (int i = 0; i < 40; ++i) {
+    scheduler.add_queue("dead" + std::to_string(i), REFUSED);
+  }
+  const auto watch = start_watch({"--timeout", "20"});
+  std::size_t most = 0;
+  for (int i = 0; i < 40; ++i) {
+    most = std::max(most, active_jobs(scheduler).size());
+    std::this_thread::sleep_for(milliseconds(50));
+  }
+  EXPECT_LE(most, 32U);
+  EXPECT_GE(most, 16U);
+  const int print = scheduler.send_raw("booth", "a photo");
+  EXPECT_EQ(scheduler.wait_for_job(print), IPP_JSTATE_COMPLETED);
+  EXPECT_TRUE(shows([](const JsonRun& one) { return one.outcome("booth") == "refreshed"; }));
+  watch->signal(SIGTERM);
+  EXPECT_EQ(watch->exit_status(seconds(30)), 128 + SIGTERM);
+  EXPECT_EQ(all_jobs(scheduler), std::vector<int>{print});
+}
+
+TEST_F(InTheWay, OneDeadPrinterDelaysNoOther) {
+  const NetworkPrinter printer;
+  scheduler.add_queue("booth", printer.device_uri());
+  scheduler.add_queue("dead", REFUSED);
+  const auto watch = start_watch({"--timeout", "3600"});
+  EXPECT_TRUE(shows([](const JsonRun& one) {
+    return one.outcome("booth") == "refreshed" && one.outcome("dead") == "asking";
+  }));
+}
+
+struct Delay {
+  const char* name;
+  const char* fault;
+};
+
+class BehindARefresh : public InTheWay, public testing::WithParamInterface<Delay> {};
+
+TEST_P(BehindARefresh, APrintDoesNotWait) {
+  const NetworkPrinter printer({"--remaining", "200", "--total", "400"});
+  scheduler.add_queue("booth", printer.device_uri());
+  ASSERT_EQ(run_json(scheduler.server()).exit_status, 0);
+  printer.tell("forget");
+  printer.tell(GetParam().fault);
+  const auto watch = start_watch({"--timeout", "3600"});
+  ASSERT_TRUE(wait_for_active_jobs(scheduler, 1));
+  const int refresh = active_jobs(scheduler).at(0);
+  ASSERT_TRUE(wait_for_processing(scheduler, refresh));
+  const int print = scheduler.send_raw("booth", "a photo");
+  // The print begins although the command job would not end within an hour.
+  EXPECT_TRUE(wait_for_processing(scheduler, print) || scheduler.job_state(print) == IPP_JSTATE_COMPLETED);
+  EXPECT_THAT(all_jobs(scheduler), testing::Not(testing::Contains(refresh)));
+  printer.tell("fault none; remaining 199");
+  EXPECT_EQ(scheduler.wait_for_job(print, seconds(60)), IPP_JSTATE_COMPLETED);
+  EXPECT_TRUE(shows([](const JsonRun& one) {
+    return one.outcome("booth") == "refreshed" && one.queue("booth")["ribbon"]["prints_remaining"] == 199;
+  }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Printers, BehindARefresh,
+                         testing::Values(Delay{"Refusing", "fault refuse"},
+                                         Delay{"Dripping", "fault drip 3600000"},
+                                         Delay{"Slow", "fault slow 3600000"}),
+                         [](const auto& one) { return one.param.name; });
+
+struct StuckPrinter {
+  const char* name;
+  const char* device;
+  const char* words;
+};
+
+class StuckPrint : public InTheWay, public testing::WithParamInterface<StuckPrinter> {};
+
+TEST_P(StuckPrint, IsAnErrorInTheSchedulersOwnWords) {
+  scheduler.add_queue("booth", GetParam().device);
+  const int print = scheduler.send_raw("booth", "a photo");
+  ASSERT_TRUE(wait_for_processing(scheduler, print));
+  const auto watch = start_watch();
+  ASSERT_TRUE(shows([](const JsonRun& one) { return one.queue("booth")["stuck"] == true; }));
+  const auto queue = written().queue("booth");
+  EXPECT_EQ(queue["status"], 2);
+  EXPECT_EQ(queue["message"], GetParam().words);
+  EXPECT_GE(queue["print_seconds"], 29);
+
+  // A call of its own knows it from the scheduler's times.
+  const auto text = run_monitor(scheduler.server(), {});
+  EXPECT_EQ(text.exit_status, 2);
+  EXPECT_THAT(text.output, HasSubstr(GetParam().words));
+  EXPECT_THAT(run_monitor(scheduler.server(), {"--prometheus"}).output,
+              HasSubstr("brenvellis_queue_stuck{queue=\"booth\",server=\"localhost\"} 1\n"));
+  EXPECT_THAT(run_monitor(scheduler.server(), {"--html"}).output,
+              testing::AllOf(HasSubstr("class=\"card error"), HasSubstr(GetParam().words)));
+  EXPECT_EQ(active_jobs(scheduler), std::vector<int>{print});
+}
+
+INSTANTIATE_TEST_SUITE_P(Devices, StuckPrint,
+                         testing::Values(StuckPrinter{"Usb", "usb://Brenvellis/Nowhere?serial=0",
+                                                      "Waiting for printer to become available."},
+                                         StuckPrinter{
+                                             "Socket", REFUSED,
+                                             "The printer may not exist or is unavailable at this time."}),
+                         [](const auto& one) { return one.param.name; });
+
+TEST_F(InTheWay, AQueueThatWasPausedIsToldFromOneThatIsDown) {
+  const TemporaryFolder programs;
+  const auto backend = programs.path() / "failing";
+  std::ofstream(backend)
+      << "#!/bin/sh\n[ $# = 0 ] && exit 0\necho 'ERROR: The cutter is jammed.' >&2\nexit 4\n";
+  std::filesystem::permissions(backend, std::filesystem::perms(0755));
+  const PrivateScheduler server({.configuration = PrivateScheduler::Configuration::DEFAULT,
+                                 .backends = {{"failing", backend.string()}}});
+  server.add_queue("down", "failing://x");
+  server.add_queue("paused", REFUSED);
+  server.pause("paused");
+  static_cast<void>(server.send_raw("down", "a photo"));
+  JsonRun one;
+  for (int i = 0; i < 100 && one.outcome("down") != "stopped"; ++i) {
+    one = run_json(server.server(), {"--timeout", "1"});
+  }
+  EXPECT_EQ(one.outcome("down"), "stopped");
+  EXPECT_EQ(one.queue("down")["message"], "The cutter is jammed.");
+  EXPECT_EQ(one.queue("down")["status"], 2);
+  EXPECT_EQ(one.outcome("paused"), "paused");
+  EXPECT_EQ(one.queue("paused")["status"], 3);
+}
+
+TEST_F(InTheWay, AServerThatRefusesTheJobIsExplained) {
+  const NetworkPrinter printer;
+  scheduler.add_queue("booth", printer.device_uri());
+  const auto denied = run_program({"/bin/sh", "-c", "PATH=$PATH:/usr/sbin lpadmin -p booth -u deny:all"}, {},
+                                  {{"CUPS_SERVER", scheduler.server()}});
+  ASSERT_EQ(denied.exit_status, 0) << denied.errors;
+  const auto one = run_json(scheduler.server());
+  EXPECT_EQ(one.outcome("booth"), "failed");
+  EXPECT_THAT(one.queue("booth")["refresh"]["detail"].get<std::string>(),
+              HasSubstr("the print server does not allow it"));
+  EXPECT_EQ(one.exit_status, 3);
+}
+
+TEST_F(InTheWay, AWatchOutlivesARestartOfTheScheduler) {
+  const NetworkPrinter printer({"--remaining", "200", "--total", "400"});
+  scheduler.add_queue("booth", printer.device_uri());
+  const auto watch = start_watch();
+  EXPECT_TRUE(
+      shows([](const JsonRun& one) { return one.queue("booth")["ribbon"]["prints_remaining"] == 200; }));
+  scheduler.restart(SIGTERM);
+  printer.tell("remaining 150");
+  EXPECT_TRUE(
+      shows([](const JsonRun& one) { return one.queue("booth")["ribbon"]["prints_remaining"] == 150; }));
+  watch->signal(SIGTERM);
+  EXPECT_EQ(watch->exit_status(seconds(30)), 128 + SIGTERM);
+  EXPECT_THAT(all_jobs(scheduler), IsEmpty());
+}
+
+}  // namespace
