@@ -121,12 +121,12 @@ class Writer {
   template <typename... Types>
   void put(const std::variant<Types...>& value) {
     bytes_.push_back(static_cast<char>(value.index()));
-    std::visit([this](const auto& one) { put(one); }, value);
+    std::visit([this](const auto& one) { this->put(one); }, value);
   }
   template <typename T>
   requires requires(const T& value) { members(value); }
   void put(const T& value) {
-    std::apply([this](const auto&... each) { (put(each), ...); }, members(value));
+    std::apply([this](const auto&... each) { (this->put(each), ...); }, members(value));
   }
 
   [[nodiscard]] std::string take() { return std::move(bytes_); }
@@ -204,7 +204,7 @@ class Reader {
   template <typename T>
   requires requires(T& value) { members(value); }
   bool get(T& value) {
-    return std::apply([this](auto&... each) { return (get(each) && ...); }, members(value));
+    return std::apply([this](auto&... each) { return (this->get(each) && ...); }, members(value));
   }
 
   [[nodiscard]] bool is_at_end() const { return bytes_.empty(); }
