@@ -9,7 +9,7 @@
 #include <sstream>
 
 #include "tests/monitor/monitor_run.h"
-#include "tests/support/simulated_printer.h"
+#include "tests/support/network_printer.h"
 
 namespace {
 
@@ -97,8 +97,8 @@ class Service : public testing::Test {
 
   [[nodiscard]] std::string file(const std::string& name) const { return (folder.path() / name).string(); }
 
-  SimulatedPrinter printer{{"--remaining", "12"}};
-  PrivateScheduler scheduler;
+  NetworkPrinter printer{{"--remaining", "12"}};
+  PrivateScheduler scheduler{{.port = true}};  // with the default configuration
   TemporaryFolder folder;
 };
 
