@@ -60,7 +60,7 @@ TEST_F(Output, IsAsciiInALocaleWithoutUtf8) {
 }
 
 TEST_F(Output, GoesToTheFileThatIsNamed) {
-  const auto result = run({"--prometheus", "--output", file("metrics.prom")});
+  const auto result = run({"--prometheus=" + file("metrics.prom")});
   EXPECT_EQ(result.output, "");
   EXPECT_THAT(text_of(file("metrics.prom")),
               HasSubstr("brenvellis_ribbon_prints_remaining{queue=\"booth\",server=\"localhost\"} 200\n"));
@@ -80,7 +80,7 @@ TEST_F(Output, GoesToSeveralFilesOfOneRefresh) {
 }
 
 TEST_F(Output, ThatCannotBeWrittenIsSaid) {
-  const auto result = run({"--json", "--output", "/nonexistent/report.json"});
+  const auto result = run({"--json=/nonexistent/report.json"});
   EXPECT_EQ(result.errors, "brenvellis-monitor: /nonexistent/report.json: No such file or directory\n");
   EXPECT_EQ(result.exit_status, 74);
 }
@@ -171,12 +171,9 @@ TEST(Usage, WhatIsWrongIsSaidWithStatus64) {
                                              {"--server", ""},
                                              {"--json", "--html"},
                                              {"--json", "--prometheus=-"},
-                                             {"--json=x", "--output", "y"},
+                                             {"--output", "y"},
                                              {"--json=x", "--html=x"},
-                                             {"--json=x", "--html", "--output", "x"},
                                              {"--json="},
-                                             {"--output=", "booth"},
-                                             {"--output", "", "booth"},
                                              {"--wait", "--no-refresh"}}) {
     const auto result = run_monitor("/nonexistent/cups.sock", arguments);
     EXPECT_EQ(result.exit_status, 64) << arguments[0];

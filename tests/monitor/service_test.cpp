@@ -98,7 +98,7 @@ class Service : public testing::Test {
   [[nodiscard]] std::string file(const std::string& name) const { return (folder.path() / name).string(); }
 
   NetworkPrinter printer{{"--remaining", "12"}};
-  PrivateScheduler scheduler;
+  PrivateScheduler scheduler{{.port = true}};  // with the default configuration
   TemporaryFolder folder;
 };
 
