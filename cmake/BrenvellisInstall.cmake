@@ -68,7 +68,8 @@ if(TARGET brenvellis_ppd)
   # Below a folder that the scheduler searches: lpinfo -m lists it.
   install(FILES ${CMAKE_BINARY_DIR}/ppd/brenvell.ppd DESTINATION ${CMAKE_INSTALL_DATADIR}/ppd/brenvellis COMPONENT ppd)
   # The reasons' texts, for the PPD compiler of a driver.
-  install(FILES ${BRENVELLIS_REASON_TEXTS} DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis/ppd COMPONENT ppd)
+  get_target_property(reason_texts brenvellis_ppd REASON_TEXTS)
+  install(FILES ${reason_texts} DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis/ppd COMPONENT ppd)
 endif()
 
 # For many print servers; monitor/fleet names programs where a distribution has them. Which prefix it is, only the
