@@ -8,15 +8,19 @@ if(NOT serverbin)
   set(serverbin /usr/lib/cups)
 endif()
 set(CUPS_SERVERBIN ${serverbin} CACHE PATH "The scheduler's programs; the filter goes into filter/ below it")
+# brenvellis_system_folder(VARIABLE NAME DEFAULT DOC): the folder that systemd names NAME, or else DEFAULT.
 find_package(PkgConfig QUIET)
-if(NOT SYSTEMD_UNIT_DIR AND PkgConfig_FOUND)
-  pkg_get_variable(unit_dir systemd systemdsystemunitdir)
-endif()
-if(NOT unit_dir)
-  set(unit_dir lib/systemd/system)
-endif()
-set(SYSTEMD_UNIT_DIR ${unit_dir} CACHE PATH "systemd's units")
-set(SYSUSERS_DIR lib/sysusers.d CACHE PATH "systemd's users")
+function(brenvellis_system_folder variable name default doc)
+  if(PkgConfig_FOUND)
+    pkg_get_variable(folder systemd ${name})
+  endif()
+  if(NOT folder)
+    set(folder ${default})
+  endif()
+  set(${variable} ${folder} CACHE PATH ${doc})
+endfunction()
+brenvellis_system_folder(SYSTEMD_UNIT_DIR systemdsystemunitdir lib/systemd/system "systemd's units")
+brenvellis_system_folder(SYSUSERS_DIR sysusersdir lib/sysusers.d "systemd's users")
 set(filter_permissions OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 # The scheduler refuses a filter that others than its owner could write.
@@ -64,7 +68,8 @@ if(TARGET brenvellis_ppd)
   # Below a folder that the scheduler searches: lpinfo -m lists it.
   install(FILES ${CMAKE_BINARY_DIR}/ppd/brenvell.ppd DESTINATION ${CMAKE_INSTALL_DATADIR}/ppd/brenvellis COMPONENT ppd)
   # The reasons' texts, for the PPD compiler of a driver.
-  install(FILES ${BRENVELLIS_REASON_TEXTS} DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis/ppd COMPONENT ppd)
+  get_target_property(reason_texts brenvellis_ppd REASON_TEXTS)
+  install(FILES ${reason_texts} DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis/ppd COMPONENT ppd)
 endif()
 
 # For many print servers; monitor/fleet names programs where a distribution has them. Which prefix it is, only the

@@ -27,12 +27,13 @@ auto members(Is<ReasonCode> auto& value) {
 
 auto members(Is<Reading> auto& value) {
   auto& [queue, info, location, make_and_model, state, accepting, state_message, state_seconds, shared,
-         active_jobs, reports_levels, reports_status, prints_remaining, prints_total, level_percent, sheet,
-         ribbon_words, answered, markers, errors, reasons, reported_at, age_seconds] = value;
+         active_jobs, reports_levels, reports_status, other_commands, prints_remaining, prints_total,
+         level_percent, sheet, ribbon_words, answered, markers, errors, reasons, reported_at, age_seconds] =
+      value;
   return std::tie(queue, info, location, make_and_model, state, accepting, state_message, state_seconds,
-                  shared, active_jobs, reports_levels, reports_status, prints_remaining, prints_total,
-                  level_percent, sheet, ribbon_words, answered, markers, errors, reasons, reported_at,
-                  age_seconds);
+                  shared, active_jobs, reports_levels, reports_status, other_commands, prints_remaining,
+                  prints_total, level_percent, sheet, ribbon_words, answered, markers, errors, reasons,
+                  reported_at, age_seconds);
 }
 
 auto members(Is<Job> auto& value) {

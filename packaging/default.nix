@@ -9,5 +9,6 @@ pkgs.stdenv.mkDerivation {
   cmakeFlags = [
     "-DCUPS_SERVERBIN=${placeholder "out"}/lib/cups"
     "-DSYSTEMD_UNIT_DIR=lib/systemd/system"
+    "-DSYSUSERS_DIR=lib/sysusers.d"
   ];
 }

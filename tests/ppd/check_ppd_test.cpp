@@ -1,6 +1,7 @@
 // brenvellis-check-ppd agrees with the scheduler: PPDs of the distribution, as they are and with lines that a
 // packager may add.
 #include <cups/cups.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -191,7 +192,7 @@ TEST_F(CheckPpd, NamesTheFilterThatTheSchedulerStarts) {
   }
 }
 
-TEST_F(CheckPpd, APpdThatFollowsItsAdviceReportsTheRibbonAndStillPrints) {
+TEST_F(CheckPpd, APpdThatFollowsItsAdviceReportsTheRibbonStillPrintsAndIsFoundByTheMonitor) {
   const PrivateScheduler scheduler;
   const NetworkPrinter printer({"--remaining", "200", "--total", "400"});
   for (const char* original :
@@ -219,6 +220,15 @@ TEST_F(CheckPpd, APpdThatFollowsItsAdviceReportsTheRibbonAndStillPrints) {
     scheduler.add_queue(queue, printer.device_uri(), changed.string());
     EXPECT_EQ(scheduler.report(queue).marker["marker-message"], "Ink Ribbon = 200 / 400");
     EXPECT_TRUE(accepts(scheduler, queue, "application/postscript"));
+  }
+
+  // None of these drivers is called Brenvellis.
+  const auto shown =
+      run_program({MONITOR_PROGRAM}, {}, {{"CUPS_SERVER", scheduler.server()}, {"LC_ALL", "C.UTF-8"}});
+  for (const char* original :
+       {RASTER, POSTSCRIPT, PDF_AND_POSTSCRIPT, PDF, CUPS_FILTER_2, OWN_COMMAND_FILTER}) {
+    const std::string queue(original, std::string(original).find('.'));
+    EXPECT_THAT(shown.output, testing::ContainsRegex(queue + ".*200 of 400 prints left"));
   }
 }
 
