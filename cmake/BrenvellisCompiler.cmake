@@ -11,8 +11,9 @@ if(BRENVELLIS_WERROR)
   add_compile_options(-Werror)
 endif()
 
-add_compile_options(-fstack-protector-strong -ffunction-sections -fdata-sections)
-add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+# Defaults, before the flags of the user or the distribution, so that those win.
+string(PREPEND CMAKE_CXX_FLAGS "-fstack-protector-strong -ffunction-sections -fdata-sections ")
+string(PREPEND CMAKE_EXE_LINKER_FLAGS "-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack ")
 
 if(BRENVELLIS_SANITIZE)
   # The CUPS enumerations come from C: any integer that a backend or a raster stream put there is a
@@ -20,9 +21,9 @@ if(BRENVELLIS_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize=enum -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined -fno-sanitize=enum)
-elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-  # A distribution's own flags may already set a level.
-  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
+elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
+  # The compiler may already set a level.
+  string(PREPEND CMAKE_CXX_FLAGS "-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 ")
 endif()
 
 if(BRENVELLIS_FUZZ)

@@ -1,4 +1,5 @@
-# What goes where. Included last: each rule looks whether its program was built.
+# What goes where, as the components filter, monitor, tools, ppd and development. Included last: each rule looks whether
+# its program was built.
 find_program(CUPS_CONFIG cups-config)
 if(NOT CUPS_SERVERBIN AND CUPS_CONFIG)
   execute_process(COMMAND ${CUPS_CONFIG} --serverbin OUTPUT_VARIABLE serverbin OUTPUT_STRIP_TRAILING_WHITESPACE)
@@ -7,19 +8,36 @@ if(NOT serverbin)
   set(serverbin /usr/lib/cups)
 endif()
 set(CUPS_SERVERBIN ${serverbin} CACHE PATH "The scheduler's programs; the filter goes into filter/ below it")
-set(SYSTEMD_UNIT_DIR lib/systemd/system CACHE PATH "systemd's units")
+# brenvellis_system_folder(VARIABLE NAME DEFAULT DOC): the folder that systemd names NAME, or else DEFAULT.
+find_package(PkgConfig QUIET)
+function(brenvellis_system_folder variable name default doc)
+  if(PkgConfig_FOUND)
+    pkg_get_variable(folder systemd ${name})
+  endif()
+  if(NOT folder)
+    set(folder ${default})
+  endif()
+  set(${variable} ${folder} CACHE PATH ${doc})
+endfunction()
+brenvellis_system_folder(SYSTEMD_UNIT_DIR systemdsystemunitdir lib/systemd/system "systemd's units")
+brenvellis_system_folder(SYSUSERS_DIR sysusersdir lib/sysusers.d "systemd's users")
 set(filter_permissions OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 # The scheduler refuses a filter that others than its owner could write.
-install(TARGETS commandtobrenvellis DESTINATION ${CUPS_SERVERBIN}/filter PERMISSIONS ${filter_permissions})
-install(FILES man/commandtobrenvellis.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(TARGETS commandtobrenvellis DESTINATION ${CUPS_SERVERBIN}/filter PERMISSIONS ${filter_permissions}
+  COMPONENT filter)
+install(FILES man/commandtobrenvellis.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT filter)
 
 foreach(program brenvellis-monitor brenvellis-rasterdump brenvellis-simulator)
   if(NOT TARGET ${program})
     continue()
   endif()
-  install(TARGETS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  set(component tools)
+  if(program STREQUAL brenvellis-monitor)
+    set(component monitor)
+  endif()
+  install(TARGETS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
+  install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
 
   # Made from the program's own --help, so that they know the same options.
   if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
@@ -36,15 +54,22 @@ foreach(program brenvellis-monitor brenvellis-rasterdump brenvellis-simulator)
     VERBATIM)
   add_custom_target(${program}-completions ALL DEPENDS ${made})
   install(FILES ${completions}/bash/${program}
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  install(FILES ${completions}/zsh/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${component})
+  install(FILES ${completions}/zsh/_${program}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT ${component})
   install(FILES ${completions}/fish/${program}.fish
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT ${component})
 endforeach()
 
+# For those who write a PPD, which does not need the one of this tree.
+install(PROGRAMS ppd/brenvellis-check-ppd DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ppd)
+install(FILES man/brenvellis-check-ppd.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ppd)
 if(TARGET brenvellis_ppd)
   # Below a folder that the scheduler searches: lpinfo -m lists it.
-  install(FILES ${CMAKE_BINARY_DIR}/ppd/brenvell.ppd DESTINATION ${CMAKE_INSTALL_DATADIR}/ppd/brenvellis)
+  install(FILES ${CMAKE_BINARY_DIR}/ppd/brenvell.ppd DESTINATION ${CMAKE_INSTALL_DATADIR}/ppd/brenvellis COMPONENT ppd)
+  # The reasons' texts, for the PPD compiler of a driver.
+  get_target_property(reason_texts brenvellis_ppd REASON_TEXTS)
+  install(FILES ${reason_texts} DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis/ppd COMPONENT ppd)
 endif()
 
 # For many print servers; monitor/fleet names programs where a distribution has them. Which prefix it is, only the
@@ -54,12 +79,14 @@ if(TARGET brenvellis-monitor)
     set(program \"${CMAKE_INSTALL_BINDIR}/brenvellis-monitor\")
     cmake_path(ABSOLUTE_PATH program BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
     file(READ \"${CMAKE_SOURCE_DIR}/monitor/fleet/brenvellis-monitor.service\" text)
-    string(REPLACE \"=/usr/bin/brenvellis-monitor \" \"=\\\"\${program}\\\" \" text \"\${text}\")
-    file(WRITE \"${CMAKE_BINARY_DIR}/brenvellis-monitor.service\" \"\${text}\")")
+    string(REPLACE \"/usr/bin/brenvellis-monitor\" \"\${program}\" text \"\${text}\")
+    file(WRITE \"${CMAKE_BINARY_DIR}/brenvellis-monitor.service\" \"\${text}\")" COMPONENT monitor)
   install(FILES ${CMAKE_BINARY_DIR}/brenvellis-monitor.service monitor/fleet/brenvellis-monitor.timer
-    DESTINATION ${SYSTEMD_UNIT_DIR})
+    DESTINATION ${SYSTEMD_UNIT_DIR} COMPONENT monitor)
+  install(FILES monitor/fleet/brenvellis-monitor.sysusers DESTINATION ${SYSUSERS_DIR} RENAME brenvellis-monitor.conf
+    COMPONENT monitor)
   install(FILES monitor/fleet/alerts.yml monitor/fleet/brenvellis-monitor.default
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis)
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis COMPONENT monitor)
 endif()
 
 # The filter's library, for programs that ask the printer without the filter.

@@ -14,7 +14,8 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   app.footer(
       "Exit status: 0 all well; 1 a ribbon is low; 2 a printer reports an error;\n"
       "3 something could not be read (of several, 2 before 3 before 1);\n"
-      "64 wrong usage; 130, 143 ended by Ctrl-C or SIGTERM.\n"
+      "64 wrong usage; 74 an output could not be written;\n"
+      "130, 143 ended by Ctrl-C or SIGTERM.\n"
       "See brenvellis-monitor(1).");
   app.set_version_flag("--version", "brenvellis-monitor " BRENVELLIS_VERSION);
 
@@ -31,7 +32,6 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   std::string json;
   std::string prometheus;
   std::string html;
-  std::string output;
   arguments.color = "auto";
 
   app.add_option("QUEUE", arguments.queues, "Queues; none means those of all Brenvellis printers");
@@ -76,7 +76,6 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   app.add_flag("--json{-}", json, "Write JSON, to FILE with --json=FILE");
   app.add_flag("--prometheus{-}", prometheus, "Write metrics, to FILE with --prometheus=FILE");
   app.add_flag("--html{-}", html, "Write a web page, to FILE with --html=FILE");
-  app.add_option("--output", output, "Write to FILE instead of standard output")->type_name("FILE");
 
   const auto refuse = [](const std::string& why) {
     fprintf(stderr, "brenvellis-monitor: %s\nRun with --help for more information.\n", why.c_str());
@@ -85,9 +84,8 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   // An option without its value would take the next word for it.
   for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
     const std::string_view word = argv[i];
-    for (const std::string_view option : {"--json", "--prometheus", "--html", "--output"}) {
-      const bool is_empty = option == "--output" && word == option && i + 1 < argc && *argv[i + 1] == '\0';
-      if (is_empty || (word.starts_with(option) && word.substr(option.size()) == "=")) {
+    for (const std::string_view option : {"--json", "--prometheus", "--html"}) {
+      if (word.starts_with(option) && word.substr(option.size()) == "=") {
         return refuse(std::string(option) + ": an empty name is no file");
       }
     }
@@ -114,12 +112,6 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   const auto unnamed = std::ranges::count_if(arguments.outputs, to_standard_output);
   if (unnamed > 1) {
     return refuse("only one of --json, --prometheus and --html can go to standard output");
-  }
-  if (!output.empty()) {
-    if (unnamed == 0) {
-      return refuse("--output has nothing to write: every view has a file");
-    }
-    std::ranges::find_if(arguments.outputs, to_standard_output)->path = output;
   }
 
   std::set<std::string> files;

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <langinfo.h>
 #include <sys/ioctl.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -137,7 +138,7 @@ Written write_views(const Report& report, const Arguments& arguments) {
       }
     }
     if (!error.empty()) {
-      fprintf(stderr, "brenvellis-monitor: %s\n", error.c_str());
+      fprintf(stderr, "brenvellis-monitor: %s\n", printable(error).c_str());
       written.all = false;
       written.standard_output = written.standard_output && to_file;
     }
@@ -156,7 +157,7 @@ int monitor(const Arguments& arguments) {
   }
 
   LiveLine line;
-  auto status = Verdict::Unknown;
+  int status = static_cast<int>(Verdict::Unknown);
   WatchCaller caller;
   caller.stop = stop_pipe[0];
   const bool is_shown = std::ranges::any_of(
@@ -174,7 +175,7 @@ int monitor(const Arguments& arguments) {
   caller.show = [&](const Report& report) {
     line.clear();
     const auto written = write_views(report, arguments);
-    status = written.all ? judge(report) : worse(judge(report), Verdict::Unknown);
+    status = written.all ? static_cast<int>(judge(report)) : EX_IOERR;
     return written.standard_output;
   };
 
@@ -183,7 +184,7 @@ int monitor(const Arguments& arguments) {
   if (end == WatchEnd::Stopped || stop_signal != 0) {
     return ENDED_BY_SIGNAL + stop_signal;
   }
-  return static_cast<int>(end == WatchEnd::Done ? status : Verdict::Unknown);
+  return end == WatchEnd::Done ? status : EX_IOERR;
 }
 
 void take_signals() {
@@ -213,7 +214,7 @@ int main(int argc, char** argv) {
     take_signals();
     return monitor(std::get<Arguments>(read));
   } catch (const std::exception& error) {
-    fprintf(stderr, "brenvellis-monitor: %s\n", error.what());
+    fprintf(stderr, "brenvellis-monitor: %s\n", printable(error.what()).c_str());
     return static_cast<int>(Verdict::Unknown);
   }
 }

@@ -151,13 +151,20 @@ void write_all(const Descriptor& file, std::string_view text) {
   }
 }
 
+void keep_group(const Descriptor& file, gid_t group) {
+  struct stat status {};
+  if (fstat(file.number(), &status) == 0 && status.st_gid != group) {
+    std::ignore = fchown(file.number(), static_cast<uid_t>(-1), group);
+  }
+}
+
 void replace(const Place& place, std::string_view text) {
   constexpr mode_t read_and_write = 0666;
   const mode_t mode = place.file ? place.file->st_mode & read_and_write : read_and_write;
   auto [file, temporary] = make_temporary(place.folder, mode);
   if (place.file && place.file->st_uid == geteuid()) {
     // For a web server, for example; the group of somebody else's file means nothing.
-    std::ignore = fchown(file.number(), static_cast<uid_t>(-1), place.file->st_gid);
+    keep_group(file, place.file->st_gid);
   }
   try {
     write_all(file, text);

@@ -1,7 +1,5 @@
 #include "monitor/reading.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -11,7 +9,6 @@ namespace {
 
 constexpr std::string_view MESSAGE = "Ink Ribbon = ";
 constexpr std::string_view NAME = "InkSheetType: ";
-constexpr std::string_view MAKE = "Brenvellis";
 constexpr const char* RIBBON_TYPE = "ink-ribbon";
 
 /// The level by which the filter says that the printer did not answer; -1 is an unknown level.
@@ -202,6 +199,8 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   } else if (name == "printer-commands") {
     reading.reports_levels = ippContainsString(attribute, "ReportLevels") != 0;
     reading.reports_status = ippContainsString(attribute, "ReportStatus") != 0;
+    reading.other_commands =
+        ippGetCount(attribute) > int{reading.reports_levels} + int{reading.reports_status};
   } else if (name == "printer-state-reasons") {
     read_reasons(attribute, reading);
   } else if (name == "printer-up-time") {
@@ -238,8 +237,13 @@ Reading read_queue(ipp_t* answer, ipp_attribute_t*& attribute) {
 }  // namespace
 
 bool is_brenvellis_queue(const Reading& reading) {
-  return reading.reports_levels && reading.reports_status &&
-         strncasecmp(reading.make_and_model.c_str(), MAKE.data(), MAKE.size()) == 0;
+  if (!reading.reports_levels || !reading.reports_status) {
+    return false;
+  }
+  return !reading.other_commands || !reading.errors.empty() ||
+         std::ranges::any_of(reading.markers, [](const Marker& marker) {
+           return marker.type == RIBBON_TYPE && std::string_view(marker.name).starts_with(NAME);
+         });
 }
 
 std::optional<double> ribbon_ratio(const Reading& reading) {

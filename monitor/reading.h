@@ -40,6 +40,7 @@ struct Reading {
   int active_jobs = 0;               ///< that wait, are held or print
   bool reports_levels = false;       ///< the queue's filter knows the command ReportLevels
   bool reports_status = false;       ///< and ReportStatus
+  bool other_commands = false;       ///< and others, which ours does not
 
   /// The ribbon's values are unknown, too, where they cannot be: far more prints left than it had, or a total
   /// of 0.
@@ -62,7 +63,8 @@ struct Reading {
   bool operator==(const Reading&) const = default;
 };
 
-/// Whether this is a queue that brenvellis-monitor looks after without being told its name.
+/// Whether this queue has our command filter: brenvellis-monitor looks after it without being told its name.
+/// Its PPD names the filter's two commands and no others, or the filter has reported its ribbon or an error.
 [[nodiscard]] bool is_brenvellis_queue(const Reading& reading);
 
 /// Prints remaining divided by prints total, or else the level; nothing if neither is known.

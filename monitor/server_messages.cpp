@@ -27,12 +27,13 @@ auto members(Is<ReasonCode> auto& value) {
 
 auto members(Is<Reading> auto& value) {
   auto& [queue, info, location, make_and_model, state, accepting, state_message, state_seconds, shared,
-         active_jobs, reports_levels, reports_status, prints_remaining, prints_total, level_percent, sheet,
-         ribbon_words, answered, markers, errors, reasons, reported_at, age_seconds] = value;
+         active_jobs, reports_levels, reports_status, other_commands, prints_remaining, prints_total,
+         level_percent, sheet, ribbon_words, answered, markers, errors, reasons, reported_at, age_seconds] =
+      value;
   return std::tie(queue, info, location, make_and_model, state, accepting, state_message, state_seconds,
-                  shared, active_jobs, reports_levels, reports_status, prints_remaining, prints_total,
-                  level_percent, sheet, ribbon_words, answered, markers, errors, reasons, reported_at,
-                  age_seconds);
+                  shared, active_jobs, reports_levels, reports_status, other_commands, prints_remaining,
+                  prints_total, level_percent, sheet, ribbon_words, answered, markers, errors, reasons,
+                  reported_at, age_seconds);
 }
 
 auto members(Is<Job> auto& value) {
@@ -121,12 +122,12 @@ class Writer {
   template <typename... Types>
   void put(const std::variant<Types...>& value) {
     bytes_.push_back(static_cast<char>(value.index()));
-    std::visit([this](const auto& one) { put(one); }, value);
+    std::visit([this](const auto& one) { this->put(one); }, value);
   }
   template <typename T>
   requires requires(const T& value) { members(value); }
   void put(const T& value) {
-    std::apply([this](const auto&... each) { (put(each), ...); }, members(value));
+    std::apply([this](const auto&... each) { (this->put(each), ...); }, members(value));
   }
 
   [[nodiscard]] std::string take() { return std::move(bytes_); }
@@ -204,7 +205,7 @@ class Reader {
   template <typename T>
   requires requires(T& value) { members(value); }
   bool get(T& value) {
-    return std::apply([this](auto&... each) { return (get(each) && ...); }, members(value));
+    return std::apply([this](auto&... each) { return (this->get(each) && ...); }, members(value));
   }
 
   [[nodiscard]] bool is_at_end() const { return bytes_.empty(); }

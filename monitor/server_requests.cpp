@@ -24,7 +24,11 @@ using std::chrono::milliseconds;
 constexpr int PARENT = STDIN_FILENO;
 constexpr int ARGUMENTS = 6;
 
+#ifdef BRENVELLIS_SANITIZE
+constexpr rlim_t MAX_MEMORY = RLIM_INFINITY;  // Sanitizers reserve terabytes of address space.
+#else
 constexpr rlim_t MAX_MEMORY = 256U << 20U;
+#endif
 constexpr rlim_t MAX_FILES = 64;
 
 void limit(decltype(RLIMIT_CORE) resource, rlim_t value) {
@@ -42,9 +46,7 @@ void confine() {
   prctl(PR_SET_DUMPABLE, 0);
   limit(RLIMIT_CORE, 0);
   limit(RLIMIT_NOFILE, MAX_FILES);
-#ifndef BRENVELLIS_SANITIZE  // Sanitizers reserve terabytes of address space.
   limit(RLIMIT_AS, MAX_MEMORY);
-#endif
 #ifdef SYS_close_range
   syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, 0);
 #endif

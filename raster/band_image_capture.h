@@ -36,8 +36,8 @@ bool save_image_as_raw(const char* templ, const tagLNBandImageParams* params);
 /// @return whether every literal character of the template found its place.
 bool format_string_util(char* out, unsigned long size, const char* templ, const tagLNBandImageParams* params);
 
-/// Writes a block of memory to a file, replacing one that exists, and sets its mode to 0666. Prints the number
-/// of bytes written to standard output after every attempt: "written: 192000 bytes.".
+/// Writes a block of memory to a file, replacing one that exists, and sets its mode to 0666. Prints the
+/// number of bytes written to standard output after every attempt: "written: 192000 bytes.".
 ///
 /// @param size  in bytes; 0 is a failure, as is a null pointer, and neither touches the file.
 /// @return whether all bytes were accepted. A file that was not written in full stays as it is.

@@ -3,40 +3,38 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <array>
 #include <cerrno>
+#include <charconv>
 #include <cinttypes>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 
-#include "raster/band_file.h"
+#include "raster/file_name.h"
+#include "raster/full_header.h"
+#include "raster/page_files.h"
 #include "raster/page_header_dump.h"
+#include "raster/page_picture.h"
+#include "raster/page_ranges.h"
 #include "raster/raster_stream.h"
 #include "raster/stream_progress.h"
 
 namespace {
 
-enum ExitStatus : std::uint8_t { EXIT_OK = 0, EXIT_INPUT = 1, EXIT_USAGE = 2, EXIT_OUTPUT = 3 };
-
 struct Options {
   std::string file = "-";
-  std::uint32_t bands = 0;  ///< lines a band; 0: no capture
-  std::string capture;
-  std::uint32_t page = 0;  ///< 0: all pages
+  PageRanges pages;
+  bool all = false;
+  bool json = false;
   bool quiet = false;
-};
-
-struct FreeMemory {
-  void operator()(unsigned char* memory) const { std::free(memory); }
+  std::uint32_t bands = 0;  ///< lines per band; 0: no capture
+  FileName capture;
+  FileName pnm;
 };
 
 /// A stream may come from anywhere, and its strings must not command the terminal. Beyond ASCII there are
@@ -49,103 +47,114 @@ void keep_printable(std::span<char> string) {
   }
 }
 
-/// The beginning of every page header is laid out as that of version 1, which is what can be dumped.
-void dump_header(const cups_page_header2_t& header) {
+void keep_printable(cups_page_header2_t& header) {
+  for (char* string : {header.MediaClass, header.MediaColor, header.MediaType, header.OutputType,
+                       header.cupsMarkerType, header.cupsRenderingIntent, header.cupsPageSizeName}) {
+    keep_printable({string, sizeof header.MediaClass});
+  }
+  for (auto& string : header.cupsString) {
+    keep_printable(string);
+  }
+}
+
+/// Runs dump(), which writes to standard error, with standard output in that place. The beginning of every
+/// page header is laid out as that of version 1, which is what can be dumped.
+bool dump_to_output(const cups_page_header2_t& header) {
   static_assert(offsetof(cups_page_header_t, cupsRowStep) == offsetof(cups_page_header2_t, cupsRowStep));
   cups_page_header_t first_version;
   std::memcpy(&first_version, &header, sizeof first_version);
-  if (isatty(STDERR_FILENO) == 1) {
-    keep_printable(first_version.MediaClass);
-    keep_printable(first_version.MediaColor);
-    keep_printable(first_version.MediaType);
-    keep_printable(first_version.OutputType);
+
+  fflush(stdout);
+  const int original = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (original < 0 || dup2(STDOUT_FILENO, STDERR_FILENO) < 0) {
+    return false;
   }
   dump(&first_version);
+  const bool good = ferror(stderr) == 0;
+  clearerr(stderr);
+  dup2(original, STDERR_FILENO);
+  close(original);
+  return good;
 }
 
-/// Reads a page without keeping anything, in little memory however long its lines are.
-ExitStatus skip_page(RasterStream& stream, std::uint64_t page, StreamProgress& progress) {
-  std::array<unsigned char, 65536> buffer;
-  const std::uint64_t lines = stream.lines();
-  for (std::uint64_t line = 0; line < lines; ++line) {
-    progress.show(page, line, lines);
-    std::size_t left = stream.header().cupsBytesPerLine;
-    while (left > 0) {
-      const std::size_t part = std::min(left, buffer.size());
-      if (!stream.read_pixels(std::span(buffer).first(part))) {
-        progress.clear();
-        fprintf(stderr,
-                "brenvellis-rasterdump: page %" PRIu64 ", after %" PRIu64 " of %" PRIu64 " lines: %s\n", page,
-                line, lines, stream.error().c_str());
-        return EXIT_INPUT;
-      }
-      left -= part;
-    }
+/// Job is one run over a stream.
+struct Job {
+  const Options& options;
+  RasterStream& stream;
+  StreamProgress progress;
+  std::uint64_t page = 0;      ///< the current page, from 1
+  std::uint64_t pictures = 0;  ///< how many were begun
+  bool refused = false;        ///< there was a page that no picture can be made of
+};
+
+/// Begins a line on standard error.
+void complain(Job& job) {
+  job.progress.clear();
+  fflush(stdout);
+  fprintf(stderr, "brenvellis-rasterdump: ");
+}
+
+ExitStatus show_header(Job& job) {
+  cups_page_header2_t header = job.stream.header();
+  const StreamKind kind = job.stream.kind();
+  if (job.options.json) {
+    printf("%s\n", header_as_json(header, kind, job.page).c_str());
+    return EXIT_OK;
+  }
+  if (isatty(STDOUT_FILENO) == 1) {
+    keep_printable(header);
+  }
+  printf("page %" PRIu64 ": %s\n", job.page, describe(kind).c_str());
+  if (!dump_to_output(header)) {
+    complain(job);
+    fprintf(stderr, "cannot write to standard output\n");
+    return EXIT_OUTPUT;
+  }
+  if (job.options.all) {
+    printf("%s", list_other_fields(header, kind).c_str());
   }
   return EXIT_OK;
 }
 
-/// Cuts a page into bands and saves each. When the page breaks off, the lines that came are saved.
-ExitStatus capture_page(RasterStream& stream, std::uint64_t page, const Options& options,
-                        StreamProgress& progress) {
-  const std::size_t stride = stream.header().cupsBytesPerLine;
-  const std::uint64_t lines = stream.lines();
-  if (stream.header().cupsWidth == 0) {
-    fprintf(stderr, "brenvellis-rasterdump: page %" PRIu64 " is 0 pixels wide: no bands to save\n", page);
-    return EXIT_INPUT;
+/// Reads the current page and saves what was asked for.
+ExitStatus read_page(Job& job) {
+  const FileName& pnm = job.options.pnm;
+  const PageReader reader{job.stream, job.page, job.progress, job.options.json ? stderr : stdout};
+  if (job.options.bands != 0) {
+    return reader.save_bands(job.options.capture, job.options.bands);
   }
-  const std::uint64_t rows = std::min<std::uint64_t>(options.bands, lines);
-  // A header may promise lines that never come: their memory is not touched.
-  const std::unique_ptr<unsigned char, FreeMemory> memory(
-      static_cast<unsigned char*>(std::calloc(static_cast<std::size_t>(rows), stride)));
-  if (memory == nullptr) {
-    fprintf(stderr,
-            "brenvellis-rasterdump: page %" PRIu64 ": no memory for a band of %" PRIu64
-            " lines of %zu bytes\n",
-            page, rows, stride);
-    return EXIT_INPUT;
+  if (pnm.text().empty()) {
+    return reader.skip();
   }
+  if (const std::string why = picture_refusal(job.stream.header()); !why.empty()) {
+    complain(job);
+    fprintf(stderr, "page %" PRIu64 ": cannot make a picture: %s\n", job.page, why.c_str());
+    job.refused = true;
+    return reader.skip();
+  }
+  if (++job.pictures > 1 && !pnm.has('P') && !pnm.has('C')) {
+    complain(job);
+    fprintf(stderr, "page %" PRIu64 ": '%s' is one name for all pages (add %%P)\n", job.page,
+            pnm.text().c_str());
+    return EXIT_USAGE;
+  }
+  return reader.save_picture(pnm);
+}
 
-  std::string last_name;
-  for (std::uint64_t top = 0; top < lines; top += rows) {
-    const std::uint64_t wanted = std::min(rows, lines - top);
-    std::uint64_t got = 0;
-    while (got < wanted && stream.read_pixels({memory.get() + got * stride, stride})) {
-      ++got;
-      progress.show(page, top + got, lines);
-    }
-    progress.clear();
-    if (got > 0) {
-      const tagLNBandImageParams band = {
-          .data = memory.get(),
-          .stride = static_cast<std::int64_t>(stride),
-          .left = 0,
-          .top = static_cast<std::int64_t>(top),
-          .right = stream.header().cupsWidth,
-          .bottom = static_cast<std::int64_t>(top + got),
-      };
-      const BandFile file = save_band(options.capture, band, stream.descriptor());
-      if (!file.error.empty()) {
-        fprintf(stderr,
-                "brenvellis-rasterdump: page %" PRIu64 ", lines %" PRIu64 " to %" PRIu64
-                ": cannot save %s: %s\n",
-                page, top, top + got - 1, file.name.c_str(), file.error.c_str());
-        return EXIT_OUTPUT;
-      }
-      last_name = file.name;
-    }
-    if (got < wanted) {
-      fprintf(stderr, "brenvellis-rasterdump: page %" PRIu64 ", after %" PRIu64 " of %" PRIu64 " lines: %s; ",
-              page, top + got, lines, stream.error().c_str());
-      if (last_name.empty()) {
-        fprintf(stderr, "nothing was saved\n");
-      } else {
-        fprintf(stderr, "they are kept, the last ones in %s\n", last_name.c_str());
-      }
-      return EXIT_INPUT;
-    }
+/// Says if pages that were asked for are not there.
+ExitStatus end_of_stream(Job& job, const char* name) {
+  const std::uint64_t pages = job.page - 1;
+  if (pages == 0) {
+    complain(job);
+    fprintf(stderr, "%s: the stream has no page\n", name);
+    return EXIT_INPUT;
   }
-  return EXIT_OK;
+  if (const auto missing = job.options.pages.missing_from(pages)) {
+    complain(job);
+    fprintf(stderr, "%s: no page %" PRIu64 ", the last one is %" PRIu64 "\n", name, *missing, pages);
+    return EXIT_INPUT;
+  }
+  return job.refused ? EXIT_INPUT : EXIT_OK;
 }
 
 ExitStatus dump_stream(int descriptor, const Options& options) {
@@ -155,42 +164,73 @@ ExitStatus dump_stream(int descriptor, const Options& options) {
     fprintf(stderr, "brenvellis-rasterdump: %s: %s\n", name, stream.error().c_str());
     return EXIT_INPUT;
   }
-  StreamProgress progress;
-  for (std::uint64_t page = 1;; ++page) {
+  Job job{.options = options, .stream = stream, .progress = {}};
+  while (job.page < options.pages.last()) {
+    ++job.page;
     const RasterStream::Next next = stream.next_page();
-    progress.clear();
-    if (next == RasterStream::Next::Failure) {
-      fprintf(stderr, "brenvellis-rasterdump: page %" PRIu64 ": %s\n", page, stream.error().c_str());
-      return EXIT_INPUT;
-    }
+    job.progress.clear();
     if (next == RasterStream::Next::End) {
-      if (options.page == 0 && page > 1) {
-        return EXIT_OK;
-      }
-      if (options.page == 0) {
-        fprintf(stderr, "brenvellis-rasterdump: %s: the stream has no page\n", name);
-      } else {
-        fprintf(stderr, "brenvellis-rasterdump: %s: no page %" PRIu32 ", the last one is %" PRIu64 "\n", name,
-                options.page, page - 1);
-      }
+      return end_of_stream(job, name);
+    }
+    if (next == RasterStream::Next::Failure) {
+      complain(job);
+      fprintf(stderr, "page %" PRIu64 ": %s\n", job.page, stream.error().c_str());
       return EXIT_INPUT;
     }
-    const bool chosen = options.page == 0 || options.page == page;
-    if (chosen && !options.quiet) {
-      dump_header(stream.header());
+    const bool chosen = options.pages.contains(job.page);
+    ExitStatus status = chosen && !options.quiet ? show_header(job) : EXIT_OK;
+    if (status == EXIT_OK) {
+      status = chosen ? read_page(job) : PageReader{stream, job.page, job.progress, stdout}.skip();
     }
-    const ExitStatus status = chosen && options.bands != 0 ? capture_page(stream, page, options, progress)
-                                                           : skip_page(stream, page, progress);
-    if (status != EXIT_OK || options.page == page) {
-      progress.clear();
+    job.progress.clear();
+    if (status != EXIT_OK) {
       return status;
     }
   }
+  return job.refused ? EXIT_INPUT : EXIT_OK;
 }
 
 ExitStatus refuse(const std::string& why) {
   fprintf(stderr, "brenvellis-rasterdump: %s\nRun with --help for more information.\n", why.c_str());
   return EXIT_USAGE;
+}
+
+/// Adds an option whose value `read` takes; it returns false for one that is not `expected`.
+template <typename Read>
+void add_option(CLI::App& app, const char* name, const char* value, const char* expected, const char* help,
+                Read read) {
+  app.add_option_function<std::string>(
+         name,
+         [=](const std::string& text) {
+           if (!read(text)) {
+             throw CLI::ValidationError(name, "invalid value '" + text + "' (expected " + expected + ")");
+           }
+         },
+         help)
+      ->type_name(value);
+}
+
+bool read_rows(const std::string& text, std::uint32_t& rows) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), rows);
+  return error == std::errc() && end == text.data() + text.size() && rows != 0;
+}
+
+/// @return which options do not go together; empty if all do.
+std::string contradiction(const Options& options) {
+  const bool capture = !options.capture.text().empty();
+  if (options.quiet && (options.all || options.json)) {
+    return options.all ? "--quiet excludes --all" : "--quiet excludes --json";
+  }
+  if ((options.bands != 0) != capture) {
+    return capture ? "--capture requires --bands" : "--bands requires --capture";
+  }
+  if (capture && !options.pnm.text().empty()) {
+    return "--pnm excludes --capture";
+  }
+  if (capture && !options.capture.has('C') && !options.capture.has('P') && !options.pages.is_one_page()) {
+    return "--capture: '" + options.capture.text() + "' is one name for all bands (add %C or %P)";
+  }
+  return {};
 }
 
 ExitStatus run(int argc, char** argv) {
@@ -199,34 +239,45 @@ ExitStatus run(int argc, char** argv) {
     if (argument == "--") {
       break;
     }
-    if (argument == "--bands=" || argument == "--capture=" || argument == "--page=") {
+    if (argument == "--bands=" || argument == "--capture=" || argument == "--page=" || argument == "--pnm=") {
       return refuse(std::string(argument) + " has no value");
     }
   }
 
   Options options;
   CLI::App app(
-      "Reads a CUPS raster stream, writes each page's header to standard error, and saves the pixels in "
-      "bands.",
+      "Shows the page headers of a CUPS raster stream on standard output, and saves its pages as pictures or "
+      "raw bands.",
       "brenvellis-rasterdump");
   app.set_version_flag("--version", "brenvellis-rasterdump " BRENVELLIS_VERSION);
-  app.add_option("FILE", options.file, "The stream; - or none: standard input");
-  CLI::Option* bands = app.add_option("--bands", options.bands, "Cut each page into bands of ROWS lines")
-                           ->type_name("ROWS")
-                           ->check(CLI::Range(std::uint32_t{1}, UINT32_MAX));
-  CLI::Option* capture =
-      app.add_option("--capture", options.capture,
-                     "Save each band, without a header, to the file of this name; in it stand\n"
-                     "%W for the width, %H for the height, %B for bits per pixel,\n"
-                     "%C for a running number, %T for the time")
-          ->type_name("TEMPLATE")
-          ->check([](const std::string& text) { return text.empty() ? "the template is empty" : ""; });
-  bands->needs(capture);
-  capture->needs(bands);
-  app.add_option("--page", options.page, "Only the page of this number, from 1")
-      ->type_name("NUMBER")
-      ->check(CLI::Range(std::uint32_t{1}, UINT32_MAX));
+  app.add_option("FILE", options.file, "The stream; - or none: standard input")->type_name("");
+  app.add_flag("--all", options.all, "Show all fields of a version 2 header");
+  app.add_flag("--json", options.json, "Show one JSON object per page, with all fields");
   app.add_flag("--quiet", options.quiet, "Leave the headers out");
+  add_option(app, "--page", "PAGES", "page numbers from 1 and ranges, such as 2-4,7",
+             "Only these pages, such as 2-4,7", [&options](const std::string& text) {
+               const auto pages = PageRanges::parse(text);
+               options.pages = pages.value_or(PageRanges());
+               return pages.has_value();
+             });
+  add_option(app, "--pnm", "TEMPLATE", "a file name",
+             "Save each page as a PBM, PGM or PPM picture, or as a PAM\n"
+             "if the name ends in .pam; in the name stand\n"
+             "%P for the page, %W and %H for the size, %T for the time",
+             [&options](const std::string& text) {
+               options.pnm = FileName(text);
+               return !text.empty();
+             });
+  add_option(app, "--bands", "ROWS", "1-4294967295", "Cut each page into bands of ROWS lines",
+             [&options](const std::string& text) { return read_rows(text, options.bands); });
+  add_option(app, "--capture", "TEMPLATE", "a file name",
+             "Save each band, without a header, to the file of this name;\n"
+             "also %B for bits per pixel, %C for a running number,\n"
+             "%L for the plane",
+             [&options](const std::string& text) {
+               options.capture = FileName(text);
+               return !text.empty();
+             });
   app.footer("Exit status: 0 done, 1 input at fault, 2 usage, 3 output at fault.");
   try {
     app.parse(argc, argv);
@@ -236,6 +287,9 @@ ExitStatus run(int argc, char** argv) {
       return EXIT_OK;
     }
     return refuse(error.what());
+  }
+  if (const std::string why = contradiction(options); !why.empty()) {
+    return refuse(why);
   }
 
   if (options.file == "-") {

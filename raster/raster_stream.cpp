@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -41,9 +42,25 @@ RasterStream::Next RasterStream::next_page() {
   return Next::Failure;
 }
 
-std::uint64_t RasterStream::lines() const {
-  const bool planar = header_.cupsColorOrder == CUPS_ORDER_PLANAR;
-  return std::uint64_t{header_.cupsHeight} * (planar ? header_.cupsNumColors : 1);
+StreamKind RasterStream::kind() const {
+  // "RaS" and "t", "2" or "3", or the other way round; or "UNIR".
+  StreamKind kind;
+  kind.big_endian = sync_[0] == 'R' || sync_[0] == 'U';
+  const unsigned char version = kind.big_endian ? sync_[3] : sync_[0];
+  if (sync_[0] == 'U') {
+    kind.format = "Apple";
+  } else {
+    kind.version = version == 't' ? 1 : version - '0';
+    if (kind.version == 2 && std::strncmp(header_.MediaClass, "PwgRaster", sizeof header_.MediaClass) == 0) {
+      kind.format = "PWG";
+    }
+  }
+  kind.compressed = kind.version == 2 || kind.version == 0;
+  return kind;
+}
+
+std::uint64_t RasterStream::planes() const {
+  return header_.cupsColorOrder == CUPS_ORDER_PLANAR ? header_.cupsNumColors : 1;
 }
 
 bool RasterStream::read_pixels(std::span<unsigned char> pixels) {
@@ -72,6 +89,10 @@ ssize_t RasterStream::read_some(unsigned char* buffer, size_t size) {
   } else if (count == 0) {
     ended_ = true;
   } else {
+    if (received_ < sync_.size()) {
+      std::copy_n(buffer, std::min(static_cast<std::size_t>(count), sync_.size() - received_),
+                  sync_.begin() + static_cast<std::ptrdiff_t>(received_));
+    }
     received_ += static_cast<std::uint64_t>(count);
   }
   return count;

@@ -2,11 +2,20 @@
 
 #include <cups/raster.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+
+/// StreamKind is what the first four bytes of a stream, and the first header of a PWG one, say about it.
+struct StreamKind {
+  const char* format = "CUPS";  ///< or "PWG" or "Apple"
+  int version = 0;              ///< of the format: 1 to 3; 0 for Apple raster, which has none
+  bool compressed = false;
+  bool big_endian = false;
+};
 
 /// RasterStream reads a CUPS raster stream of any kind that the CUPS imaging library reads, and tells a
 /// stream that is at its end from one that breaks off, which the library does not.
@@ -30,8 +39,12 @@ class RasterStream {
   Next next_page();
   [[nodiscard]] int descriptor() const { return descriptor_; }
   [[nodiscard]] const cups_page_header2_t& header() const { return header_; }
-  /// The lines that the page has in the stream: in planar order each colour has its own.
-  [[nodiscard]] std::uint64_t lines() const;
+  /// Valid while header() is.
+  [[nodiscard]] StreamKind kind() const;
+  /// The page's planes: in planar order one for each colour, which follow each other; otherwise 1.
+  [[nodiscard]] std::uint64_t planes() const;
+  /// The lines that the page has in the stream: those of all planes.
+  [[nodiscard]] std::uint64_t lines() const { return planes() * header_.cupsHeight; }
   /// Fills `pixels`: whole lines, or a part of one line of an even size if the rest is read next.
   /// False if they are not there: see error().
   bool read_pixels(std::span<unsigned char> pixels);
@@ -52,6 +65,7 @@ class RasterStream {
   bool ended_ = false;
   int read_error_ = 0;
   std::uint64_t received_ = 0;
+  std::array<unsigned char, 4> sync_{};  ///< the first bytes received
   /// The first read that the library asked for since this was last reset.
   std::optional<std::size_t> first_request_;
   std::size_t header_size_ = 0;

@@ -60,11 +60,24 @@ class ControlSession : public std::enable_shared_from_this<ControlSession> {
   std::string reply_;
 };
 
-/// @return the file's number, or nothing if it is no socket.
-std::optional<ino_t> socket_file(const std::string& path) {
+struct SocketFile {
+  ino_t number;
+  uid_t owner;
+};
+
+/// @return nothing if it is not a socket.
+std::optional<SocketFile> socket_file(const std::string& path) {
   struct stat status {};
   const bool found = lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
-  return found ? std::optional(status.st_ino) : std::nullopt;
+  return found ? std::optional(SocketFile{status.st_ino, status.st_uid}) : std::nullopt;
+}
+
+/// Makes the socket file with mode 0600.
+std::error_code bind_for_owner(AcceptLoop<Local>& accept_loop, const Local::endpoint& endpoint) {
+  const mode_t before = umask(0177);
+  const std::error_code error = accept_loop.bind(endpoint);
+  umask(before);
+  return error;
 }
 
 }  // namespace
@@ -76,7 +89,8 @@ ControlServer::ControlServer(asio::io_context& io, Execute execute)
 
 ControlServer::~ControlServer() {
   // Another simulator may have taken the path since.
-  if (file_ && socket_file(path_) == file_) {
+  const auto file = socket_file(path_);
+  if (file && file_ == file->number) {
     unlink(path_.c_str());
   }
 }
@@ -88,10 +102,14 @@ std::optional<std::string> ControlServer::open(const std::string& path) {
            " characters; choose another";
   }
   const Local::endpoint endpoint(path);
-  std::error_code error = accept_loop_.bind(endpoint);
+  std::error_code error = bind_for_owner(accept_loop_, endpoint);
   if (error == asio::error::address_in_use) {
-    if (!socket_file(path)) {
+    const auto file = socket_file(path);
+    if (!file) {
       return name + ": a file of another kind has this name; choose another path";
+    }
+    if (file->owner != geteuid()) {
+      return name + ": it belongs to another user; choose another path";
     }
     Local::socket simulator(io_);
     simulator.connect(endpoint, error);
@@ -102,11 +120,13 @@ std::optional<std::string> ControlServer::open(const std::string& path) {
       return name + ": it exists, and " + error.message() + "; choose another path";
     }
     unlink(path.c_str());
-    error = accept_loop_.bind(endpoint);
+    error = bind_for_owner(accept_loop_, endpoint);
   }
   if (!error) {
     path_ = path;
-    file_ = socket_file(path);
+    if (const auto file = socket_file(path)) {
+      file_ = file->number;
+    }
     error = accept_loop_.listen();
   }
   if (error) {

@@ -21,7 +21,8 @@ class ControlServer {
   /// Removes the socket file that open() made.
   ~ControlServer();
 
-  /// Makes the socket file and listens on it. A file that a killed simulator left there is replaced.
+  /// Makes the socket file, for its owner alone, and listens on it. A file that a killed simulator of the
+  /// same user left there is replaced.
   ///
   /// @return nothing on success; otherwise what is wrong and what to do.
   std::optional<std::string> open(const std::string& path);

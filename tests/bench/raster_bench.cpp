@@ -79,7 +79,7 @@ struct Row {
 void table(const char* self, int pages, int rounds) {
   const TemporaryFolder folder;
   const std::string stream = folder.path() / "stream";
-  const std::string band = folder.path() / "band.raw";
+  const std::string band = folder.path() / "band_%C.raw";
   write_stream(stream, pages);
   const double megabytes = static_cast<double>(std::filesystem::file_size(stream)) * 1e-6;
 
@@ -90,6 +90,8 @@ void table(const char* self, int pages, int rounds) {
       {"`brenvellis-rasterdump`", {RASTERDUMP_PROGRAM, stream}},
       {"`brenvellis-rasterdump --bands 600 --capture`",
        {RASTERDUMP_PROGRAM, "--quiet", "--bands", "600", "--capture", band, stream}},
+      {"`brenvellis-rasterdump --pnm`",
+       {RASTERDUMP_PROGRAM, "--quiet", "--pnm", folder.path() / "page_%P.ppm", stream}},
   };
   run_plain(rows[0].program);  // so that all find the file in memory
   for (int round = 0; round < rounds; ++round) {

@@ -1,5 +1,5 @@
 // Any attributes of a scheduler's answer, of any type: they are read, and every view of them is well-formed
-// whatever the texts hold.
+// whatever the texts hold, and they are within the limits of what is sent between the processes.
 
 #include <cups/cups.h>
 #include <fuzzer/FuzzedDataProvider.h>
@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "monitor/reading.h"
+#include "monitor/server_messages.h"
 #include "monitor/views/html_view.h"
 #include "monitor/views/json_view.h"
 #include "monitor/views/prometheus_view.h"
@@ -90,7 +91,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   report.low_percent = input.ConsumeIntegralInRange(0, 100);
   ServerReport server;
   server.server = input.ConsumeRandomLengthString(40);
-  for (auto& reading : read_queues(answer)) {
+  const auto queues = read_queues(answer);
+  const auto sent = decode_answer(encode(SchedulerAnswer(Look{queues, {}})));
+  require(sent && std::get<Look>(*sent).queues == queues, "what was read can be sent");
+  for (auto reading : queues) {
     static_cast<void>(ribbon_ratio(reading));
     server.queues.push_back({std::move(reading), static_cast<Outcome>(input.ConsumeIntegralInRange(0, 8)),
                              input.ConsumeRandomLengthString(40), 0.5});

@@ -1,4 +1,5 @@
-// Any raster stream: it is read to its end or to an error that is told, whatever its headers promise.
+// Any raster stream: it is read to its end or to an error that is told, and its pages become text, JSON and
+// pictures, whatever its headers promise.
 
 #include "raster/raster_stream.h"
 
@@ -6,20 +7,25 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
+#include <vector>
 
+#include "raster/full_header.h"
 #include "raster/page_header_dump.h"
+#include "raster/page_picture.h"
 #include "tests/fuzz/require.h"
 #include "tests/unit/captured_stream.h"
 
 namespace {
 
-/// Reads a page as brenvellis-rasterdump does, but no more than some bytes of it: a page may be long, and a
-/// compressed line that stands for many costs no input.
+/// How many bytes of a page are read at most: a page may be long, and a compressed line that stands for many
+/// costs no input.
+constexpr std::size_t MOST = 1 << 22;
+
+/// Reads a page as brenvellis-rasterdump does, up to MOST bytes.
 bool read_page(RasterStream& stream) {
-  std::array<unsigned char, 65536> buffer;
-  std::size_t most = 1 << 22;
+  std::vector<unsigned char> buffer(65536);
+  std::size_t most = MOST;
   const std::uint64_t lines = stream.lines();
   for (std::uint64_t line = 0; line < lines; ++line) {
     std::size_t left = stream.header().cupsBytesPerLine;
@@ -39,6 +45,52 @@ bool read_page(RasterStream& stream) {
   return true;
 }
 
+/// Makes lines of pictures of a page. Exactly as much memory is there as the header promises, so that the
+/// sanitizer sees a step out of it. In planar order the lines of the page stand for those of the planes.
+bool make_pictures(RasterStream& stream) {
+  const cups_page_header2_t& header = stream.header();
+  const std::uint64_t planes = stream.planes();
+  const PagePicture picture(header, false);
+  const PagePicture inks(header, true);
+  if (planes * header.cupsBytesPerLine > MOST || inks.line_size() > MOST || picture.line_size() > MOST) {
+    return read_page(stream);
+  }
+  require(picture.start(1, header.cupsHeight).size() ==
+              picture.start(header.cupsHeight, header.cupsHeight).size(),
+          "the start of a picture that breaks off has its place");
+  std::vector<unsigned char> pixels(planes * header.cupsBytesPerLine);
+  std::vector<unsigned char> line(picture.line_size());
+  std::vector<unsigned char> line_of_inks(inks.line_size());
+  std::size_t most = MOST;
+  for (std::uint64_t y = 0; y < header.cupsHeight; ++y) {
+    for (std::uint64_t plane = 0; plane < planes; ++plane) {
+      if (header.cupsBytesPerLine > most) {
+        return false;
+      }
+      most -= header.cupsBytesPerLine;
+      if (!stream.read_pixels(
+              std::span(pixels).subspan(plane * header.cupsBytesPerLine, header.cupsBytesPerLine))) {
+        require(!stream.error().empty(), "a failure is told");
+        return false;
+      }
+    }
+    picture.convert(pixels.data(), line.data());
+    inks.convert(pixels.data(), line_of_inks.data());
+  }
+  return true;
+}
+
+bool use_page(RasterStream& stream) {
+  cups_page_header_t header;
+  std::memcpy(&header, &stream.header(), sizeof header);
+  static_cast<void>(captured_log([&] { dump(&header); }));
+  require(list_other_fields(stream.header(), stream.kind()).starts_with("=== "), "a list of fields");
+  require(std::ranges::all_of(header_as_json(stream.header(), stream.kind(), 1),
+                              [](char byte) { return byte >= ' ' && byte <= '~'; }),
+          "JSON of printable characters");
+  return picture_refusal(stream.header()).empty() ? make_pictures(stream) : read_page(stream);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -51,13 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (int page = 0; more && page < 1000; ++page) {
       const auto next = stream.next_page();
       require(next != RasterStream::Next::Failure || !stream.error().empty(), "a failure is told");
-      more = next == RasterStream::Next::Page;
-      if (more) {
-        cups_page_header_t header;
-        std::memcpy(&header, &stream.header(), sizeof header);
-        static_cast<void>(captured_log([&] { dump(&header); }));
-        more = read_page(stream);
-      }
+      more = next == RasterStream::Next::Page && use_page(stream);
     }
   }
   close(file);

@@ -37,10 +37,10 @@ TEST(Prometheus, AnswersWithWhatThePrinterIsSetTo) {
 
   const TemporaryFolder folder;
   const auto textfiles = folder.path() / "textfiles";
+  const auto metrics = folder.path() / "brenvellis.prom";
   std::filesystem::create_directory(textfiles);
-  EXPECT_EQ(run_monitor(scheduler.server(), {"--prometheus=" + (textfiles / "brenvellis.prom").string()})
-                .exit_status,
-            2);
+  std::filesystem::create_symlink(metrics, textfiles / "brenvellis.prom");
+  EXPECT_EQ(run_monitor(scheduler.server(), {"--prometheus=" + metrics.string()}).exit_status, 2);
 
   const std::string exporter_address = "127.0.0.1:" + std::to_string(free_port());
   const ChildProcess exporter({{NODE_EXPORTER_PROGRAM, "--collector.disable-defaults", "--collector.textfile",

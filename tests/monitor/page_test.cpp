@@ -161,7 +161,7 @@ TEST_F(Page, ShowsWhatAPrinterIsSetTo) {
   const PrivateScheduler scheduler;
   scheduler.add_queue("booth", printer.device_uri());
   scheduler.add_queue("annex", other.device_uri());
-  EXPECT_EQ(run_monitor(scheduler.server(), {"--html", "--output", path()}).exit_status, 2);
+  EXPECT_EQ(run_monitor(scheduler.server(), {"--html=" + path()}).exit_status, 2);
   const auto elements = document();
   EXPECT_THAT(between(elements, "<strong>", "</strong>"), ElementsAre("23", "350"));
   EXPECT_THAT(between(elements, "<p class=\"problem\">", "</p>"), ElementsAre("Error 0008, code 2660"));

@@ -296,7 +296,7 @@ class EndedMonitor : public Monitor, public testing::WithParamInterface<int> {};
 
 TEST_P(EndedMonitor, LeavesNoJob) {
   make_printer_refuse();
-  const auto monitor = start_monitor(scheduler.server(), {"--json", "--output", "/dev/null/nowhere"});
+  const auto monitor = start_monitor(scheduler.server(), {"--json=/dev/null/nowhere"});
   ASSERT_TRUE(wait_for_active_jobs(scheduler, 1));
   monitor->signal(GetParam());
   EXPECT_EQ(monitor->exit_status(seconds(30)), 128 + GetParam());

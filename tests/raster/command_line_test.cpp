@@ -38,18 +38,31 @@ TEST_P(WrongUsage, HasAStatusOfItsOwnAndSaysWhy) {
 
 INSTANTIATE_TEST_SUITE_P(
     CommandLine, WrongUsage,
-    testing::Values(UsageCase{"BandsWithoutCapture", {"--bands", "8"}},
-                    UsageCase{"CaptureWithoutBands", {"--capture", "a"}},
-                    UsageCase{"NoRows", {"--bands", "0", "--capture", "a"}},
-                    UsageCase{"NegativeRows", {"--bands=-1", "--capture", "a"}},
-                    UsageCase{"RowsThatAreNoNumber", {"--bands", "x", "--capture", "a"}},
-                    UsageCase{"TooManyRows", {"--bands", "4294967296", "--capture", "a"}},
-                    UsageCase{"AnEmptyTemplate", {"--bands", "8", "--capture", ""}},
-                    UsageCase{"NoTemplate", {"--bands", "8", "--capture=", "other.ras"}},
-                    UsageCase{"NoRowsBehindTheSign", {"--capture", "a", "--bands=", "8"}},
-                    UsageCase{"NoPageBehindTheSign", {"--page=", "1"}},
-                    UsageCase{"PageZero", {"--page", "0"}}, UsageCase{"PageWithoutNumber", {"--page"}},
-                    UsageCase{"AnUnknownOption", {"--verbose"}}, UsageCase{"TwoFiles", {"a", "b"}}),
+    testing::Values(
+        UsageCase{"BandsWithoutCapture", {"--bands", "8"}},
+        UsageCase{"CaptureWithoutBands", {"--capture", "a"}},
+        UsageCase{"NoRows", {"--bands", "0", "--capture", "a"}},
+        UsageCase{"NegativeRows", {"--bands=-1", "--capture", "a"}},
+        UsageCase{"RowsThatAreNoNumber", {"--bands", "x", "--capture", "a"}},
+        UsageCase{"TooManyRows", {"--bands", "4294967296", "--capture", "a"}},
+        UsageCase{"AnEmptyTemplate", {"--bands", "8", "--capture", ""}},
+        UsageCase{"NoTemplate", {"--bands", "8", "--capture=", "other.ras"}},
+        UsageCase{"NoRowsBehindTheSign", {"--capture", "a", "--bands=", "8"}},
+        UsageCase{"NoPageBehindTheSign", {"--page=", "1"}}, UsageCase{"PageZero", {"--page", "0"}},
+        UsageCase{"PageWithoutNumber", {"--page"}}, UsageCase{"AWordForAPage", {"--page", "all"}},
+        UsageCase{"NoPage", {"--page", ""}}, UsageCase{"PagesBackwards", {"--page", "4-2"}},
+        UsageCase{"ARangeWithoutItsStart", {"--page", "-4"}},
+        UsageCase{"ARangeThatIsNoNumber", {"--page", "2-x"}},
+        UsageCase{"NothingBehindAComma", {"--page", "2,"}},
+        UsageCase{"APageOf33Bits", {"--page", "4294967297"}},
+        UsageCase{"OneNameForAllBands", {"--bands", "8", "--capture", "a"}},
+        UsageCase{"OneNameForTheBandsOfTwoPages", {"--page", "1-2", "--bands", "8", "--capture", "a"}},
+        UsageCase{"APlaceholderThatIsNotOne", {"--bands", "8", "--capture", "a%%C"}},
+        UsageCase{"PicturesAndBands", {"--pnm", "%P", "--bands", "8", "--capture", "%C"}},
+        UsageCase{"NoNameForPictures", {"--pnm", ""}},
+        UsageCase{"NoNameForPicturesBehindTheSign", {"--pnm=", "x"}},
+        UsageCase{"QuietWithAll", {"--quiet", "--all"}}, UsageCase{"QuietWithJson", {"--quiet", "--json"}},
+        UsageCase{"AnUnknownOption", {"--verbose"}}, UsageCase{"TwoFiles", {"a", "b"}}),
     [](const auto& the_case) { return the_case.param.name; });
 
 TEST_F(Rasterdump, AFileMayBeNamedLikeAnOptionWithoutValue) {
@@ -60,9 +73,12 @@ TEST_F(Rasterdump, AFileMayBeNamedLikeAnOptionWithoutValue) {
 TEST_F(Rasterdump, HelpNamesEveryOption) {
   const ProgramResult result = run({"--help"});
   EXPECT_EQ(result.exit_status, 0);
-  for (const char* option :
-       {"FILE", "--bands ROWS", "--capture TEMPLATE", "--page NUMBER", "--quiet", "--version"}) {
+  for (const char* option : {"FILE ", "--all ", "--json ", "--quiet ", "--page PAGES", "--pnm TEMPLATE",
+                             "--bands ROWS", "--capture TEMPLATE", "--version"}) {
     EXPECT_THAT(result.output, HasSubstr(option));
+  }
+  for (const char* of_the_parser : {"UINT", "TEXT", "Needs:", "Excludes:", "{"}) {
+    EXPECT_THAT(result.output, testing::Not(HasSubstr(of_the_parser)));
   }
 }
 
@@ -75,8 +91,10 @@ TEST_F(Rasterdump, VersionIsThePackagesVersion) {
 /// A page with a byte that commands a terminal in each of its strings, at both ends.
 Page page_with_control_bytes() {
   Page page = make_page(10, 2);
+  cups_page_header2_t& header = page.header;
   for (char* string :
-       {page.header.MediaClass, page.header.MediaColor, page.header.MediaType, page.header.OutputType}) {
+       {header.MediaClass, header.MediaColor, header.MediaType, header.OutputType, header.cupsString[0],
+        header.cupsString[15], header.cupsMarkerType, header.cupsRenderingIntent, header.cupsPageSizeName}) {
     std::memset(string, '~', 64);
     string[0] = '\033';
     string[1] = '\x7f';
@@ -90,8 +108,8 @@ TEST_F(Rasterdump, ATerminalGetsNoControlBytesOfTheStream) {
   int terminal = -1;
   int program_end = -1;
   ASSERT_EQ(openpty(&terminal, &program_end, nullptr, nullptr, nullptr), 0);
-  const std::string stream = file(write_first_version({page_with_control_bytes()}));
-  ChildProcess child({{RASTERDUMP_PROGRAM, stream}, {{2, program_end}}, {}});
+  const std::string stream = file(write_stream({page_with_control_bytes()}, CUPS_RASTER_WRITE));
+  ChildProcess child({{RASTERDUMP_PROGRAM, "--all", stream}, {{1, program_end}}, {}});
   close(program_end);
 
   std::string shown;
@@ -103,14 +121,16 @@ TEST_F(Rasterdump, ATerminalGetsNoControlBytesOfTheStream) {
   close(terminal);
   EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), 0);
   const std::string string = "=?? " + std::string(60, '~') + "?  ";
-  for (const char* name : {"__MediaClass", "__MediaColor", "__MediaType", "__OutputType"}) {
+  for (const char* name :
+       {"__MediaClass", "__MediaColor", "__MediaType", "__OutputType", "__cupsString[0]", "__cupsString[15]",
+        "__cupsMarkerType", "__cupsRenderingIntent", "__cupsPageSizeName"}) {
     EXPECT_THAT(shown, HasSubstr(name + string));
   }
 }
 
 TEST_F(Rasterdump, AFileGetsAHeadersStringsAsTheyAre) {
   const std::vector<Page> pages = {page_with_control_bytes()};
-  EXPECT_EQ(run({}, write_first_version(pages)).errors, headers_of(pages));
+  EXPECT_EQ(run({}, write_stream(pages, CUPS_RASTER_WRITE)).output, headers_of(pages));
 }
 
 TEST_F(Rasterdump, ALongStreamShowsItsProgressOnATerminal) {

@@ -109,14 +109,17 @@ std::string other_byte_order(const std::string& stream, const std::vector<Page>&
   return turned;
 }
 
-std::string headers_of(const std::vector<Page>& pages) {
-  testing::internal::CaptureStderr();
+std::string headers_of(const std::vector<Page>& pages, const std::string& kind, int first_page) {
+  std::string all;
   for (const Page& page : pages) {
     cups_page_header_t header;
     std::memcpy(&header, &page.header, sizeof header);
+    testing::internal::CaptureStderr();
     dump(&header);
+    all +=
+        "page " + std::to_string(first_page++) + ": " + kind + "\n" + testing::internal::GetCapturedStderr();
   }
-  return testing::internal::GetCapturedStderr();
+  return all;
 }
 
 std::string Rasterdump::file(const std::string& content, const std::string& name) const {

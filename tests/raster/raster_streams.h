@@ -3,6 +3,7 @@
 #include <cups/raster.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -23,6 +24,13 @@ Page make_page(unsigned width, unsigned height, unsigned variation = 0);
 Page make_page(unsigned width, unsigned height, unsigned bits_per_color, unsigned colors, cups_order_t order,
                cups_cspace_t space);
 
+/// Gives an enumeration of a header any value.
+template <typename Enumeration>
+void set_value(Enumeration& field, unsigned value) {
+  static_assert(sizeof field == sizeof value);
+  std::memcpy(&field, &value, sizeof value);
+}
+
 /// The stream as the CUPS imaging library writes it.
 std::string write_stream(const std::vector<Page>& pages, cups_mode_t mode);
 
@@ -32,8 +40,10 @@ std::string write_first_version(const std::vector<Page>& pages);
 /// An uncompressed stream turned into that of a machine of the other byte order.
 std::string other_byte_order(const std::string& stream, const std::vector<Page>& pages);
 
-/// What `dump` writes for the pages.
-std::string headers_of(const std::vector<Page>& pages);
+/// What the program shows of the pages of a stream.
+std::string headers_of(const std::vector<Page>& pages,
+                       const std::string& kind = "CUPS raster version 3, uncompressed, little-endian",
+                       int first_page = 1);
 
 /// Rasterdump is a test of the program with a folder for its files.
 class Rasterdump : public testing::Test {

@@ -82,6 +82,25 @@ TEST(Program, ASocketFileThatAnotherSimulatorMadeSinceIsLeftAlone) {
   EXPECT_THAT(second.tell("show"), StartsWith("ok "));
 }
 
+TEST(Program, ASocketFileOfAnotherUserIsLeftAlone) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give a file to another user";
+  }
+  SimulatorProcess killed;
+  EXPECT_EQ(killed.end(SIGKILL).exit_status, -1);
+  ASSERT_EQ(lchown(killed.control().c_str(), 54321, 54321), 0);
+  const ProgramResult outcome = run_simulator({"--control", killed.control()});
+  EXPECT_EQ(outcome.exit_status, 1);
+  EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + killed.control() +
+                                "': it belongs to another user; choose another path\n");
+  EXPECT_TRUE(std::filesystem::is_socket(killed.control()));
+}
+
+TEST(Program, TheControlSocketIsForItsOwnerAlone) {
+  const SimulatorProcess simulator;
+  EXPECT_EQ(std::filesystem::status(simulator.control()).permissions(), std::filesystem::perms(0600));
+}
+
 TEST(Program, AFileThatIsNoSocketIsLeftAlone) {
   const TemporaryFolder folder;
   const std::string path = folder.path() / "file";

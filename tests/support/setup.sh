@@ -1,4 +1,5 @@
-# Sourced by ./demo, ./check and ./bench: installs what they need and builds. It takes the EXIT trap.
+# Sourced by ./demo, ./check and ./bench: installs what they need and builds. It takes the EXIT trap:
+# a script with a trap of its own calls clean_up in it.
 # shellcheck shell=bash
 
 # Debian's names; README.md has those of other systems.
@@ -10,14 +11,39 @@ CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript cups-filters binutils stra
 FUZZ_PACKAGES="clang libclang-rt-14-dev"
 BENCH_PACKAGES="libbenchmark-dev valgrind strace gnuplot-nox"
 MUTATION_PACKAGES="python3 lld"
-CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind chromium prometheus prometheus-node-exporter fish zsh
+CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind systemd chromium prometheus prometheus-node-exporter fish zsh
   system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus mscgen fonts-dejavu-core $FUZZ_PACKAGES"
 
 # What the temporary files of this run go into; removed at its end. Not in TMPDIR: a scheduler's socket needs a short
-# path, and its filters, user lp, must get there.
+# path. Started by root, a private scheduler runs as user lp, who passes through this folder to the scheduler's own.
 scratch=$(mktemp -d /tmp/brv.XXXXXX)
-chmod 755 "$scratch"
-trap 'rm -rf "$scratch"' EXIT
+[ "$(id -u)" != 0 ] || chmod 711 "$scratch"
+
+# processes_left: prints the ids of the processes that have a path in $scratch in their environment, as their program or
+# as their working folder.
+processes_left() {
+  {
+    env -i PATH="$PATH" grep -lsF "$scratch/" /proc/[0-9]*/environ || true
+    env -i PATH="$PATH" find /proc/[0-9]*/exe /proc/[0-9]*/cwd -maxdepth 0 -lname "$scratch/*" 2>/dev/null || true
+  } | cut -d / -f 3 | sort -un
+}
+
+# clean_up: ends the processes that this run left, and removes $scratch.
+clean_up() {
+  local left i
+  left=$(processes_left)
+  # shellcheck disable=SC2086
+  [ -z "$left" ] || kill $left 2>/dev/null || true
+  for ((i = 0; i < 40; ++i)); do
+    [ -n "$left" ] || break
+    sleep 0.05
+    left=$(processes_left)
+  done
+  # shellcheck disable=SC2086
+  [ -z "$left" ] || kill -KILL $left 2>/dev/null || true
+  rm -rf "$scratch"
+}
+trap clean_up EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM HUP
 
@@ -52,22 +78,27 @@ need() {
   fi
   say "Installing ${#missing[@]} packages: ${missing[*]}"
   local log=$scratch/apt
-  if ! { "${root[@]}" apt-get -qq update &&
-    "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install --no-install-recommends "${missing[@]}"; } \
+  # A service that an installation starts is not to be taken for one of the tests' processes.
+  if ! { "${root[@]}" env -u TMPDIR apt-get -qq update &&
+    "${root[@]}" env -u TMPDIR DEBIAN_FRONTEND=noninteractive apt-get -qq install --no-install-recommends "${missing[@]}"; } \
     >"$log" 2>&1 </dev/null; then
     tail -n 20 "$log" >&2
     fail "apt-get could not install them; its last words are above"
   fi
 }
 
-# build PRESET: configures and builds build/PRESET; silent if there is nothing to do.
+# build PRESET [TARGET...]: configures and builds in build/PRESET, everything or these targets; silent if there is nothing
+# to do.
 build() {
   [ -w . ] || fail "this folder is not yours to write to; clone the project as the user who builds it"
-  cmake --preset "$1" --log-level=WARNING >/dev/null || fail "cmake --preset $1 failed"
+  local preset=$1
+  shift
+  cmake --preset "$preset" --log-level=WARNING >/dev/null || fail "cmake --preset $preset failed"
+  set -- --preset "$preset" ${*:+--target "$@"}
   if [ -t 2 ]; then
-    cmake --build --preset "$1" >&2 || fail "cmake --build --preset $1 failed"
+    cmake --build "$@" >&2 || fail "cmake --build --preset $preset failed"
   else
     local log=$scratch/build
-    cmake --build --preset "$1" >"$log" 2>&1 || { cat "$log" >&2; fail "cmake --build --preset $1 failed"; }
+    cmake --build "$@" >"$log" 2>&1 || { cat "$log" >&2; fail "cmake --build --preset $preset failed"; }
   fi
 }

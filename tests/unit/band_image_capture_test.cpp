@@ -635,8 +635,9 @@ extern "C" int snprintf(char* text, std::size_t size, const char* format, ...) n
 }
 
 // The same in a program with _FORTIFY_SOURCE.
-extern "C" int __snprintf_chk(char* text, std::size_t size, int /*flag*/, std::size_t /*room*/,
-                              const char* format, ...) noexcept {
+extern "C" [[gnu::format(printf, 5, 6)]] int __snprintf_chk(char* text, std::size_t size, int /*flag*/,
+                                                            std::size_t /*room*/, const char* format,
+                                                            ...) noexcept {
   if (this_formatting_fails()) {
     return -1;
   }
@@ -708,7 +709,7 @@ extern "C" int printf(const char* format, ...) {
 }
 
 // The same in a program with _FORTIFY_SOURCE.
-extern "C" int __printf_chk(int /*flag*/, const char* format, ...) {
+extern "C" [[gnu::format(printf, 2, 3)]] int __printf_chk(int /*flag*/, const char* format, ...) {
   throw_or_return();
   std::va_list values;
   va_start(values, format);

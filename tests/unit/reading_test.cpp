@@ -275,25 +275,46 @@ TEST(Reading, AnAnswerWithoutQueuesIsEmpty) {
   EXPECT_THAT(Answer().queues(), IsEmpty());
 }
 
-TEST(Reading, OnlyItsOwnPrintersAreLookedAfterUnasked) {
+TEST(Reading, QueuesAreFoundByTheirCommandFilterWhateverTheirMake) {
+  const std::vector<Marker> ours = {{"InkSheetType: 10x15(4x6″)", "ink-ribbon", 50}};
+  const std::vector<Marker> ours_not_answered = {{"InkSheetType: 00", "ink-ribbon", std::nullopt}};
+  const std::vector<Marker> another_ribbon = {{"Black", "ink-ribbon", 50}};
+  const std::vector<Marker> another_type = {{"InkSheetType: 10x15", "toner", 50}};
   const struct {
-    const char* make;
-    bool levels, status, wanted;
+    const char* what;
+    std::vector<const char*> commands;
+    std::vector<Marker> markers;
+    std::vector<ReasonCode> errors;
+    bool found;
   } cases[] = {
-      {"Brenvellis Photo Printer, 0.1", true, true, true},
-      {"BRENVELLIS P1", true, true, true},
-      {"Brenvellis Photo Printer, 0.1", true, false, false},
-      {"Brenvellis Photo Printer, 0.1", false, true, false},
-      {"Other Photo Printer", true, true, false},
-      {"Not a Brenvellis", true, true, false},
-      {"", true, true, false},
+      {"both commands", {"ReportLevels", "ReportStatus"}, {}, {}, true},
+      {"both commands, supplies by SNMP", {"ReportLevels", "ReportStatus"}, another_type, {}, true},
+      {"more commands", {"ReportLevels", "ReportStatus", "Clean"}, {}, {}, false},
+      {"more commands, our ribbon", {"Clean", "ReportStatus", "ReportLevels"}, ours, {}, true},
+      {"more commands, our unknown ribbon",
+       {"Clean", "ReportStatus", "ReportLevels"},
+       ours_not_answered,
+       {},
+       true},
+      {"more commands, our error", {"ReportLevels", "ReportStatus", "Clean"}, {}, {{"0008", "2660"}}, true},
+      {"more commands, another ribbon", {"ReportLevels", "ReportStatus", "Clean"}, another_ribbon, {}, false},
+      {"more commands, another marker", {"ReportLevels", "ReportStatus", "Clean"}, another_type, {}, false},
+      {"levels alone", {"ReportLevels"}, ours, {}, false},
+      {"status alone", {"ReportStatus"}, ours, {}, false},
+      {"the scheduler's commands", {"AutoConfigure", "Clean", "PrintSelfTestPage"}, {}, {}, false},
+      {"none", {}, ours, {{"0008", "2660"}}, false},
   };
   for (const auto& one : cases) {
-    Reading reading;
-    reading.make_and_model = one.make;
-    reading.reports_levels = one.levels;
-    reading.reports_status = one.status;
-    EXPECT_EQ(is_brenvellis_queue(reading), one.wanted) << one.make;
+    Answer answer;
+    answer.text("printer-name", {"booth"});
+    if (!one.commands.empty()) {
+      answer.keywords("printer-commands", one.commands);
+    }
+    auto readings = answer.queues();
+    ASSERT_EQ(readings.size(), 1U);
+    readings[0].markers = one.markers;
+    readings[0].errors = one.errors;
+    EXPECT_EQ(is_brenvellis_queue(readings[0]), one.found) << one.what;
   }
 }
 

@@ -22,6 +22,7 @@ Reading full_reading() {
   reading.active_jobs = 3;
   reading.reports_levels = true;
   reading.reports_status = true;
+  reading.other_commands = true;
   reading.prints_remaining = 1;
   reading.prints_total = -1;
   reading.level_percent = 2'000'000'000;

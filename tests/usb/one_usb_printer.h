@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -22,13 +20,6 @@ class UsbQueue : public testing::Test {
 
   void wait_for_log(int job, const std::string& text) const {
     EXPECT_TRUE(logs(scheduler, job, text)) << "job " << job << ": " << text;
-  }
-
-  /// The private scheduler kills what does not end within a second of a cancel; the scheduler's default
-  /// is 30.
-  void allow_a_backend_to_ignore_its_end() {
-    std::ofstream(scheduler.path() / "etc/cupsd.conf", std::ios::app) << "JobKillDelay 30\n";
-    scheduler.restart(SIGTERM);
   }
 
   PrivateScheduler scheduler;

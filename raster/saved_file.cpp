@@ -1,0 +1,126 @@
+#include "raster/saved_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+constexpr std::size_t BUFFER_SIZE = 65536;
+
+/// @return why a file is not to be replaced; null if it may be.
+const char* refusal(const struct stat& file, int input) {
+  if (S_ISLNK(file.st_mode)) {
+    return "a symbolic link";
+  }
+  // Removing a folder fails by itself, and the system's text says more.
+  if (!S_ISREG(file.st_mode) && !S_ISDIR(file.st_mode)) {
+    return "not a regular file";
+  }
+  struct stat stream = {};
+  if (fstat(input, &stream) == 0 && file.st_dev == stream.st_dev && file.st_ino == stream.st_ino) {
+    return "this is the input";
+  }
+  return file.st_uid == geteuid() ? nullptr : "it belongs to another user";
+}
+
+}  // namespace
+
+SavedFile::~SavedFile() {
+  if (is_open()) {
+    ::close(descriptor_);
+  }
+}
+
+bool SavedFile::create(const std::string& name, int input) {
+  name_ = name;
+  struct stat existing = {};
+  if (lstat(name.c_str(), &existing) == 0) {
+    if (const char* why = refusal(existing, input); why != nullptr) {
+      error_ = why;
+      return false;
+    }
+    // A new file has neither the rights nor the other names of the old one.
+    if (unlink(name.c_str()) != 0) {
+      return fail(errno);
+    }
+  }
+  // Whatever takes the name in between is not opened.
+  descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+  if (descriptor_ < 0) {
+    return fail(errno);
+  }
+  buffer_.reserve(BUFFER_SIZE);
+  return true;
+}
+
+bool SavedFile::write(std::span<const unsigned char> bytes) {
+  while (!bytes.empty()) {
+    const std::size_t part = std::min(bytes.size(), BUFFER_SIZE - buffer_.size());
+    buffer_.insert(buffer_.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(part));
+    bytes = bytes.subspan(part);
+    if (buffer_.size() == BUFFER_SIZE && !flush()) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool SavedFile::seek(std::uint64_t position) {
+  if (!flush()) {
+    return false;
+  }
+  position_ = position;
+  return true;
+}
+
+bool SavedFile::read_at(std::uint64_t position, std::span<unsigned char> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = pread(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(position));
+    if (count <= 0) {
+      return fail(count < 0 ? errno : EIO);
+    }
+    position += static_cast<std::uint64_t>(count);
+    bytes = bytes.subspan(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+bool SavedFile::close(std::uint64_t size) {
+  const bool complete = flush() && (ftruncate(descriptor_, static_cast<off_t>(size)) == 0 || fail(errno));
+  // Some file systems report a full disk only here.
+  const bool closed = ::close(descriptor_) == 0;
+  descriptor_ = -1;
+  return complete && (closed || fail(errno));
+}
+
+void SavedFile::remove() {
+  ::close(descriptor_);
+  descriptor_ = -1;
+  unlink(name_.c_str());
+}
+
+bool SavedFile::flush() {
+  std::span<const unsigned char> left = buffer_;
+  while (!left.empty()) {
+    const ssize_t count = pwrite(descriptor_, left.data(), left.size(), static_cast<off_t>(position_));
+    if (count < 0 && errno != EINTR) {
+      buffer_.clear();
+      return fail(errno);
+    }
+    if (count > 0) {
+      position_ += static_cast<std::uint64_t>(count);
+      left = left.subspan(static_cast<std::size_t>(count));
+    }
+  }
+  buffer_.clear();
+  return true;
+}
+
+bool SavedFile::fail(int number) {
+  error_ = std::strerror(number);
+  return false;
+}
