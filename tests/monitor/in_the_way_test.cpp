@@ -203,19 +203,6 @@ TEST_F(InTheWay, AQueueThatWasPausedIsToldFromOneThatIsDown) {
   EXPECT_EQ(one.queue("paused")["status"], 3);
 }
 
-TEST_F(InTheWay, AServerThatRefusesTheJobIsExplained) {
-  const NetworkPrinter printer;
-  scheduler.add_queue("booth", printer.device_uri());
-  std::ofstream(scheduler.path() / "etc/cupsd.conf", std::ios::app)
-      << "<Location /printers>\n  Order allow,deny\n  Deny from all\n</Location>\n";
-  scheduler.restart(SIGTERM);
-  const auto one = run_json(scheduler.server());
-  EXPECT_EQ(one.outcome("booth"), "failed");
-  EXPECT_THAT(one.queue("booth")["refresh"]["detail"].get<std::string>(),
-              HasSubstr("the print server does not allow it"));
-  EXPECT_EQ(one.exit_status, 3);
-}
-
 TEST_F(InTheWay, AWatchOutlivesARestartOfTheScheduler) {
   const NetworkPrinter printer({"--remaining", "200", "--total", "400"});
   scheduler.add_queue("booth", printer.device_uri());

@@ -483,7 +483,8 @@ TEST_P(Strange, ServerIsGivenUpAndDescribed) {
   const StrangeServer server(GetParam().text, GetParam().manner);
   const auto monitor =
       run_monitor("/nonexistent/cups.sock", {"--server", server.address(), "--timeout", "1"});
-  EXPECT_EQ(monitor.output, "print server " + server.address() + ": " + GetParam().error + "\n");
+  EXPECT_THAT(monitor.output,
+              testing::MatchesRegex("print server " + server.address() + ": (" + GetParam().error + ")\n"));
   EXPECT_EQ(monitor.exit_status, 3);
 }
 
@@ -492,7 +493,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         StrangeCase{"Silent", "", StrangeServer::Manner::StaysSilent, "no answer within 1 second"},
         StrangeCase{"DrippingAHeader", "HTTP/1.1 200 OK\r\nX: yyyy", StrangeServer::Manner::DripsOn,
-                    "no answer within 1 second"},
+                    "no answer within 1 second|it does not answer as a print server"},
         StrangeCase{"DrippingAnAnswer",
                     "HTTP/1.1 200 OK\r\nContent-Type: application/ipp\r\nContent-Length: 1000000\r\n\r\n\2",
                     StrangeServer::Manner::DripsOn, "no answer within 1 second"},
