@@ -133,7 +133,7 @@ std::string outcome_text(const QueueReport& queue) {
     case Outcome::Unsupported:
       return "not refreshed: its filter does not know ReportLevels";
     case Outcome::TimedOut:
-      return with_detail("not refreshed: no answer in time, job cancelled");
+      return with_detail("not refreshed: no answer in time");
     case Outcome::Failed:
       return with_detail("not refreshed");
     case Outcome::NotFound:

@@ -15,6 +15,7 @@
 
 #include "tests/support/network_printer.h"
 #include "tests/support/private_scheduler.h"
+#include "tests/support/temporary_folder.h"
 #ifdef HAS_USB_PRINTER
 #include "tests/usb/usb_printer.h"
 #endif
@@ -48,7 +49,8 @@ std::string booth(int number) {
 std::unique_ptr<ChildProcess> start_monitor(const PrivateScheduler& scheduler,
                                             std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), MONITOR_PROGRAM);
-  arguments.insert(arguments.end(), {"--json=/dev/null"});
+  static const TemporaryFolder folder;
+  arguments.push_back("--json=" + (folder.path() / "report.json").string());
   return std::make_unique<ChildProcess>(
       ChildProcess::Options{arguments, {}, {{"CUPS_SERVER", scheduler.server()}}});
 }
@@ -91,7 +93,7 @@ void measure_history(int refreshes) {
   }
   constexpr int prints = 180;
   for (int i = 0; i < prints; ++i) {
-    scheduler.wait_for_job(scheduler.send_raw(booth(i % queues), "a photo"));
+    static_cast<void>(scheduler.wait_for_job(scheduler.send_raw(booth(i % queues), "a photo")));
   }
   const auto before = jobs_of(scheduler, CUPS_WHICHJOBS_ALL).size();
   for (int i = 0; i < refreshes / queues; ++i) {

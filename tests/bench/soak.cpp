@@ -52,7 +52,9 @@ class Watch {
   explicit Watch(const PrivateScheduler& scheduler) {
     const int views = open(views_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     monitor_ = std::make_unique<ChildProcess>(ChildProcess::Options{
-        {MONITOR_PROGRAM, "--server", scheduler.server(), "--watch", "1", "--json"}, {{1, views}}, {}});
+        {MONITOR_PROGRAM, "--server", scheduler.server(), "--watch", "1", "--idle", "1", "--json"},
+        {{1, views}},
+        {}});
     close(views);
     while (views_written() == 0) {
       if (monitor_->wait(milliseconds(20))) {

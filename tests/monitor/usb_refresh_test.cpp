@@ -1,0 +1,53 @@
+// The monitor and a printer on USB, with the distribution's own configuration.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "tests/monitor/monitor_run.h"
+#include "tests/usb/usb_printer.h"
+
+namespace {
+
+using std::chrono::seconds;
+using testing::Contains;
+using testing::IsEmpty;
+using testing::Not;
+
+class UsbRefresh : public testing::Test {
+ protected:
+  UsbRefresh() { scheduler.add_queue("booth", UsbPrinter::device_uri()); }
+
+  PrivateScheduler scheduler{{.configuration = PrivateScheduler::Configuration::DEFAULT}};
+  UsbPrinter printer{scheduler, {}, {"--remaining", "200", "--total", "400"}};
+};
+
+TEST_F(UsbRefresh, APrintDoesNotWaitForTheBackend) {
+  // The backend of each command job waits 8 seconds for its reader.
+  const auto watch =
+      start_monitor(scheduler.server(), {"--watch", "60", "--timeout", "60", "--json=/dev/null/nowhere"});
+  ASSERT_TRUE(wait_for_active_jobs(scheduler, 1));
+  const int refresh = active_jobs(scheduler).at(0);
+  ASSERT_TRUE(wait_for_processing(scheduler, refresh));
+  const int print = scheduler.send_raw("booth", "a photo");
+  ASSERT_EQ(scheduler.wait_for_job(print, seconds(60)), IPP_JSTATE_COMPLETED);
+  EXPECT_THAT(all_jobs(scheduler), Not(Contains(refresh)));
+  EXPECT_THAT(printer.take_output(), testing::HasSubstr("a photo"));
+}
+
+TEST_F(UsbRefresh, ALateReplyIsNeverShown) {
+  printer.answer_idle_reads(true);
+  ASSERT_EQ(run_json(scheduler.server()).exit_status, 0);
+  printer.inside().tell("fault slow 8000");
+  EXPECT_EQ(run_json(scheduler.server(), {"--timeout", "3"}).outcome("booth"), "timed-out");
+  printer.wait_until_waiting(15);
+  printer.inside().tell("fault none; remaining 150");
+  const auto one = run_json(scheduler.server(), {"--timeout", "60"});
+  EXPECT_EQ(one.outcome("booth"), "refreshed");
+  EXPECT_EQ(one.queue("booth")["ribbon"]["prints_remaining"], 150);
+  EXPECT_THAT(one.queue("booth")["errors"], IsEmpty());
+  EXPECT_THAT(all_jobs(scheduler), IsEmpty());
+}
+
+}  // namespace
