@@ -91,10 +91,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   report.low_percent = input.ConsumeIntegralInRange(0, 100);
   ServerReport server;
   server.server = input.ConsumeRandomLengthString(40);
-  const auto queues = read_queues(answer);
-  const auto sent = decode_answer(encode(SchedulerAnswer(Look{queues, {}})));
-  require(sent && std::get<Look>(*sent).queues == queues, "what was read can be sent");
-  for (auto reading : queues) {
+  const auto readings = read_queues(answer);
+  const auto sent = decode_answer(encode(SchedulerAnswer(Look{readings, {}})));
+  require(sent && std::get<Look>(*sent).queues == readings, "what was read can be sent");
+  for (auto reading : readings) {
     static_cast<void>(ribbon_ratio(reading));
     server.queues.push_back({std::move(reading), static_cast<Outcome>(input.ConsumeIntegralInRange(0, 8)),
                              input.ConsumeRandomLengthString(40), 0.5});

@@ -45,7 +45,7 @@ class ServerProcessTest : public testing::Test {
   }
 
   NetworkPrinter printer{{"--remaining", "200", "--total", "400"}};
-  PrivateScheduler scheduler;
+  PrivateScheduler scheduler{{.configuration = PrivateScheduler::Configuration::DEFAULT}};
   ServerProcess server{{scheduler.server(), 0}, HTTP_ENCRYPTION_IF_REQUESTED, seconds(10), MONITOR_PROGRAM};
 };
 

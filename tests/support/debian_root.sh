@@ -72,8 +72,11 @@ boot_debian() {
       mount -t tmpfs tmpfs "$1/sys/fs/cgroup"
       mount -t cgroup2 cgroup2 "$1/sys/fs/cgroup"
       mount -t tmpfs tmpfs "$1/run"
-      exec chroot "$1" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin container=chroot \
-        /lib/systemd/systemd --unit=timers.target
+      # Not chroot, below which the kernel refuses the user namespaces of services.
+      cd "$1"
+      pivot_root . .
+      umount -l .
+      exec /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin container=other /lib/systemd/systemd --unit=timers.target
     ' sh "$root"
   ) >"$scratch/systemd" 2>&1 </dev/null &
   machine_parent=$!

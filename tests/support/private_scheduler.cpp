@@ -6,7 +6,6 @@
 #include <array>
 #include <csignal>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -36,7 +35,9 @@ void add_job_uri(ipp_t* request, int job) {
 /// process id is not mistaken for that of a later process.
 std::string start_time(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-  std::string text{std::istreambuf_iterator<char>(file), {}};
+  // A process that ends meanwhile makes the read fail; getline() does not throw then.
+  std::string text;
+  std::getline(file, text, '\0');
   const auto name_end = text.rfind(')');
   if (name_end == std::string::npos || text.substr(name_end + 2, 1) == "Z") {
     return "";

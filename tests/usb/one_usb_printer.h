@@ -18,6 +18,12 @@ class UsbQueue : public testing::Test {
     scheduler.add_queue("booth", UsbPrinter::device_uri());
   }
 
+  void SetUp() override {
+    if (const std::string reason = UsbPrinter::why_not(); !reason.empty()) {
+      GTEST_SKIP() << reason;
+    }
+  }
+
   void wait_for_log(int job, const std::string& text) const {
     EXPECT_TRUE(logs(scheduler, job, text)) << "job " << job << ": " << text;
   }

@@ -49,6 +49,11 @@ UsbPrinter::UsbPrinter(const PrivateScheduler& scheduler, const std::vector<std:
   }
 }
 
+std::string UsbPrinter::why_not() {
+  // The loader names a library that it cannot use, and goes on without it.
+  return run_program({"/bin/sh", "-c", "LD_PRELOAD=libumockdev-preload.so.0 exec cat /dev/null"}).errors;
+}
+
 UsbPrinter::~UsbPrinter() {
   process_->signal(SIGTERM);
   process_->wait(seconds(5));

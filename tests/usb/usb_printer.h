@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "tests/support/child_process.h"
-#include "tests/support/private_scheduler.h"
 #include "tests/support/network_printer.h"
+#include "tests/support/private_scheduler.h"
 
 /// UsbPrinter is a simulated printer on a simulated USB device, behind the `usb` backend of the distribution
 /// in a private scheduler. It must end before the scheduler. A scheduler can have one.
@@ -20,6 +20,9 @@ class UsbPrinter {
   ~UsbPrinter();
   UsbPrinter(const UsbPrinter&) = delete;
   UsbPrinter& operator=(const UsbPrinter&) = delete;
+
+  /// Why the backend cannot be shown a simulated device here; empty if it can.
+  static std::string why_not();
 
   /// The device URI for a queue, as `lpinfo -v` lists it.
   [[nodiscard]] static std::string device_uri() {
