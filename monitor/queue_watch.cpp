@@ -37,6 +37,11 @@ bool has_ended(const Job& job) {
   return job.state >= IPP_JSTATE_CANCELED;
 }
 
+/// Whether its backend failed and the scheduler is going to try it again.
+bool has_failed(const Job& job) {
+  return job.state == IPP_JSTATE_HELD && job.processing_seconds;
+}
+
 bool moves(const Job& job) {
   return job.state == IPP_JSTATE_PENDING || job.state == IPP_JSTATE_PROCESSING;
 }
@@ -191,8 +196,7 @@ void QueueWatch::see_prints(const std::vector<Job>& jobs, Moment now) {
     }
     ended = ended || (has_ended(job) && job.number > newest_job_);
     waiting_ += job.state == IPP_JSTATE_PENDING ? 1 : 0;
-    const bool has_failed = job.state == IPP_JSTATE_HELD && job.processing_seconds;
-    if (job.state == IPP_JSTATE_PROCESSING || (has_failed && current == nullptr)) {
+    if (job.state == IPP_JSTATE_PROCESSING || (has_failed(job) && current == nullptr)) {
       current = &job;
     }
   }
@@ -247,7 +251,7 @@ void QueueWatch::see_own_job(const std::vector<Job>& jobs) {
   if (job == jobs.end()) {
     step_ = Step::Ended;
     end_state_.reset();
-  } else if (has_ended(*job)) {
+  } else if (has_ended(*job) || has_failed(*job)) {
     step_ = Step::Ended;
     end_state_ = job->state;
   }
@@ -261,7 +265,8 @@ void QueueWatch::take_values(Moment now) {
   const bool has_reported =
       reading_.reported_at != told_.reported_at || (told_.age_seconds == 0 && !was_away_);
   was_away_ = false;
-  if (end_state_ == IPP_JSTATE_COMPLETED || (!end_state_ && has_reported)) {
+  const bool is_unsure = !end_state_ || *end_state_ == IPP_JSTATE_HELD;
+  if (end_state_ == IPP_JSTATE_COMPLETED || (is_unsure && has_reported)) {
     if (lines_ == 1 && is_surprising()) {
       confirming_ = true;
       due_ = now;

@@ -133,6 +133,11 @@ INSTANTIATE_TEST_SUITE_P(
                       one.at(seconds(3),
                              [&] { one.scheduler.end(one.scheduler.last_job, IPP_JSTATE_ABORTED); });
                     }},
+        OutcomeCase{"HeldAfterItsBackendFailed", Outcome::Failed,
+                    [](Simulation& one) {
+                      one.scheduler.printers["booth"].manner = Manner::NeverEnds;
+                      one.at(seconds(3), [&] { one.scheduler.end(one.scheduler.last_job, IPP_JSTATE_HELD); });
+                    }},
         OutcomeCase{"PurgedBySomebody", Outcome::Failed,
                     [](Simulation& one) {
                       one.scheduler.printers["booth"].manner = Manner::NeverEnds;
