@@ -5,7 +5,8 @@
 #include <string_view>
 
 /// The text as valid UTF-8 on one line: every broken byte sequence, control character, line separator and
-/// character that changes the direction of writing becomes U+FFFD. The same rule holds for all that a terminal gets.
+/// character that changes the direction of writing becomes U+FFFD. The same rule holds for all that a
+/// terminal gets.
 [[nodiscard]] std::string printable(std::string_view text);
 
 /// JSON that was written as UTF-8, with escapes for what printable() would replace: it means the same, and a

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "monitor/server_name.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 
