@@ -328,10 +328,10 @@ class HostileChild : public testing::Test {
 TEST_F(HostileChild, GarbageIsAnInvalidAnswer) {
   const std::string corrupted = "its answer corrupted the process that reads it";
   for (const char* script : {
-           "printf '\\001\\000\\000\\000\\377' >&0; sleep 60",      // no such answer
-           "printf '\\377\\377\\377\\377' >&0; sleep 60",           // too long
-           "exec cat /dev/zero >&0",                                // too much
-           "printf '\\001\\000\\000\\000\\002more' >&0; sleep 60",  // more than was said
+           "printf '\\001\\000\\000\\000\\377' >&0; exec sleep 60",      // no such answer
+           "printf '\\377\\377\\377\\377' >&0; exec sleep 60",           // too long
+           "exec cat /dev/zero >&0",                                     // too much
+           "printf '\\001\\000\\000\\000\\002more' >&0; exec sleep 60",  // more than was said
        }) {
     const auto error = error_with(script);
     EXPECT_EQ(error.kind, Kind::InvalidAnswer) << script;
