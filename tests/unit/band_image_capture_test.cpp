@@ -520,6 +520,16 @@ TEST_F(BandFiles, ANameOf1024BytesIsNotSaved) {
   EXPECT_TRUE(empty());
 }
 
+TEST_F(BandFiles, ANameThatWasCutIsNotSaved) {
+  const std::string bytes = pixels();
+  const tagLNBandImageParams band = band_with(bytes, 3000);
+  std::string name = path("");
+  name.resize(1022, '/');
+  name += "ab";
+  EXPECT_EQ(printed_by([&] { EXPECT_FALSE(save_image_as_raw(name.c_str(), &band)); }), "");
+  EXPECT_TRUE(empty());
+}
+
 TEST_F(BandFiles, EverybodyMayReadAndWriteWhateverTheMask) {
   const mode_t before = umask(077);
   printed_by([&] { EXPECT_TRUE(save_memory(path("a").c_str(), "abc", 3)); });
@@ -612,6 +622,34 @@ TEST_F(BandFiles, AnExceptionWhilePrintingIsAFailureAndLeavesNoOpenFile) {
   EXPECT_FALSE(save_memory(path("a").c_str(), "abc", 3));
   EXPECT_EQ(open_files(), before);
   EXPECT_EQ(content(path("a")), "abc");
+}
+
+TEST_F(BandFiles, EveryKindOfExceptionIsAFailureAndLeavesNoOpenFile) {
+  const auto before = open_files();
+  write_instead = [](std::size_t) -> std::size_t { throw 1; };
+  EXPECT_FALSE(save_memory(path("a").c_str(), "abc", 3));
+  write_instead = nullptr;
+  EXPECT_EQ(open_files(), before);
+}
+
+TEST_F(BandFiles, NoFailureWritesToTheLog) {
+  const std::string bytes = pixels();
+  const tagLNBandImageParams band = band_with(bytes, 3000);
+  std::string log;
+  printed_by([&] {
+    log = captured_log([&] {
+      EXPECT_FALSE(save_image_as_raw(std::string(1024, 'a').c_str(), &band));
+      EXPECT_FALSE(save_memory(nullptr, "abc", 3));
+      EXPECT_FALSE(save_memory(path("a").c_str(), nullptr, 3));
+      EXPECT_FALSE(save_memory(path("a").c_str(), "abc", 0));
+      write_instead = [](std::size_t count) { return count - 1; };
+      EXPECT_FALSE(save_memory(path("a").c_str(), "abc", 3));
+      write_instead = nullptr;
+      printing_throws = true;
+      EXPECT_FALSE(save_memory(path("a").c_str(), "abc", 3));
+    });
+  });
+  EXPECT_EQ(log, "");
 }
 
 }  // namespace

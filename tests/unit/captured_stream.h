@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 inline ssize_t append_to_string(void* text, const char* data, std::size_t size) {
   static_cast<std::string*>(text)->append(data, size);
@@ -24,4 +25,30 @@ std::string captured(FILE*& stream, Action action) {
 template <typename Action>
 std::string captured_log(Action action) {
   return captured(stderr, action);
+}
+
+/// What a stream of ours gets in the place of stderr, each write by itself, and how many of the writes came
+/// before it was closed.
+struct StreamWrites {
+  std::vector<std::string> writes;
+  std::size_t before_close = 0;
+};
+
+inline ssize_t keep_write(void* writes, const char* data, std::size_t size) {
+  static_cast<std::vector<std::string>*>(writes)->emplace_back(data, size);
+  return static_cast<ssize_t>(size);
+}
+
+/// Runs `action` with a log that has this buffering (_IONBF, _IOLBF, _IOFBF).
+template <typename Action>
+StreamWrites log_writes(int buffering, Action action) {
+  StreamWrites result;
+  FILE* const original = stderr;
+  stderr = fopencookie(&result.writes, "w", {nullptr, keep_write, nullptr, nullptr});
+  setvbuf(stderr, nullptr, buffering, 65536);
+  action();
+  result.before_close = result.writes.size();
+  fclose(stderr);
+  stderr = original;
+  return result;
 }

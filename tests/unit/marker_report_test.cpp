@@ -26,6 +26,21 @@ struct MarkerCase {
   const char* name;
 };
 
+TEST(MarkerReport, EachLineIsOneWrite) {
+  const auto [writes, before_close] =
+      log_writes(_IONBF, [] { report_printer_levels(PrinterLevels::Unavailable()); });
+  EXPECT_EQ(writes, (std::vector<std::string>{
+                        "DEBUG: [ReportLevels] UNAVAILABLE\n", "ATTR: marker-colors=#00FF00\n",
+                        "ATTR: marker-levels=-2\n", "ATTR: marker-message=\" \"\n",
+                        "ATTR: marker-names=\"InkSheetType: 00\"\n", "ATTR: marker-types=ink-ribbon\n"}));
+  EXPECT_EQ(before_close, writes.size());
+}
+
+TEST(MarkerReport, IsNotFlushed) {
+  const auto result = log_writes(_IOFBF, [] { report_printer_levels(PrinterLevels::Unavailable()); });
+  EXPECT_EQ(result.before_close, 0U);
+}
+
 class MarkerReports : public testing::TestWithParam<MarkerCase> {};
 
 TEST_P(MarkerReports, AreOneTraceLineAndFiveAttributes) {

@@ -8,6 +8,7 @@
 #include <ostream>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "tests/unit/captured_stream.h"
 
@@ -105,6 +106,28 @@ TEST(StateCleanup, NoMemoryIsKept) {
   used_after_one_more();
   const std::size_t used = used_after_one_more();
   EXPECT_LT(used_after_one_more(), used + reasons.size());
+}
+
+TEST(StateCleanup, EachLineIsOneWrite) {
+  use_default_destination("door-open,jam");
+  EXPECT_EQ(log_writes(_IONBF, clean_printer_state).writes,
+            (std::vector<std::string>{START, "STATE: -door-open\n", "STATE: -jam\n", END}));
+}
+
+TEST(StateCleanup, IsNotFlushed) {
+  use_default_destination("jam");
+  EXPECT_EQ(log_writes(_IOFBF, clean_printer_state).before_close, 0U);
+}
+
+TEST(StateCleanup, ADefaultDestinationWithAnInstanceIsClearedToo) {
+  use_default_destination("jam");
+  destinations = cupsAddDest("photo", "glossy", destinations, &list);
+  cupsGetDest("photo", nullptr, destinations, list)->is_default = 0;
+  cups_dest_t* glossy = cupsGetDest("photo", "glossy", destinations, list);
+  glossy->is_default = 1;
+  glossy->num_options =
+      cupsAddOption("printer-state-reasons", "door-open", glossy->num_options, &glossy->options);
+  EXPECT_EQ(cleaned(), START + "STATE: -door-open\n" + END);
 }
 
 TEST(StateCleanup, WithoutDestinationsNothingIsCleared) {

@@ -108,28 +108,8 @@ TEST(StateReport, AnyRaisesAllInTableOrderAndClearsNone) {
   EXPECT_EQ(report(PrinterState::Any()), expected);
 }
 
-/// What a stream of ours gets in the place of stderr: each write by itself.
-ssize_t keep_write(void* writes, const char* data, std::size_t size) {
-  static_cast<std::vector<std::string>*>(writes)->emplace_back(data, size);
-  return static_cast<ssize_t>(size);
-}
-
-/// The writes of a report to a stream with this buffering, and how many of them came before it was closed.
-struct StreamWrites {
-  std::vector<std::string> writes;
-  std::size_t before_close = 0;
-};
-
 StreamWrites writes_of(const PrinterState& state, int buffering) {
-  StreamWrites result;
-  FILE* const original = stderr;
-  stderr = fopencookie(&result.writes, "w", {nullptr, keep_write, nullptr, nullptr});
-  setvbuf(stderr, nullptr, buffering, 65536);
-  update_printer_state(state);
-  result.before_close = result.writes.size();
-  fclose(stderr);
-  stderr = original;
-  return result;
+  return log_writes(buffering, [&] { update_printer_state(state); });
 }
 
 class Streams : public testing::TestWithParam<int> {};
@@ -243,6 +223,14 @@ TEST(StateReport, AllKeywordsOfAMatchingRowAreRaisedInOrder) {
             "STATE: +f\nDEBUG: f 0x0002\nSTATE: -a\nSTATE: -b\n");
 }
 
+TEST(StateReport, KeywordsBehindTheFirstNullAreNeitherRaisedNorCleared) {
+  const std::array<PrinterStateReason, 1> table = {{{0, 1, {"a", nullptr, "c"}}}};
+  EXPECT_EQ(report(PrinterState::Error(1), table), "STATE: +a\nDEBUG: a 0x0001\n");
+  EXPECT_EQ(report(PrinterState::Error(2), table),
+            "STATE: +" + FALLBACK + "\nDEBUG: " + FALLBACK +
+                " 0x0002\nDEBUG: error_number part mismatch processing \nSTATE: -a\n");
+}
+
 TEST(StateReport, TheScanGoesOnAfterAMatch) {
   const std::array<PrinterStateReason, 3> table = {{{0, 1, {"a"}}, {0, 2, {"b"}}, {0, 1, {"c"}}}};
   EXPECT_EQ(report(PrinterState::Error(1), table),
@@ -266,6 +254,11 @@ TEST(StateReport, APrefixSortsFirst) {
   const std::array<PrinterStateReason, 4> table = {
       {{0, 0, {}}, {0, 1, {"ab_"}}, {0, 2, {"ab"}}, {0, 3, {"aB"}}}};
   EXPECT_EQ(report(PrinterState::Good(), table), "STATE: -aB\nSTATE: -ab\nSTATE: -ab_\n");
+}
+
+TEST(StateReport, BytesAbove127SortBehindLetters) {
+  const std::array<PrinterStateReason, 3> table = {{{0, 0, {}}, {0, 1, {"\xc3\xa4"}}, {0, 2, {"z"}}}};
+  EXPECT_EQ(report(PrinterState::Good(), table), "STATE: -z\nSTATE: -\xc3\xa4\n");
 }
 
 TEST(StateReport, TheFallbackIsRaisedEvenIfTheTableDoesNotHoldIt) {
