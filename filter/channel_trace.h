@@ -3,7 +3,8 @@
 #include <cups/sidechannel.h>
 
 /// Writes a labelled hexadecimal dump of a packet to standard error, every line of it a "DEBUG: " line of
-/// the job log: a line with the size, then a line for each 16 bytes that opens with their offset.
+/// the job log: a line with the size, then a line for each 16 bytes that opens with their offset in at least
+/// four digits. On purpose, all bytes are shown, however many there are.
 ///
 /// @param label  names the packet: "[CMD]" a request, "[STS]" a status reply, "[REP]" a levels reply.
 /// @param data   the packet; read up to `size` bytes, not at all if `size` is 0 or less.

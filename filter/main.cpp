@@ -25,6 +25,7 @@ void write_log_line_by_line() {
   setvbuf(stderr, buffer.data(), _IOLBF, buffer.size());
 }
 
+/// Compares whole words in any case, on purpose: the rest of a line is not looked at.
 bool is_command(const char* word, const char* command) {
   return _cups_strcasecmp(word, command) == 0;
 }
@@ -37,7 +38,8 @@ bool probe_bidirectional() {
   if (status == CUPS_SC_STATUS_OK && length == 1 && answer[0] == CUPS_SC_BIDI_SUPPORTED) {
     return true;
   }
-  // "nobidirectional" is spelled like this on purpose.
+  // On purpose: "nobidirectional" is one word, the wait of 30 seconds is the only limit, and the status is
+  // the request's own, CUPS_SC_STATUS_OK(1) if the backend answered that it cannot read.
   fprintf(stderr,
           "DEBUG: Unable to retrieve supply status from printer - nobidirectional I/O available! %s(%d)\n",
           to_string(status), status);
@@ -49,6 +51,7 @@ void report_levels(bool bidirectional) {
     report_printer_levels(PrinterLevels::Unavailable());
     return;
   }
+  // The levels are reported before the status is asked, on purpose.
   report_printer_levels(get_printer_levels());
   update_printer_state(get_printer_state());
 }
@@ -77,7 +80,7 @@ int main(int argc, char* argv[]) {
   write_log_line_by_line();
 
   if (argc < 6 || argc > 7) {
-    // Without a line end, on purpose.
+    // On purpose without a line end, and with the name as the program was called.
     fprintf(stderr, "ERROR: Usage: %s job-id user title copies options [file]", argv[0]);
     return 1;
   }

@@ -2,8 +2,8 @@
 
 #include "printer_levels.h"
 
-/// Tells the scheduler the ink ribbon's state as the queue's one marker: a "DEBUG: " line and the "ATTR: "
-/// lines marker-colors, marker-levels, marker-message, marker-names and marker-types, to standard error.
+/// Reports the ink ribbon's state to the scheduler as the queue's one marker: a "DEBUG: " line and the "ATTR:
+/// " lines marker-colors, marker-levels, marker-message, marker-names and marker-types, to standard error.
 ///
 /// marker-levels is remaining × 100 / total, truncated and not limited to 100; -1 if the printer does not
 /// know its counters, -2 without a reading.

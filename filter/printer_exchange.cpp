@@ -20,7 +20,8 @@ std::span<const char> exchange_with_printer(const PrinterQuery& query, ReplyBuff
     return {};
   }
 
-  // On purpose, the drain's result is only logged: the reply may come nevertheless.
+  // On purpose, the drain's result is only logged: the reply may come all the same. Its limit is 5 seconds,
+  // that of each read below 1 second, and the whole exchange has none.
   int drain_length = static_cast<int>(buffer.size());
   const cups_sc_status_t drained =
       cupsSideChannelDoRequest(CUPS_SC_CMD_DRAIN_OUTPUT, buffer.data(), &drain_length, 5.0);

@@ -14,7 +14,7 @@
 //   levels    1b 47 44 30 00 00 03 1e 16 2a
 //
 // A reply holds at least these bytes; all after them are traced and ignored. Numbers of two bytes are
-// big-endian. No lead-in, length or checksum is verified.
+// big-endian. On purpose, no lead-in, length or checksum is verified.
 //
 //   offset     0  1  2  3  4  5  6  7  8  9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25
 //   status    .. .. .. .. cc cc .. .. .. .. .. .. .. .. ..
@@ -23,7 +23,7 @@
 //   cc  status code, 0 for no error      tt  prints on a new ribbon
 //   ss  code of the ink sheet            rr  prints left
 
-/// A request for what the selectors stand for.
+/// The request packet with these selectors.
 template <unsigned char... SELECTORS>
 inline constexpr std::array<unsigned char, 7 + sizeof...(SELECTORS)> PRINTER_REQUEST = {
     0x1b, 'G', 'D', '0', 0, 0, sizeof...(SELECTORS), SELECTORS...};

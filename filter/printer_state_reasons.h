@@ -7,7 +7,7 @@
 /// PrinterStateReason ties one status code of the printer, or a range of codes, to the
 /// printer-state-reasons keywords that stand for it.
 struct PrinterStateReason {
-  /// High byte of the code; only the low 8 bits count.
+  /// High byte of the code; on purpose, only its low 8 bits count.
   std::uint16_t major;
   /// Below 256: the low byte of the one code. From 256 on: a range of low bytes, the first in the low
   /// byte, the last (inclusive) in the high byte; first above last names no code.

@@ -5,5 +5,6 @@
 /// line. The default destination is that of the process's CUPS client setup, which need not be the queue that
 /// runs the filter.
 ///
+/// Keywords are separated by commas alone: blanks stay part of them, on purpose.
 /// A list without any keyword writes "STATE: -(null)"; a destination without such a list no "STATE:" line.
 void clean_printer_state();

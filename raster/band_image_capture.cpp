@@ -113,7 +113,7 @@ bool format_string_util(char* out, unsigned long size, const char* templ,
         good = false;
         break;
       }
-      // A cut expansion counts with its full length: on purpose, nothing behind it finds a place.
+      // A cut expansion counts with its full length, on purpose: nothing behind it fits.
       position = std::min(end, position + static_cast<std::size_t>(length));
     } else if (*c == '%') {
       percent = true;
@@ -149,7 +149,7 @@ bool save_memory(const char* path, const void* data, unsigned long size) {
   if (written < size) {
     return false;
   }
-  // For everybody, on purpose, whatever the process's mask is.
+  // Readable and writable by all users, on purpose, whatever the process's mask is.
   chmod(path, 0666);
   return true;
 }

@@ -6,6 +6,7 @@
 
 namespace {
 
+/// Unsigned fields are shown signed, on purpose.
 constexpr int number(unsigned field) {
   return static_cast<int>(field);
 }
