@@ -485,9 +485,8 @@ QueueReport QueueWatch::report(Moment now) const {
   const bool is_due = due() && *due() <= now;
   if (rules_.again && why && (rules_.ask || *why == Outcome::Stopped)) {
     report.outcome = *why;
-  } else if (step_ != Step::Resting && step_ != Step::Told) {
-    report.outcome = Outcome::Asking;
-  } else if ((confirming_ && failures_ == 0) || (is_due && (!was_sent_ || overtaken_))) {
+  } else if ((step_ != Step::Resting && step_ != Step::Told) || (confirming_ && failures_ == 0) ||
+             (is_due && (!was_sent_ || overtaken_))) {
     report.outcome = Outcome::Asking;
   }
   if (report.outcome != outcome_) {

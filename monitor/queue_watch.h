@@ -120,9 +120,6 @@ class QueueWatch {
   [[nodiscard]] bool is_fresh(Moment now) const;
 
   WatchRules rules_;
-  bool found_ = true;
-  bool has_been_read_ = false;
-  bool went_down_ = false;  ///< it is stopped, and not because somebody paused it
   Reading reading_;
   Moment read_at_;
   /// What is told of the ribbon: a reading is taken into it when its command job has ended and it is
@@ -130,37 +127,42 @@ class QueueWatch {
   Reading told_;
   Moment told_at_;
 
-  Step step_ = Step::Resting;
-  int job_ = 0;
-  int lines_ = 1;
+  // The command job.
   Moment sent_at_;
-  bool was_sent_ = false;
-  bool was_away_ = false;
-  bool maybe_sent_ = false;  ///< the job; the scheduler did not say so
-  int newest_before_ = 0;    ///< the job
-  bool overtaken_ = false;   ///< a print waits behind the job
-  bool winding_up_ = false;
-  std::optional<ipp_jstate_t> end_state_;  ///< of the job; nothing if the scheduler forgot it
   std::optional<Moment> struggling_since_;
   std::optional<Moment> reported_since_;
-  std::string last_words_;  ///< of the backend, while the job was on its way
+  std::string last_words_;                 ///< of the backend, while the job was on its way
+  std::optional<ipp_jstate_t> end_state_;  ///< nothing if the scheduler forgot it
+  int job_ = 0;
+  int lines_ = 1;
+  int newest_before_ = 0;
+  Step step_ = Step::Resting;
+  bool was_sent_ = false;
+  bool was_away_ = false;
+  bool maybe_sent_ = false;  ///< the scheduler did not say so
+  bool overtaken_ = false;   ///< a print waits behind it
+  bool winding_up_ = false;
 
-  Outcome outcome_ = Outcome::NotAsked;
-  std::string detail_;
-  std::optional<double> seconds_;
+  // What became of it, and when the next is due.
   bool done_ = false;
-
-  Moment asked_at_;
-  Moment due_;
-  std::chrono::seconds interval_{0};
-  int failures_ = 0;
+  Outcome outcome_ = Outcome::NotAsked;
   bool doubtful_ = false;    ///< the printer may still owe an answer to the last command job
   bool confirming_ = false;  ///< the last values surprised and are not told yet
   bool in_trouble_ = false;
   bool print_ended_ = false;  ///< since the queue was last asked
+  int failures_ = 0;
+  std::string detail_;
+  std::optional<double> seconds_;
+  Moment asked_at_;
+  Moment due_;
+  std::chrono::seconds interval_{0};
 
-  std::set<int> moving_;  ///< prints that are printing or waiting
+  // The queue and its prints.
+  bool found_ = true;
+  bool has_been_read_ = false;
+  bool went_down_ = false;  ///< it is stopped, and not because somebody paused it
   int newest_job_ = 0;
   int waiting_ = 0;
+  std::set<int> moving_;  ///< prints that are printing or waiting
   std::optional<Print> print_;
 };

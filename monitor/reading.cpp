@@ -42,8 +42,10 @@ int count_of(ipp_attribute_t* attribute) {
 }
 
 std::vector<std::string> texts_of(ipp_attribute_t* attribute) {
+  const int count = count_of(attribute);
   std::vector<std::string> texts;
-  for (int i = 0; i < count_of(attribute); ++i) {
+  texts.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) {
     texts.push_back(text_of(attribute, i));
   }
   return texts;

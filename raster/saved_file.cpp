@@ -1,7 +1,6 @@
 #include "raster/saved_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -36,22 +35,27 @@ SavedFile::~SavedFile() {
 }
 
 bool SavedFile::create(const std::string& name, int input) {
-  name_ = name;
-  struct stat existing = {};
-  if (lstat(name.c_str(), &existing) == 0) {
-    if (const char* why = refusal(existing, input); why != nullptr) {
-      error_ = why;
-      return false;
+  try {
+    place_ = find_place(name, false);
+    const int folder = place_->folder.number();
+    if (place_->file) {
+      if (const char* why = refusal(*place_->file, input); why != nullptr) {
+        throw FileError(why);
+      }
+      // A new file has neither the rights nor the other names of the old one.
+      if (unlinkat(folder, place_->name.c_str(), 0) != 0) {
+        throw_file_error();
+      }
     }
-    // A new file has neither the rights nor the other names of the old one.
-    if (unlink(name.c_str()) != 0) {
-      return fail(errno);
+    // Whatever takes the name in between is not opened.
+    constexpr int only_new = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    descriptor_ = openat(folder, place_->name.c_str(), only_new, 0666);
+    if (descriptor_ < 0) {
+      throw_file_error();
     }
-  }
-  // Whatever takes the name in between is not opened.
-  descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-  if (descriptor_ < 0) {
-    return fail(errno);
+  } catch (const FileError& failure) {
+    error_ = failure.what();
+    return false;
   }
   buffer_.reserve(BUFFER_SIZE);
   return true;
@@ -100,7 +104,7 @@ bool SavedFile::close(std::uint64_t size) {
 void SavedFile::remove() {
   ::close(descriptor_);
   descriptor_ = -1;
-  unlink(name_.c_str());
+  unlinkat(place_->folder.number(), place_->name.c_str(), 0);
 }
 
 bool SavedFile::flush() {

@@ -2,9 +2,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "files/place.h"
 
 /// SavedFile is a new file for what a raster stream holds, with the rights that the umask leaves.
 class SavedFile {
@@ -15,7 +18,8 @@ class SavedFile {
   SavedFile& operator=(const SavedFile&) = delete;
 
   /// Makes the file. One of this name is replaced if it is a regular file of the caller's and not the input;
-  /// a link is never followed. Returns false if the file cannot be made: see error().
+  /// a link of this name is never followed, and one on the way only if it belongs to the caller or to root.
+  /// Returns false if the file cannot be made: see error().
   ///
   /// @param input  the descriptor that the stream is read from.
   bool create(const std::string& name, int input);
@@ -39,7 +43,7 @@ class SavedFile {
   bool flush();
   bool fail(int number);
 
-  std::string name_;
+  std::optional<Place> place_;
   int descriptor_ = -1;
   std::uint64_t position_ = 0;  ///< where the buffer goes
   std::vector<unsigned char> buffer_;

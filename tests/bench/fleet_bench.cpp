@@ -87,7 +87,7 @@ double written_kib(pid_t pid) {
 class WatchedFleet {
  public:
   WatchedFleet(Kind kind, Way way, const std::string& before, const Scale& scale)
-      : kind_(kind), way_(way), scale_(scale) {
+      : kind_(kind), scale_(scale) {
     scheduler_.add_queue("probe", probe_.device_uri(), "");
     const std::string nowhere = "socket://127.0.0.1:" + std::to_string(free_port());
     for (int i = 0; i < scale.queues; ++i) {
@@ -183,7 +183,6 @@ class WatchedFleet {
   }
 
   Kind kind_;
-  Way way_;
   Scale scale_;
   TemporaryFolder folder_;
   std::filesystem::path json_ = folder_.path() / "report";

@@ -348,7 +348,7 @@ TEST_F(Rasterdump, AFullStandardErrorThatNothingIsWrittenToIsNoError) {
 
 TEST_F(Rasterdump, ATemplateThatMakesTooLongANameIsNotCut) {
   std::string templ = path("");
-  templ.resize(4092, '/');
+  templ.resize(4092, 'x');
   // Fits as it stands, and does not when expanded.
   expect(run({"--quiet", "--bands", "8", "--capture", templ + "%C"}, uncompressed(PAGE)), OUTPUT,
          "page 1: cannot save " + templ + "0000: File name too long");

@@ -93,6 +93,21 @@ TEST_P(SavedFile, FollowsNoLink) {
   EXPECT_EQ(content(target), "precious");
 }
 
+TEST_P(SavedFile, FollowsNoLinkOfAnotherUserInItsPath) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can make a link of another user";
+  }
+  constexpr uid_t another = 65534;
+  ASSERT_EQ(mkdir(path("folder").c_str(), 0700), 0);
+  const std::string target = file("precious", "folder/page");
+  const std::string link = path("link");
+  ASSERT_EQ(symlink(path("folder").c_str(), link.c_str()), 0);
+  EXPECT_EQ(save(link + "/own").exit_status, 0);
+  ASSERT_EQ(lchown(link.c_str(), another, another), 0);
+  expect_refusal(link + "/page", "the link 'link' belongs to another user");
+  EXPECT_EQ(content(target), "precious");
+}
+
 TEST_P(SavedFile, FollowsNoLinkToNothing) {
   ASSERT_EQ(symlink(path("none").c_str(), path("page").c_str()), 0);
   expect_refusal(path("page"), "a symbolic link");
