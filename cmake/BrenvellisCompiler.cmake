@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Warnings, hardening and sanitizers: the same for every target of the tree.
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What goes where, as the components filter, monitor, tools, ppd and development. Included last: each rule looks whether
 # its program was built.
 find_program(CUPS_CONFIG cups-config)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # cmake -D BUILD=folder -P Uninstall.cmake: removes what the last installation from this build folder, and the last one
 # of each component, put below its DESTDIR, and the folders of this system that it leaves empty.
 file(GLOB manifests ${BUILD}/install_manifest*.txt)

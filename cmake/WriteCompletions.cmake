@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # cmake -D PROGRAM=name -D HELP=file -D FOLDER=folder -P WriteCompletions.cmake: writes the completions of bash,
 # zsh and fish for the options that `PROGRAM --help` lists.
 file(READ ${HELP} help)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ask_printer DEVICE-URI: asks a Brenvellis printer for its ribbon and its state without a queue, a PPD or a
 // filter, as a printer application would: it starts the CUPS backend of the URI and is its scheduler and
 // filter in one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "filter/levels_query.h"
 
 #include "filter/printer_exchange.h"

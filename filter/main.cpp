@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commandtobrenvellis: answers the command jobs of a Brenvellis printer's queue; see
 // man/commandtobrenvellis.8.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// Clears all printer-state-reasons that CUPS lists for the default destination, whatever their origin:

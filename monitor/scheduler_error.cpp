@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "monitor/scheduler_error.h"
 
 std::string explanation(const SchedulerError& error, std::optional<bool> shared) {

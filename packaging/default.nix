@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Not built here.
 { pkgs ? import <nixpkgs> { } }:
 pkgs.stdenv.mkDerivation {

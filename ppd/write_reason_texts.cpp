@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes the PPD's texts for the state reasons, from the driver's reason table: reasons.defs for ppdc's
 // #include, and a message catalogue LOCALE.po for each language but English.
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "raster/raster_stream.h"
 
 #include <unistd.h>

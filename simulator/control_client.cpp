@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "simulator/control_client.h"
 
 #include <sys/socket.h>

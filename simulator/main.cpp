@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // brenvellis-simulator: a printer's end of a raw network connection; see man/brenvellis-simulator.1.
 
 #include <CLI/CLI.hpp>

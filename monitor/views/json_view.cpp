@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "monitor/views/json_view.h"
 
 #include <nlohmann/json.hpp>

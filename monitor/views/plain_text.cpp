@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "monitor/views/plain_text.h"
 
 #include <utf8proc.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a run of commandtobrenvellis costs, beside other filters and beside the least that is possible.
 
 #include <sched.h>

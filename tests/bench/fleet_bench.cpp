@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What watching a fleet costs its print server in an hour: fleet_bench BEFORE quick|full. BEFORE is the
 // monitor that asked every queue at every turn.
 

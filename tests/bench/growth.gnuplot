@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # points, picture: given with -e
 set terminal pngcairo size 800,400 font "sans,10"
 set output picture

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /*
  * The limit for a command: makes the library calls that commandtobrenvellis makes and writes the lines that
  * it wrote, one write() each, without deciding or formatting any of them but the number of the command line.

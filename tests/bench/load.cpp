@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Many queues at once: load [QUEUES [ROUNDS]]. Every round gives each printer another condition, sends every
 // queue a ReportLevels job at the same time and compares what a client then sees. Exit status 1 if a report
 // was lost or crossed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the monitor costs prints and their history, with the distribution's own scheduler configuration:
 // monitor_way [quick|full]. Prints a table.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Micro-benchmarks of the parts, to see where a change of the whole comes from.
 
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How fast brenvellis-rasterdump reads a large stream, beside the least that reads it.
 
 #include <cups/raster.h>

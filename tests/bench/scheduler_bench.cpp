@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a command job costs through a real scheduler, for many queues, and what asking them all by the monitor
 // does.
 

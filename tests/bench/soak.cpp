@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Many jobs one after another, while a monitor watches: soak [JOBS [QUEUES]]. Shows what the scheduler, a
 // filter and the monitor hold from the start to the end. Exit status 1 if a report was wrong, or a process or
 // a descriptor is left over.

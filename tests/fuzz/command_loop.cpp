@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The whole filter but for the process around it: an arbitrary command file through the reader of libcups, an
 // arbitrary backend and printer. Every command is answered, every report restates all that there is to
 // state, and no input makes a log line of its own.

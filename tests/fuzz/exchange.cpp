@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The exchange with the printer and both queries on it, with an output that takes any number of bytes, any
 // statuses and a reply in any pieces: the log and the result are those of a model.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any page header: 43 lines, and every enumeration named.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any levels reply and any record, decoded and reported as a model has it.
 
 #include <cstdint>

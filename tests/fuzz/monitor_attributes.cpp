@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any attributes of a scheduler's answer, of any type: they are read, and every view of them is well-formed
 // whatever the texts hold, and they are within the limits of what is sent between the processes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any template, room and band: the name and the result are those of a model that writes each expansion to its
 // end, or to the end of its room, in a memory that has no end.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any raster stream: it is read to its end or to an error that is told, and its pages become text, JSON and
 // pictures, whatever its headers promise.
 

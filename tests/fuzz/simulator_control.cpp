@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes on the control socket in any chunks: one reply a line, a refused line changes nothing, and the
 // settings that come of it can be written down and read again.
 

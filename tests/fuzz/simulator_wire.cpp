@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes from the network in any chunks: the parser finds the same packets however they are cut, loses no
 // byte, and every packet gets an answer within bounds.
 

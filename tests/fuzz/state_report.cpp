@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any state against any reason table: the lines are those of a model that tries every code of every row.
 
 #include "filter/state_report.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a print server can send to a ServerProcess, at its worst.
 
 #include "tests/monitor/hostile_server.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a monitor does to prints and to a scheduler, with the distribution's own configuration.
 
 #include <gmock/gmock.h>

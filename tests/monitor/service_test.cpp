@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The unit brenvellis-monitor.service: what it starts, and what it may do.
 
 #include <gmock/gmock.h>

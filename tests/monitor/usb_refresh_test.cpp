@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The monitor and a printer on USB, with the distribution's own configuration.
 
 #include <gmock/gmock.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Does what tests/mutation/run says."""
 import argparse
 import atexit

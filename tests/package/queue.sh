@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by scripts that live with the installed packages: a queue to a simulated printer, as an administrator adds
 # it. They source tests/support/private_scheduler.sh and say where that is: inside and become_inside as in
 # tests/support/debian_root.sh, and the folders $root and $own.

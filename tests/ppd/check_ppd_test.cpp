@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // brenvellis-check-ppd agrees with the scheduler: PPDs of the distribution, as they are and with lines that a
 // packager may add.
 #include <cups/cups.h>

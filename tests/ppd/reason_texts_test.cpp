@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a client shows people for the driver's state reasons: the PPD as the scheduler hands it out, opened
 // and asked by libcups in each language.
 #include <cups/ppd.h>

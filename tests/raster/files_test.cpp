@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the program puts in the place of other files, and with which rights.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tests/raster/raster_streams.h"
 
 #include <algorithm>

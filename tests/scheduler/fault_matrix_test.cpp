@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every step of a ReportLevels job, with everything that can go wrong at it. The table that this prints is
 // kept in docs/reliability.md.
 

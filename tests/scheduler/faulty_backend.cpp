@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A backend with a printer in it that answers as the real ones do, and once, at one step of a job, has a
 // fault. The device URI is "faulty:FILE"; the file holds a step and a fault and is renamed to FILE.done when
 // the fault happens, so that the next job finds none.

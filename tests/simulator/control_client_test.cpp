@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What --tell makes of a peer that is not a simulator: anybody may have put a socket there.
 
 #include "simulator/control_client.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 
 #include "tests/simulator/simulator_process.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every fault as a peer sees it. Pauses are one minute where a test must see that something has not been sent
 // yet, and a few milliseconds where it must see that it is sent in the end.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What may come over the network, and what must not come of it.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "simulator/printer_condition.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The program as its user meets it: options, messages, exit statuses, what it leaves behind.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "simulator/request_parser.h"
 
 #include <gmock/gmock.h>

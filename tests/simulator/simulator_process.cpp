@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tests/simulator/simulator_process.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by scripts that need a Debian of their own, in the folder $root.
 # shellcheck shell=bash
 

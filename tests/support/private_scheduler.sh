@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by scripts that run a simulated printer and a scheduler. They say in $own an existing folder that nobody else
 # can enter, for what the programs write, and define fail MESSAGE. If the programs run in another system's root (see
 # debian_root.sh), $root is its path and $own a path in it. They end with end_processes.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by ./demo, ./check and ./bench: installs what they need and builds. It takes the EXIT trap:
 # a script with a trap of its own calls clean_up in it.
 # shellcheck shell=bash
@@ -12,7 +13,7 @@ FUZZ_PACKAGES="clang libclang-rt-14-dev"
 BENCH_PACKAGES="libbenchmark-dev valgrind strace gnuplot-nox"
 MUTATION_PACKAGES="python3 lld"
 CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind systemd chromium prometheus prometheus-node-exporter fish zsh
-  system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus mscgen fonts-dejavu-core $FUZZ_PACKAGES"
+  system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus fonts-dejavu-core $FUZZ_PACKAGES"
 
 # What the temporary files of this run go into; removed at its end. Not in TMPDIR: a scheduler's socket needs a short
 # path. Started by root, a private scheduler runs as user lp, who passes through this folder to the scheduler's own.

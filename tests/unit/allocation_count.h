@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// How often this program has asked the C++ runtime for memory. What libc and libcups ask for does not count.

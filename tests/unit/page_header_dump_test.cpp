@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "raster/page_header_dump.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "monitor/report.h"
 
 #include <gtest/gtest.h>

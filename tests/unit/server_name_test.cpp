@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "monitor/server_name.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What goes wrong on USB, and what the next two reports say. The table that this prints is kept in
 // docs/reliability.md.
 

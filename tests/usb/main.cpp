@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // usb_printer: a printer on USB in user space, for the tests. It plugs the printer in, prints the folder for
 // UMOCKDEV_DIR and runs until SIGTERM.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a report costs behind the usb backend, and behind the socket backend in the same run.
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tests/usb/usb_device.h"
 
 #include <linux/usbdevice_fs.h>

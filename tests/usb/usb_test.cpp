@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The filter behind the distribution's usb backend, with a simulated device.
 
 #include <csignal>
