@@ -1,7 +1,101 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/views/wording.h"
 
+#include <algorithm>
 #include <array>
+
+#include "monitor/queue_watch.h"
+
+namespace {
+
+constexpr const char* CONNECT = "Switch the printer on and check its cable.";
+constexpr const char* NEW_RIBBON = "Load a new ribbon.";
+
+/// What the usual state reasons of other filters and of backends mean.
+struct KnownReason {
+  std::string_view keyword;
+  const char* cause;
+  const char* action;
+};
+constexpr std::array<KnownReason, 9> KNOWN_REASONS = {{
+    {"media-empty", "out of paper", "Load paper."},
+    {"media-needed", "out of paper", "Load paper."},
+    {"media-jam", "paper jam", "Remove the jammed paper."},
+    {"cover-open", "cover open", "Close the cover."},
+    {"door-open", "door open", "Close the door."},
+    {"marker-supply-empty", "ribbon empty", NEW_RIBBON},
+    {"offline", "printer offline", CONNECT},
+    {"timed-out", "printer not responding", CONNECT},
+    {"connecting-to-device", "printer not responding", CONNECT},
+}};
+
+Trouble trouble_of_error(const ReasonCode& error, const Reading& reading) {
+  if (is_fallback(error)) {
+    return reading.answered == false
+               ? Trouble{"no answer, or error 0004", CONNECT, {}}
+               : Trouble{"error 0004, or an unknown code", "Look up 0004 in the printer's manual.", {}};
+  }
+  // Only parse_reason() makes codes, but a report may hold any text.
+  if (error.group.size() > 4 || error.code.size() > 4) {
+    return {"unknown error", "Look at the printer.", error_text(error, reading)};
+  }
+  const std::string code = error.code == error.group ? error.group : error.group + " / " + error.code;
+  return {error_text(error, reading), "Look up " + code + " in the printer's manual.", {}};
+}
+
+Trouble trouble_of_reason(const std::string& reason) {
+  const std::string_view keyword = std::string_view(reason).substr(0, reason.rfind('-'));
+  const auto* const known = std::ranges::find(KNOWN_REASONS, keyword, &KnownReason::keyword);
+  return known == KNOWN_REASONS.end() ? Trouble{"printer error", "Look at the printer.", reason}
+                                      : Trouble{known->cause, known->action, {}};
+}
+
+/// What kept the queue from being refreshed; nothing if nothing did.
+std::vector<Trouble> troubles_of_outcome(const QueueReport& queue) {
+  switch (queue.outcome) {
+    case Outcome::Refreshed:
+    case Outcome::NotAsked:
+    case Outcome::Asking:
+    case Outcome::Busy:
+      return {};
+    case Outcome::Paused:
+      return {{"paused", "Resume the queue (cupsenable).", {}}};
+    case Outcome::Stopped:
+      return {{"stopped after an error", "Remove the cause, then resume the queue (cupsenable).",
+               queue.reading.state_message}};
+    case Outcome::Rejecting:
+      return {{"rejecting jobs", "Let the queue accept jobs again (cupsaccept).", {}}};
+    case Outcome::Unsupported:
+      return {{"another driver", "Use the Brenvellis driver, or do not name this queue.", {}}};
+    case Outcome::TimedOut:
+      return {{"no answer in time", CONNECT, queue.detail}};
+    case Outcome::Failed:
+      return {{"not refreshed", "Check the print server.", queue.detail}};
+    case Outcome::NotFound:
+      return {{"no such queue", "Check the queue's name (lpstat -e).", {}}};
+  }
+  return {};
+}
+
+/// Why the level is not known.
+Trouble trouble_of_level(const QueueReport& queue) {
+  const auto& reading = queue.reading;
+  if (queue.outcome == Outcome::Asking) {
+    return {"asking", "Wait for the printer's answer.", {}};
+  }
+  if (has_other_supplies(reading)) {
+    return {"another driver", "Use the Brenvellis driver, or do not name this queue.", {}};
+  }
+  if (reading.answered == false) {
+    return {"no answer", CONNECT, {}};
+  }
+  if (reading.answered) {
+    return {"prints left not known", "Change or reseat the ribbon.", reading.ribbon_words};
+  }
+  return {"never read", queue.outcome == Outcome::Busy ? "Wait for the end of the print." : "", {}};
+}
+
+}  // namespace
 
 std::string prints_left_text(const Reading& reading) {
   const std::string percent =
@@ -141,6 +235,49 @@ std::string outcome_text(const QueueReport& queue) {
       return "there is no such queue";
   }
   return {};
+}
+
+std::vector<Trouble> troubles(const QueueReport& queue, int low_percent) {
+  const auto& reading = queue.reading;
+  std::vector<Trouble> list;
+  const auto add = [&](Trouble trouble) {
+    const auto is_same = [&](const Trouble& other) { return other.cause == trouble.cause; };
+    if (std::ranges::none_of(list, is_same)) {
+      list.push_back(std::move(trouble));
+    }
+  };
+
+  if (is_empty(reading)) {
+    add({"ribbon empty", NEW_RIBBON, {}});
+  }
+  for (const auto& error : reading.errors) {
+    add(trouble_of_error(error, reading));
+  }
+  for (const auto& reason : reading.reasons) {
+    if (reason.ends_with("-error")) {
+      add(trouble_of_reason(reason));
+    }
+  }
+  if (queue.stuck) {
+    add({queue.job_seconds ? "print stuck for " + duration_text(*queue.job_seconds) : "print stuck",
+         is_unreachable(reading) ? CONNECT : "Check the printer: power, cable, paper and ribbon.",
+         reading.state_message});
+  }
+  for (auto& trouble : troubles_of_outcome(queue)) {
+    add(std::move(trouble));
+  }
+  if (!reading.level_percent && list.empty()) {
+    add(trouble_of_level(queue));
+  }
+  if (is_low(reading, low_percent) && !is_empty(reading)) {
+    const int prints = reading.prints_remaining.value_or(0);
+    add({prints == 0   ? "only " + std::to_string(*reading.level_percent) + " % left"
+         : prints == 1 ? "only 1 print left"
+                       : "only " + std::to_string(prints) + " prints left",
+         "Have a new ribbon at hand.",
+         {}});
+  }
+  return list;
 }
 
 std::string local_time_text(std::time_t time) {

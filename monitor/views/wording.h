@@ -48,6 +48,19 @@
 /// Why the values are not new: "not refreshed: printing". Empty if nothing needs to be said.
 [[nodiscard]] std::string outcome_text(const QueueReport& queue);
 
+/// Trouble is one thing that is wrong with a queue, and what a person can do about it.
+struct Trouble {
+  std::string cause;   ///< "error 0008, code 2660"; never a text of a scheduler, and at most 40 characters
+  std::string action;  ///< "Look up 0008 / 2660 in the printer's manual."; empty if there is nothing to do
+  std::string detail;  ///< the scheduler's own words, as they came; may be empty
+
+  bool operator==(const Trouble&) const = default;
+};
+
+/// Everything that is wrong with a queue, the most important first; empty if judge() says Well, and only
+/// then.
+[[nodiscard]] std::vector<Trouble> troubles(const QueueReport& queue, int low_percent);
+
 /// "2026-11-20 15:41 UTC", in the time zone of this process.
 [[nodiscard]] std::string local_time_text(std::time_t time);
 

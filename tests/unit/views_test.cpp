@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
@@ -239,6 +240,99 @@ TEST_F(Views, TheFallbackSaysWhatItMayMean) {
 TEST_F(Views, AGroupOfOneCodeIsNotToldTwice) {
   EXPECT_EQ(error_text({"0032", "0032"}, {}), "error 0032");
   EXPECT_EQ(error_text({"0008", "2660"}, {}), "error 0008, code 2660");
+}
+
+/// "cause: action [detail]" of each trouble.
+std::vector<std::string> trouble_lines(const QueueReport& queue) {
+  std::vector<std::string> lines;
+  for (const auto& trouble : troubles(queue, 10)) {
+    lines.push_back(trouble.cause + ": " + trouble.action +
+                    (trouble.detail.empty() ? "" : " [" + trouble.detail + "]"));
+  }
+  return lines;
+}
+
+TEST_F(Views, EachTroubleSaysWhatToDo) {
+  const std::map<std::string, std::vector<std::string>> expected_lines = {
+      {"bar", {"only 12 prints left: Have a new ribbon at hand."}},
+      {"down",
+       {"stopped after an error: Remove the cause, then resume the queue (cupsenable). "
+        "[Printer stopped due to backend errors.]"}},
+      {"empty", {"ribbon empty: Load a new ribbon."}},
+      {"garden", {"error 0008, code 2660: Look up 0008 / 2660 in the printer's manual."}},
+      {"missing", {"no such queue: Check the queue's name (lpstat -e)."}},
+      {"office", {"another driver: Use the Brenvellis driver, or do not name this queue."}},
+      {"paused", {"paused: Resume the queue (cupsenable).", "only 1 print left: Have a new ribbon at hand."}},
+      {"silent", {"no answer, or error 0004: Switch the printer on and check its cable."}},
+      {"slow", {"no answer in time: Switch the printer on and check its cable."}},
+      {"strange", {"prints left not known: Change or reseat the ribbon. [Ink Ribbon = 65534 / 1]"}},
+      {"stuck",
+       {"print stuck for 41 min: Switch the printer on and check its cable. "
+        "[Waiting for printer to become available.]"}},
+  };
+  for (const auto& server : sample_report().servers) {
+    for (const auto& queue : server.queues) {
+      const auto found = expected_lines.find(queue.reading.queue);
+      EXPECT_EQ(trouble_lines(queue),
+                found == expected_lines.end() ? std::vector<std::string>() : found->second)
+          << queue.reading.queue;
+    }
+  }
+}
+
+TEST_F(Views, ThereIsATroubleExactlyWhereTheVerdictIsBad) {
+  const Outcome outcomes[] = {Outcome::Refreshed, Outcome::NotAsked, Outcome::Asking,    Outcome::Busy,
+                              Outcome::Paused,    Outcome::Stopped,  Outcome::Rejecting, Outcome::Unsupported,
+                              Outcome::TimedOut,  Outcome::Failed,   Outcome::NotFound};
+  const std::optional<bool> answers[] = {std::nullopt, false, true};
+  for (const auto outcome : outcomes) {
+    for (const auto& answered : answers) {
+      for (const int left : {-1, 0, 1, 200}) {
+        for (const char* reason : {"", "cover-open-report", "media-jam-error"}) {
+          QueueReport queue{ribbon_reading("q", std::max(left, 0), 400, "10"), outcome, {}, {}};
+          queue.reading.answered = answered;
+          queue.reading.reasons = {reason};
+          if (left < 0) {
+            queue.reading.level_percent.reset();
+            queue.reading.prints_remaining.reset();
+          }
+          EXPECT_EQ(troubles(queue, 10).empty(), judge(queue, 10) == Verdict::Well)
+              << static_cast<int>(outcome) << " " << left << " " << reason;
+        }
+      }
+    }
+  }
+}
+
+TEST_F(Views, ACauseIsShortAndNeverASchedulersText) {
+  for (const auto& text : HOSTILE_TEXTS) {
+    const auto report = hostile_report(text);
+    for (const auto& queue : report.servers[0].queues) {
+      for (const auto& trouble : troubles(queue, 10)) {
+        EXPECT_LE(trouble.cause.size(), 40U);
+        EXPECT_EQ(printable(trouble.cause), trouble.cause);
+        EXPECT_EQ(trouble.cause.find_first_of("<>&\"'"), std::string::npos) << trouble.cause;
+      }
+    }
+  }
+}
+
+TEST_F(Views, AnErrorOfAnotherFilterSaysWhatToDo) {
+  auto queue = refreshed(ribbon_reading("q", 200, 400, "10"));
+  queue.reading.reasons = {"media-jam-error", "media-empty-error", "fuser-over-temp-error", "offline-report"};
+  EXPECT_EQ(trouble_lines(queue),
+            (std::vector<std::string>{"paper jam: Remove the jammed paper.", "out of paper: Load paper.",
+                                      "printer error: Look at the printer. [fuser-over-temp-error]"}));
+}
+
+TEST_F(Views, AStuckPrintOfAReachablePrinterSaysWhatToCheck) {
+  auto queue = refreshed(ribbon_reading("q", 200, 400, "10"));
+  queue.outcome = Outcome::Busy;
+  queue.stuck = true;
+  queue.reading.state_message = "Sending data to printer.";
+  EXPECT_EQ(trouble_lines(queue),
+            (std::vector<std::string>{"print stuck: Check the printer: power, cable, paper and ribbon. "
+                                      "[Sending data to printer.]"}));
 }
 
 }  // namespace
