@@ -29,11 +29,18 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   auto idle = static_cast<int>(usual.longest.count());
   auto stuck = static_cast<int>(usual.stuck.count());
   int max_age = 0;
+  std::string low = to_text(usual.limits.low);
+  std::string critical = to_text(usual.limits.critical);
   std::string encryption = "if-requested";
   std::string json;
   std::string prometheus;
   std::string html;
   arguments.color = "auto";
+
+  const auto is_limit = [](const std::string& text) {
+    return parse_limit(text) ? std::string()
+                             : "invalid limit \"" + text + "\" (expected prints, or percent with a %)";
+  };
 
   app.add_option("QUEUE", arguments.queues, "Queues; none means those of all Brenvellis printers");
   app.add_option("--server", servers, "Print server, a socket's path too; may be repeated")
@@ -67,9 +74,13 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
       ->check(CLI::Range(1, day))
       ->type_name("SECONDS")
       ->capture_default_str();
-  app.add_option("--low", arguments.rules.low_percent, "A ribbon at or under this is low")
-      ->check(CLI::Range(0, 100))
-      ->type_name("PERCENT")
+  app.add_option("--low", low, "A ribbon with so many prints or percent left, or fewer, is low")
+      ->check(is_limit)
+      ->type_name("N[%]")
+      ->capture_default_str();
+  app.add_option("--critical", critical, "and with so many, or fewer, an error")
+      ->check(is_limit)
+      ->type_name("N[%]")
       ->capture_default_str();
   app.add_option("--color", arguments.color, "always, auto or never")
       ->check(CLI::IsMember({"always", "auto", "never"}))
@@ -143,6 +154,8 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   rules.timeout = std::chrono::seconds(timeout);
   rules.shortest = std::chrono::seconds(watch);
   rules.longest = std::chrono::seconds(std::max(watch, idle));
+  rules.limits = {parse_limit(low).value_or(usual.limits.low),
+                  parse_limit(critical).value_or(usual.limits.critical)};
   rules.stuck = std::chrono::seconds(stuck);
   if (max_age_option->count() > 0) {
     rules.max_age = std::chrono::seconds(max_age);

@@ -310,7 +310,7 @@ bool QueueWatch::is_in_trouble() const {
   QueueReport now;
   now.reading = told_;
   now.outcome = Outcome::Refreshed;
-  return judge(now, rules_.low_percent) != Verdict::Well;
+  return judge(now, rules_.limits) != Verdict::Well;
 }
 
 bool QueueWatch::is_fresh(Moment now) const {

@@ -20,7 +20,7 @@ struct WatchRules {
   bool ask = true;     ///< false: only read
   bool again = false;  ///< false: until every queue was asked once
   bool wait = false;   ///< for queues that are printing, paused or rejecting jobs
-  int low_percent = 10;
+  Limits limits;
   std::chrono::seconds timeout{10};   ///< a command job that has not ended by then is purged
   std::chrono::seconds shortest{60};  ///< between two command jobs of a queue
   std::chrono::seconds longest{900};  ///< likewise, where nothing changes

@@ -25,22 +25,23 @@ Verdict worse(Verdict one, Verdict other) {
   return rank(one) < rank(other) ? other : one;
 }
 
+bool is_worse(Verdict one, Verdict other) {
+  return rank(one) > rank(other);
+}
+
 bool is_good(Outcome outcome) {
   return outcome == Outcome::Refreshed || outcome == Outcome::NotAsked || outcome == Outcome::Asking ||
          outcome == Outcome::Busy;
-}
-
-bool is_low(const Reading& reading, int low_percent) {
-  return reading.level_percent && *reading.level_percent <= low_percent;
 }
 
 bool is_empty(const Reading& reading) {
   return reading.level_percent && reading.prints_remaining.value_or(*reading.level_percent) == 0;
 }
 
-Verdict judge(const QueueReport& queue, int low_percent) {
+Verdict judge(const QueueReport& queue, const Limits& limits) {
   const auto is_error = [](const std::string& reason) { return reason.ends_with("-error"); };
-  if (queue.stuck || queue.outcome == Outcome::Stopped || is_empty(queue.reading)) {
+  if (queue.stuck || queue.outcome == Outcome::Stopped || is_empty(queue.reading) ||
+      is_under(queue.reading, limits.critical)) {
     return Verdict::Error;
   }
   if (!queue.reading.errors.empty() || std::ranges::any_of(queue.reading.reasons, is_error)) {
@@ -49,7 +50,7 @@ Verdict judge(const QueueReport& queue, int low_percent) {
   if (!is_good(queue.outcome) || !queue.reading.level_percent) {
     return Verdict::Unknown;
   }
-  return is_low(queue.reading, low_percent) ? Verdict::Low : Verdict::Well;
+  return is_under(queue.reading, limits.low) ? Verdict::Low : Verdict::Well;
 }
 
 Verdict judge(const Report& report) {
@@ -61,7 +62,7 @@ Verdict judge(const Report& report) {
     }
     for (const auto& queue : server.queues) {
       any = true;
-      verdict = worse(verdict, judge(queue, report.low_percent));
+      verdict = worse(verdict, judge(queue, report.limits));
     }
   }
   return any ? verdict : Verdict::Unknown;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "monitor/limit.h"
 #include "monitor/reading.h"
 
 /// What became of a queue in a call of brenvellis-monitor.
@@ -47,7 +48,7 @@ struct ServerReport {
 /// Report is the result of one call: what every view shows.
 struct Report {
   std::time_t time = 0;
-  int low_percent = 10;
+  Limits limits;
   std::vector<ServerReport> servers;
 };
 
@@ -57,19 +58,20 @@ enum class Verdict : std::uint8_t { Well = 0, Low = 1, Error = 2, Unknown = 3 };
 /// The worse of two: Error before Unknown before Low before Well.
 [[nodiscard]] Verdict worse(Verdict one, Verdict other);
 
+/// Whether the one comes before the other in the order of worse().
+[[nodiscard]] bool is_worse(Verdict one, Verdict other);
+
 /// Whether the outcome left nothing to complain about: refreshed, not meant to be, still out, or busy
 /// printing.
 [[nodiscard]] bool is_good(Outcome outcome);
 
-/// Whether the ribbon's level is known and at or under `low_percent`.
-[[nodiscard]] bool is_low(const Reading& reading, int low_percent);
-
 /// Whether the ribbon is known to have no print left.
 [[nodiscard]] bool is_empty(const Reading& reading);
 
-/// Error if the printer reports one, a print is stuck, the queue was stopped or the ribbon is empty; Unknown
-/// if the queue could not be refreshed or its level is not known; Low if the ribbon is.
-[[nodiscard]] Verdict judge(const QueueReport& queue, int low_percent);
+/// Error if the printer reports one, a print is stuck, the queue was stopped or the ribbon is empty or at the
+/// critical limit; Unknown if the queue could not be refreshed or its level is not known; Low if the ribbon
+/// is.
+[[nodiscard]] Verdict judge(const QueueReport& queue, const Limits& limits);
 
 /// The worst of all queues; Unknown for a server that was not reached and for a report without a queue.
 [[nodiscard]] Verdict judge(const Report& report);

@@ -50,12 +50,12 @@ void add_not_found(const std::vector<std::string>& names, std::vector<ServerRepo
 
 /// Whether the one would tell a person something else than the other. Ages, and that a queue is being asked,
 /// are no news.
-bool is_news(const QueueReport& one, const QueueReport& other, int low_percent) {
+bool is_news(const QueueReport& one, const QueueReport& other, const Limits& limits) {
   const auto& a = one.reading;
   const auto& b = other.reading;
   const bool asking = one.outcome == Outcome::Asking || other.outcome == Outcome::Asking;
   return a.queue != b.queue || (one.outcome != other.outcome && !asking) ||
-         judge(one, low_percent) != judge(other, low_percent) || one.stuck != other.stuck ||
+         judge(one, limits) != judge(other, limits) || one.stuck != other.stuck ||
          one.prints_waiting != other.prints_waiting || a.state != b.state || a.accepting != b.accepting ||
          a.prints_remaining != b.prints_remaining || a.prints_total != b.prints_total ||
          a.level_percent != b.level_percent || a.sheet != b.sheet || a.answered != b.answered ||
@@ -65,7 +65,7 @@ bool is_news(const QueueReport& one, const QueueReport& other, int low_percent) 
 bool is_news(const Report& one, const Report& other) {
   return !std::ranges::equal(one.servers, other.servers, [&](const auto& a, const auto& b) {
     return a.error == b.error && std::ranges::equal(a.queues, b.queues, [&](const auto& x, const auto& y) {
-             return !is_news(x, y, one.low_percent);
+             return !is_news(x, y, one.limits);
            });
   });
 }
@@ -203,7 +203,7 @@ class WatchLoop {
   [[nodiscard]] Report report(Moment now) const {
     Report report;
     report.time = std::time(nullptr);
-    report.low_percent = rules_.low_percent;
+    report.limits = rules_.limits;
     for (const auto& server : servers_) {
       report.servers.push_back(server.watch.report(now));
     }

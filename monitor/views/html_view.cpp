@@ -203,7 +203,7 @@ std::string card_text(const Report& report, const Card& card, std::size_t number
   const std::string id = "printer-" + std::to_string(number);
   std::string text = "<li>\n<article class=\"card ";
   text += class_of(card.verdict);
-  text += is_low(reading, report.low_percent) ? " ribbon-low" : "";
+  text += is_under(reading, report.limits.low) ? " ribbon-low" : "";
   text += "\" aria-labelledby=\"" + id + "\">\n<div class=\"top\"><h2 id=\"" + id + "\">";
   text += escaped(reading.queue) + "</h2><p class=\"verdict\">" + verdict_text(card.verdict) + "</p></div>\n";
   text += paragraph("where", where(card, with_server));
@@ -249,7 +249,7 @@ std::string html_view(const Report& report, int reload_seconds) {
   int unreached = 0;
   for (const auto& server : report.servers) {
     for (const auto& queue : server.queues) {
-      cards.push_back({&server, &queue, judge(queue, report.low_percent)});
+      cards.push_back({&server, &queue, judge(queue, report.limits)});
     }
     if (!server.error.empty()) {
       ++unreached;

@@ -61,12 +61,16 @@ const char* name_of(Outcome outcome) {
   return "failed";
 }
 
-Json ribbon_of(const Reading& reading, int low_percent) {
+Json number_in(const Limit& limit, Limit::Unit unit) {
+  return limit.unit == unit ? Json(limit.number) : Json(nullptr);
+}
+
+Json ribbon_of(const Reading& reading, const Limits& limits) {
   return {
       {"prints_remaining", value_or_null(reading.prints_remaining)},
       {"prints_total", value_or_null(reading.prints_total)},
       {"level_percent", value_or_null(reading.level_percent)},
-      {"low", reading.level_percent ? Json(is_low(reading, low_percent)) : Json(nullptr)},
+      {"low", reading.level_percent ? Json(is_under(reading, limits.low)) : Json(nullptr)},
       {"sheet", text_or_null(reading.sheet)},
       {"words", text_or_null(reading.ribbon_words)},
       {"answered", value_or_null(reading.answered)},
@@ -74,7 +78,7 @@ Json ribbon_of(const Reading& reading, int low_percent) {
   };
 }
 
-Json queue_of(const QueueReport& queue, int low_percent) {
+Json queue_of(const QueueReport& queue, const Limits& limits) {
   const auto& reading = queue.reading;
   Json errors = Json::array();
   for (const auto& error : reading.errors) {
@@ -91,7 +95,7 @@ Json queue_of(const QueueReport& queue, int low_percent) {
   }
   return {
       {"queue", reading.queue},
-      {"status", static_cast<int>(judge(queue, low_percent))},
+      {"status", static_cast<int>(judge(queue, limits))},
       {"info", text_or_null(reading.info)},
       {"location", text_or_null(reading.location)},
       {"make_and_model", text_or_null(reading.make_and_model)},
@@ -107,7 +111,7 @@ Json queue_of(const QueueReport& queue, int low_percent) {
        {{"outcome", name_of(queue.outcome)},
         {"detail", text_or_null(queue.detail)},
         {"seconds", value_or_null(queue.seconds)}}},
-      {"ribbon", ribbon_of(reading, low_percent)},
+      {"ribbon", ribbon_of(reading, limits)},
       {"errors", errors},
       {"reasons", reading.reasons},
       {"markers", markers},
@@ -121,7 +125,7 @@ std::string json_view(const Report& report, int indent) {
   for (const auto& server : report.servers) {
     Json queues = Json::array();
     for (const auto& queue : server.queues) {
-      queues.push_back(queue_of(queue, report.low_percent));
+      queues.push_back(queue_of(queue, report.limits));
     }
     servers.push_back({{"server", server.server},
                        {"error", text_or_null(server.error)},
@@ -132,7 +136,10 @@ std::string json_view(const Report& report, int indent) {
       {"schema", JSON_SCHEMA},
       {"time", utc_time_text(report.time)},
       {"status", static_cast<int>(judge(report))},
-      {"low_percent", report.low_percent},
+      {"low_percent", number_in(report.limits.low, Limit::Unit::Percent)},
+      {"low_prints", number_in(report.limits.low, Limit::Unit::Prints)},
+      {"critical_percent", number_in(report.limits.critical, Limit::Unit::Percent)},
+      {"critical_prints", number_in(report.limits.critical, Limit::Unit::Prints)},
       {"servers", servers},
   };
   return escaped_json(object.dump(indent, ' ', false, Json::error_handler_t::replace)) + "\n";

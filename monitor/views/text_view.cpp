@@ -72,12 +72,12 @@ std::string name_of(const QueueReport& queue, const ServerReport& server, bool w
   return with_server ? queue.reading.queue + "@" + server.server : queue.reading.queue;
 }
 
-const char* ribbon_color(const Reading& reading, int low_percent) {
-  return is_low(reading, low_percent) ? YELLOW : GREEN;
+const char* ribbon_color(const Reading& reading, const Limits& limits) {
+  return is_under(reading, limits.low) ? YELLOW : GREEN;
 }
 
 std::string queue_lines(const QueueReport& queue, const std::string& name, std::size_t name_width,
-                        int low_percent, const TextWriter& writer) {
+                        const Limits& limits, const TextWriter& writer) {
   const auto& reading = queue.reading;
   const std::string indent(name_width + 2, ' ');
   const auto detail = [&](const char* color, const std::string& text) {
@@ -93,10 +93,12 @@ std::string queue_lines(const QueueReport& queue, const std::string& name, std::
   if (has_other_supplies(reading)) {
     text += writer.fitted(supplies_text(reading), writer.width() - columns(indent) - STATE_WIDTH - 2);
   } else {
-    text += writer.gauge(reading, ribbon_color(reading, low_percent)) + "  " + prints_left_text(reading);
+    text += writer.gauge(reading, ribbon_color(reading, limits)) + "  " + prints_left_text(reading);
     if (is_empty(reading)) {
       text += writer.colored(RED, " EMPTY");
-    } else if (is_low(reading, low_percent)) {
+    } else if (is_under(reading, limits.critical)) {
+      text += writer.colored(RED, " CRITICAL");
+    } else if (is_under(reading, limits.low)) {
       text += writer.colored(YELLOW, " LOW");
     }
   }
@@ -145,7 +147,7 @@ std::string text_view(const Report& report, const TextStyle& style) {
   bool all_reached = true;
   for (const auto& server : report.servers) {
     for (const auto& queue : server.queues) {
-      text += queue_lines(queue, name_of(queue, server, with_server), name_width, report.low_percent, writer);
+      text += queue_lines(queue, name_of(queue, server, with_server), name_width, report.limits, writer);
     }
     if (!server.error.empty()) {
       all_reached = false;

@@ -89,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   Report report;
   report.time = 1795193162;
-  report.low_percent = input.ConsumeIntegralInRange(0, 100);
+  report.limits.low.number = input.ConsumeIntegralInRange(0, 100);
   ServerReport server;
   server.server = input.ConsumeRandomLengthString(40);
   const auto readings = read_queues(answer);

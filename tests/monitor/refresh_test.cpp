@@ -569,8 +569,17 @@ INSTANTIATE_TEST_SUITE_P(Conditions, ExitStatus,
                                          StatusCase{"fault silent", 2}));
 
 TEST_F(Monitor, TakesTheLimitOfALowRibbon) {
-  EXPECT_EQ(run({"--low", "50"}).exit_status, 1);
-  EXPECT_EQ(run({"--low", "49"}).exit_status, 0);
+  EXPECT_EQ(run({"--low", "50%"}).exit_status, 1);
+  EXPECT_EQ(run({"--low", "49%"}).exit_status, 0);
+  EXPECT_EQ(run({"--low", "200"}).exit_status, 1);
+  EXPECT_EQ(run({"--low", "199"}).exit_status, 0);
+}
+
+TEST_F(Monitor, TakesTheCriticalLimitOfARibbon) {
+  EXPECT_EQ(run({"--critical", "200"}).exit_status, 2);
+  EXPECT_EQ(run({"--critical", "199"}).exit_status, 0);
+  EXPECT_EQ(run({"--critical", "50%"}).exit_status, 2);
+  EXPECT_EQ(run({"--low", "200", "--critical", "49%"}).exit_status, 1);
 }
 
 TEST_F(Monitor, TellsErrorBeforeUnknownBeforeLow) {

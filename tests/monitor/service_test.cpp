@@ -134,7 +134,7 @@ TEST_F(Service, WritesMetricsAndPage) {
 
 TEST_F(Service, LeavesOutWhatIsEmptyAndHasTheOptions) {
   auto result = run_service(scheduler.server(),
-                            {{"METRICS", ""}, {"PAGE", file("p q.html")}, {"OPTIONS", "--low 2 booth"}});
+                            {{"METRICS", ""}, {"PAGE", file("p q.html")}, {"OPTIONS", "--low 2% booth"}});
   EXPECT_EQ(result.exit_status, 0) << result.errors;
   EXPECT_TRUE(std::filesystem::exists(file("p q.html")));
   result = run_service(scheduler.server(), {{"METRICS", file("m.prom")}, {"PAGE", ""}, {"OPTIONS", ""}});

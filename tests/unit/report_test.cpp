@@ -24,7 +24,7 @@ TEST(Report, VerdictsAreExitStatuses) {
 
 TEST(Report, ARibbonAtTheLimitIsLow) {
   const auto verdict = [](int percent) {
-    return judge(refreshed(ribbon_reading("q", percent, 100, "10")), 10);
+    return judge(refreshed(ribbon_reading("q", percent, 100, "10")), {});
   };
   EXPECT_EQ(verdict(11), Verdict::Well);
   EXPECT_EQ(verdict(10), Verdict::Low);
@@ -32,20 +32,26 @@ TEST(Report, ARibbonAtTheLimitIsLow) {
 }
 
 TEST(Report, AnEmptyRibbonIsAnError) {
-  EXPECT_EQ(judge(refreshed(ribbon_reading("q", 0, 400, "10")), 10), Verdict::Error);
+  EXPECT_EQ(judge(refreshed(ribbon_reading("q", 0, 400, "10")), {}), Verdict::Error);
   // Less than one percent, and yet not empty.
-  EXPECT_EQ(judge(refreshed(ribbon_reading("q", 3, 400, "10")), 10), Verdict::Low);
+  EXPECT_EQ(judge(refreshed(ribbon_reading("q", 3, 400, "10")), {}), Verdict::Low);
   auto percent = refreshed(ribbon_reading("q", 0, 400, "10"));
   percent.reading.prints_remaining.reset();
   percent.reading.prints_total.reset();
-  EXPECT_EQ(judge(percent, 10), Verdict::Error);
+  EXPECT_EQ(judge(percent, {}), Verdict::Error);
+}
+
+TEST(Report, ARibbonAtTheCriticalLimitIsAnError) {
+  const Limits limits{{10, Limit::Unit::Percent}, {20, Limit::Unit::Prints}};
+  EXPECT_EQ(judge(refreshed(ribbon_reading("q", 21, 400, "10")), limits), Verdict::Low);
+  EXPECT_EQ(judge(refreshed(ribbon_reading("q", 20, 400, "10")), limits), Verdict::Error);
 }
 
 TEST(Report, AStuckPrintIsAnError) {
   auto queue = refreshed(ribbon_reading("q", 200, 400, "10"));
   queue.outcome = Outcome::Busy;
   queue.stuck = true;
-  EXPECT_EQ(judge(queue, 10), Verdict::Error);
+  EXPECT_EQ(judge(queue, {}), Verdict::Error);
 }
 
 TEST(Report, EachOutcomeHasItsVerdict) {
@@ -63,7 +69,7 @@ TEST(Report, EachOutcomeHasItsVerdict) {
   for (const auto& one : cases) {
     auto queue = refreshed(ribbon_reading("q", 200, 400, "10"));
     queue.outcome = one.outcome;
-    EXPECT_EQ(judge(queue, 10), one.verdict) << static_cast<int>(one.outcome);
+    EXPECT_EQ(judge(queue, {}), one.verdict) << static_cast<int>(one.outcome);
   }
 }
 
@@ -72,26 +78,26 @@ TEST(Report, AnUnknownLevelIsUnknownWhateverTheOutcome) {
   queue.reading.level_percent.reset();
   for (const auto outcome : {Outcome::Refreshed, Outcome::NotAsked, Outcome::Busy}) {
     queue.outcome = outcome;
-    EXPECT_EQ(judge(queue, 10), Verdict::Unknown);
+    EXPECT_EQ(judge(queue, {}), Verdict::Unknown);
   }
 }
 
 TEST(Report, AnErrorOfAnyKindIsAnError) {
   auto queue = refreshed(ribbon_reading("q", 1, 400, "10"));
   queue.reading.errors = {{"0008", "2660"}};
-  EXPECT_EQ(judge(queue, 10), Verdict::Error);
+  EXPECT_EQ(judge(queue, {}), Verdict::Error);
   queue.reading.errors.clear();
   queue.reading.reasons = {"media-empty-error"};
-  EXPECT_EQ(judge(queue, 10), Verdict::Error);
+  EXPECT_EQ(judge(queue, {}), Verdict::Error);
   queue.reading.reasons = {"media-low-warning", "offline-report", "connecting-to-device"};
-  EXPECT_EQ(judge(queue, 10), Verdict::Low);
+  EXPECT_EQ(judge(queue, {}), Verdict::Low);
 }
 
 TEST(Report, TheWorstQueueDecides) {
   auto report = sample_report();
   EXPECT_EQ(judge(report), Verdict::Error);
   std::erase_if(report.servers[0].queues,
-                [](const auto& queue) { return judge(queue, 10) == Verdict::Error; });
+                [](const auto& queue) { return judge(queue, {}) == Verdict::Error; });
   EXPECT_EQ(judge(report), Verdict::Unknown);
 }
 
