@@ -19,9 +19,6 @@ constexpr seconds LINGERING{1};
 /// A refused command job is sent again after so long if the scheduler only has too much to do.
 constexpr seconds BUSY_PAUSE{1};
 
-/// The message with which CUPS pauses a queue if the administrator gives none.
-constexpr std::string_view PAUSED_MESSAGE = "Paused";
-
 /// The reasons and messages of CUPS' backends while they try to reach the printer.
 constexpr std::array<std::string_view, 2> UNREACHABLE_REASONS = {"connecting-to-device", "offline-report"};
 constexpr std::array<std::string_view, 7> UNREACHABLE_MESSAGES = {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "monitor/reason_code.h"
@@ -15,6 +16,9 @@
 /// as IPP allows).
 inline constexpr std::size_t MAX_VALUES = 256;
 inline constexpr std::size_t MAX_TEXT_BYTES = 1023;
+
+/// The message with which CUPS pauses a queue if the operator gives no reason.
+inline constexpr std::string_view PAUSED_MESSAGE = "Paused";
 
 enum class QueueState : std::uint8_t { Unknown, Idle, Processing, Stopped };
 

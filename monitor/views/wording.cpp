@@ -59,7 +59,7 @@ std::vector<Trouble> troubles_of_outcome(const QueueReport& queue) {
     case Outcome::Busy:
       return {};
     case Outcome::Paused:
-      return {{"paused", "Resume the queue (cupsenable).", {}}};
+      return {{"paused", "Resume the queue (cupsenable).", pause_reason(queue.reading)}};
     case Outcome::Stopped:
       return {{"stopped after an error", "Remove the cause, then resume the queue (cupsenable).",
                queue.reading.state_message}};
@@ -112,6 +112,10 @@ std::string prints_left_text(const Reading& reading) {
 
 bool has_other_supplies(const Reading& reading) {
   return !reading.level_percent && !reading.answered && !reading.markers.empty();
+}
+
+std::string full_name(const QueueReport& queue, const ServerReport& server, bool with_server) {
+  return with_server ? queue.reading.queue + "@" + server.server : queue.reading.queue;
 }
 
 std::string supplies_text(const Reading& reading) {
@@ -185,6 +189,11 @@ std::string state_text(const Reading& reading) {
   }
 }
 
+std::string pause_reason(const Reading& reading) {
+  const bool is_given = reading.state == QueueState::Stopped && reading.state_message != PAUSED_MESSAGE;
+  return is_given ? reading.state_message : "";
+}
+
 std::string waiting_text(const QueueReport& queue) {
   if (queue.prints_waiting == 0) {
     return {};
@@ -237,7 +246,11 @@ std::string outcome_text(const QueueReport& queue) {
   return {};
 }
 
-std::vector<Trouble> troubles(const QueueReport& queue, int low_percent) {
+std::string to_text(const Trouble& trouble) {
+  return trouble.detail.empty() ? trouble.cause : trouble.cause + ": " + trouble.detail;
+}
+
+std::vector<Trouble> troubles(const QueueReport& queue, const Limits& limits) {
   const auto& reading = queue.reading;
   std::vector<Trouble> list;
   const auto add = [&](Trouble trouble) {
@@ -269,7 +282,7 @@ std::vector<Trouble> troubles(const QueueReport& queue, int low_percent) {
   if (!reading.level_percent && list.empty()) {
     add(trouble_of_level(queue));
   }
-  if (is_low(reading, low_percent) && !is_empty(reading)) {
+  if ((is_under(reading, limits.low) || is_under(reading, limits.critical)) && !is_empty(reading)) {
     const int prints = reading.prints_remaining.value_or(0);
     add({prints == 0   ? "only " + std::to_string(*reading.level_percent) + " % left"
          : prints == 1 ? "only 1 print left"

@@ -17,6 +17,9 @@
 /// Whether the queue's markers are another driver's, without a ribbon to stand for them.
 [[nodiscard]] bool has_other_supplies(const Reading& reading);
 
+/// "hall", or "hall@annex:8631" with the server.
+[[nodiscard]] std::string full_name(const QueueReport& queue, const ServerReport& server, bool with_server);
+
 /// "Black 30 %, Cyan not known": every marker.
 [[nodiscard]] std::string supplies_text(const Reading& reading);
 
@@ -38,6 +41,9 @@
 /// "idle", "printing", "paused", "rejecting", "unknown".
 [[nodiscard]] std::string state_text(const Reading& reading);
 
+/// The reason that an operator gave for pausing the queue; empty if there is none.
+[[nodiscard]] std::string pause_reason(const Reading& reading);
+
 /// "2 prints wait"; empty if none does.
 [[nodiscard]] std::string waiting_text(const QueueReport& queue);
 
@@ -57,9 +63,12 @@ struct Trouble {
   bool operator==(const Trouble&) const = default;
 };
 
+/// The cause, and the scheduler's own words if there are any: "stopped after an error: ...".
+[[nodiscard]] std::string to_text(const Trouble& trouble);
+
 /// Everything that is wrong with a queue, the most important first; empty if judge() says Well, and only
 /// then.
-[[nodiscard]] std::vector<Trouble> troubles(const QueueReport& queue, int low_percent);
+[[nodiscard]] std::vector<Trouble> troubles(const QueueReport& queue, const Limits& limits);
 
 /// "2026-11-20 15:41 UTC", in the time zone of this process.
 [[nodiscard]] std::string local_time_text(std::time_t time);

@@ -245,7 +245,7 @@ TEST_F(Views, AGroupOfOneCodeIsNotToldTwice) {
 /// "cause: action [detail]" of each trouble.
 std::vector<std::string> trouble_lines(const QueueReport& queue) {
   std::vector<std::string> lines;
-  for (const auto& trouble : troubles(queue, 10)) {
+  for (const auto& trouble : troubles(queue, {})) {
     lines.push_back(trouble.cause + ": " + trouble.action +
                     (trouble.detail.empty() ? "" : " [" + trouble.detail + "]"));
   }
@@ -296,7 +296,7 @@ TEST_F(Views, ThereIsATroubleExactlyWhereTheVerdictIsBad) {
             queue.reading.level_percent.reset();
             queue.reading.prints_remaining.reset();
           }
-          EXPECT_EQ(troubles(queue, 10).empty(), judge(queue, 10) == Verdict::Well)
+          EXPECT_EQ(troubles(queue, {}).empty(), judge(queue, {}) == Verdict::Well)
               << static_cast<int>(outcome) << " " << left << " " << reason;
         }
       }
@@ -308,7 +308,7 @@ TEST_F(Views, ACauseIsShortAndNeverASchedulersText) {
   for (const auto& text : HOSTILE_TEXTS) {
     const auto report = hostile_report(text);
     for (const auto& queue : report.servers[0].queues) {
-      for (const auto& trouble : troubles(queue, 10)) {
+      for (const auto& trouble : troubles(queue, {})) {
         EXPECT_LE(trouble.cause.size(), 40U);
         EXPECT_EQ(printable(trouble.cause), trouble.cause);
         EXPECT_EQ(trouble.cause.find_first_of("<>&\"'"), std::string::npos) << trouble.cause;
