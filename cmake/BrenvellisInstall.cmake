@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# What goes where, as the components filter, monitor, tools, ppd and development. Included last: each rule looks whether
-# its program was built.
+# Installs the components filter, monitor, tools, ppd and development. Must be included last, because the rules check
+# which programs are built.
 find_program(CUPS_CONFIG cups-config)
 if(NOT CUPS_SERVERBIN AND CUPS_CONFIG)
   execute_process(COMMAND ${CUPS_CONFIG} --serverbin OUTPUT_VARIABLE serverbin OUTPUT_STRIP_TRAILING_WHITESPACE)
@@ -8,8 +8,8 @@ endif()
 if(NOT serverbin)
   set(serverbin /usr/lib/cups)
 endif()
-set(CUPS_SERVERBIN ${serverbin} CACHE PATH "The scheduler's programs; the filter goes into filter/ below it")
-# brenvellis_system_folder(VARIABLE NAME DEFAULT DOC): the folder that systemd names NAME, or else DEFAULT.
+set(CUPS_SERVERBIN ${serverbin} CACHE PATH "The scheduler's programs; the filter is installed in its folder filter/")
+# brenvellis_system_folder(VARIABLE NAME DEFAULT DOC): the folder that systemd calls NAME, or DEFAULT without systemd.
 find_package(PkgConfig QUIET)
 function(brenvellis_system_folder variable name default doc)
   if(PkgConfig_FOUND)
@@ -24,7 +24,7 @@ brenvellis_system_folder(SYSTEMD_UNIT_DIR systemdsystemunitdir lib/systemd/syste
 brenvellis_system_folder(SYSUSERS_DIR sysusersdir lib/sysusers.d "systemd's users")
 set(filter_permissions OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
-# The scheduler refuses a filter that others than its owner could write.
+# The scheduler refuses a filter that is writable by others than its owner.
 install(TARGETS commandtobrenvellis DESTINATION ${CUPS_SERVERBIN}/filter PERMISSIONS ${filter_permissions}
   COMPONENT filter)
 install(FILES man/commandtobrenvellis.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT filter)
@@ -40,7 +40,7 @@ foreach(program brenvellis-monitor brenvellis-rasterdump brenvellis-simulator)
   install(TARGETS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
   install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
 
-  # Made from the program's own --help, so that they know the same options.
+  # Generated from the program's --help, so that they have the same options.
   if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
     continue()
   endif()
@@ -62,19 +62,18 @@ foreach(program brenvellis-monitor brenvellis-rasterdump brenvellis-simulator)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT ${component})
 endforeach()
 
-# For those who write a PPD, which does not need the one of this tree.
+# Useful without the PPD of this tree.
 install(PROGRAMS ppd/brenvellis-check-ppd DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ppd)
 install(FILES man/brenvellis-check-ppd.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ppd)
 if(TARGET brenvellis_ppd)
-  # Below a folder that the scheduler searches: lpinfo -m lists it.
+  # In a folder that the scheduler searches, so that lpinfo -m lists it.
   install(FILES ${CMAKE_BINARY_DIR}/ppd/brenvell.ppd DESTINATION ${CMAKE_INSTALL_DATADIR}/ppd/brenvellis COMPONENT ppd)
-  # The reasons' texts, for the PPD compiler of a driver.
+  # The texts of the reasons, for drivers that use the PPD compiler.
   get_target_property(reason_texts brenvellis_ppd REASON_TEXTS)
   install(FILES ${reason_texts} DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis/ppd COMPONENT ppd)
 endif()
 
-# For many print servers; monitor/fleet names programs where a distribution has them. Which prefix it is, only the
-# installation knows.
+# The units in monitor/fleet have the path of a distribution's program. The prefix is known only at install time.
 if(TARGET brenvellis-monitor)
   install(CODE "
     set(program \"${CMAKE_INSTALL_BINDIR}/brenvellis-monitor\")
@@ -90,7 +89,7 @@ if(TARGET brenvellis-monitor)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis COMPONENT monitor)
 endif()
 
-# The filter's library, for programs that ask the printer without the filter.
+# The filter's library, for programs that query the printer without the filter.
 include(CMakePackageConfigHelpers)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/brenvellis)
 install(TARGETS brenvellis EXPORT brenvellis ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
@@ -113,7 +112,7 @@ install(FILES ${CMAKE_BINARY_DIR}/brenvellis-config.cmake ${CMAKE_BINARY_DIR}/br
 install(FILES ${CMAKE_BINARY_DIR}/brenvellis.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
 
-# CMake's list of what it installed does not say below which DESTDIR.
+# CMake's install manifest does not contain DESTDIR, so record it.
 install(CODE "
   set(of \"\")
   if(CMAKE_INSTALL_COMPONENT)

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# cmake -D BUILD=folder -P Uninstall.cmake: removes what the last installation from this build folder, and the last one
-# of each component, put below its DESTDIR, and the folders of this system that it leaves empty.
+# cmake -D BUILD=folder -P Uninstall.cmake: removes the files of the last installation from this build folder and of the
+# last installation of each component, with their DESTDIR, and folders of this system that become empty.
 file(GLOB manifests ${BUILD}/install_manifest*.txt)
 if(NOT manifests)
   message(FATAL_ERROR "nothing is installed from here: there is no ${BUILD}/install_manifest.txt")
@@ -19,7 +19,7 @@ endforeach()
 foreach(file IN LISTS files)
   message(STATUS "Removing ${file}")
   file(REMOVE ${file})
-  # Folders of this system alone; the others are the distribution's.
+  # Only folders of this system; others belong to the distribution.
   cmake_path(GET file PARENT_PATH folder)
   while(folder MATCHES "/brenvellis(/[^/]*)?$")
     file(GLOB rest ${folder}/*)

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-# cmake -D PROGRAM=name -D HELP=file -D FOLDER=folder -P WriteCompletions.cmake: writes the completions of bash,
-# zsh and fish for the options that `PROGRAM --help` lists.
+# cmake -D PROGRAM=name -D HELP=file -D FOLDER=folder -P WriteCompletions.cmake: writes completions for bash, zsh and fish
+# from the options that `PROGRAM --help` lists.
 file(READ ${HELP} help)
-# A list's separator and brackets have meanings of their own in CMake.
+# Semicolons and brackets are special in CMake lists.
 string(REPLACE ";" "," help "${help}")
 string(REPLACE "[" "(" help "${help}")
 string(REPLACE "]" ")" help "${help}")
@@ -11,7 +11,7 @@ string(REPLACE "\n" ";" lines "${help}")
 set(queues FALSE)
 set(section "")
 set(options "")
-# CLI11's layout depends on its version: headings in capitals or not, long options in a column of their own or not.
+# The layout depends on CLI11's version: headings may be in capitals, and long options may have their own column.
 foreach(line IN LISTS lines)
   string(REGEX REPLACE " +$" "" line "${line}")
   if(line MATCHES "^([A-Za-z]+):$")
@@ -23,7 +23,7 @@ foreach(line IN LISTS lines)
   elseif(section STREQUAL OPTIONS AND line MATCHES "^  (        |-[a-z], *)?--([a-z-]+)(.*)$")
     set(name ${CMAKE_MATCH_2})
     set(rest "${CMAKE_MATCH_3}")
-    # The value's name stands before two blanks and the help, or alone on the line.
+    # The value's name is followed by two blanks and the help text, or is alone on the line.
     set(value "")
     set(${name}_help "")
     if(rest MATCHES "^{-}")

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// ask_printer DEVICE-URI: asks a Brenvellis printer for its ribbon and its state without a queue, a PPD or a
-// filter, as a printer application would: it starts the CUPS backend of the URI and is its scheduler and
-// filter in one.
+// ask_printer DEVICE-URI: prints the ribbon level and the state of a Brenvellis printer. It needs no queue, PPD or
+// filter: like a printer application, it starts the URI's CUPS backend itself.
 #include <brenvellis/levels_query.h>
 #include <brenvellis/printer_state_reasons.h>
 #include <brenvellis/status_query.h>
@@ -17,18 +16,18 @@
 
 namespace {
 
-// The numbers that the library, and every CUPS backend, expects.
+// The descriptors that the library and all CUPS backends use.
 constexpr int BACK_CHANNEL = 3;
 constexpr int SIDE_CHANNEL = 4;
 
 struct Pipes {
-  int data[2];  // requests, to the backend
-  int back[2];  // replies, from the backend
-  int side[2];  // "drain" and such
+  int data[2];  // requests to the backend
+  int back[2];  // replies from the backend
+  int side[2];  // commands to the backend, such as "drain"
 };
 
 bool make_pipes(Pipes& pipes) {
-  // Away from 3 and 4, which they become.
+  // Keep 3 and 4 free for dup2().
   while (true) {
     const int descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
     if (descriptor < 0) {
@@ -43,7 +42,7 @@ bool make_pipes(Pipes& pipes) {
       socketpair(AF_LOCAL, SOCK_STREAM | SOCK_CLOEXEC, 0, pipes.side) != 0) {
     return false;
   }
-  // A read of libcups ends at its time-out only if the channel does not block.
+  // libcups can time out only on non-blocking channels.
   for (const int descriptor : {pipes.back[0], pipes.back[1], pipes.side[0], pipes.side[1]}) {
     fcntl(descriptor, F_SETFL, O_NONBLOCK);
   }
@@ -101,7 +100,7 @@ int main(int argc, char* argv[]) {
   }
   const pid_t backend = start_backend(argv[1], pipes);
 
-  // The library writes requests to standard output and its trace to standard error.
+  // The library writes requests to standard output and traces to standard error.
   FILE* out = fdopen(dup(STDOUT_FILENO), "w");
   fcntl(fileno(out), F_SETFD, FD_CLOEXEC);
   dup2(pipes.data[1], STDOUT_FILENO);
@@ -116,8 +115,8 @@ int main(int argc, char* argv[]) {
   print_reasons(out, state);
   fclose(out);
 
-  // The end of its input ends the backend, unless it still tries to connect or waits for a silent printer;
-  // a connected one does not heed SIGTERM.
+  // The backend exits at the end of its input unless it is still connecting or waiting for the printer. Once
+  // connected, it ignores SIGTERM.
   const bool answered = levels.isGood() && state != PrinterState::Unavailable();
   close(STDOUT_FILENO);
   if (!answered) {

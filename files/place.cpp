@@ -49,8 +49,7 @@ void Descriptor::close_or_fail() {
 }
 
 Place find_place(const std::filesystem::path& path, bool follow_last) {
-  // One name after the other: each is opened before it is looked at, so that whoever may rename things on the
-  // way can lead to another folder of their own but not past the check.
+  // Opens each component before checking it, so that renaming components cannot bypass the check.
   constexpr int most_links = 40;
   constexpr int only_to_look = O_PATH | O_NOFOLLOW | O_CLOEXEC;
   const auto start_of = [](const std::filesystem::path& way) {

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// commandtobrenvellis: answers the command jobs of a Brenvellis printer's queue; see
-// man/commandtobrenvellis.8.
+// commandtobrenvellis answers the command jobs of a Brenvellis queue; see man/commandtobrenvellis.8.
 
 #include <cups/cups.h>
 #include <cups/sidechannel.h>
@@ -14,19 +13,19 @@
 #include "filter/state_report.h"
 #include "filter/status_query.h"
 
-// Exported by libcups for the CUPS programs, and in no installed header.
+// libcups exports this function for the CUPS programs but declares it in no installed header.
 extern "C" int _cups_strcasecmp(const char* s, const char* t);
 
 namespace {
 
-/// Filter and backend share the job's log pipe: a line stays whole if it leaves in one write. A pipe takes
-/// up to 4096 bytes at once, and no line is that long.
+/// The filter and the backend share the job's log pipe, so each line must be a single write. A pipe accepts
+/// up to 4096 bytes in one piece, and all lines are shorter.
 void write_log_line_by_line() {
   static std::array<char, 4096> buffer;
   setvbuf(stderr, buffer.data(), _IOLBF, buffer.size());
 }
 
-/// Compares whole words in any case, on purpose: the rest of a line is not looked at.
+/// Compares whole words, ignoring case. The rest of the line is ignored on purpose.
 bool is_command(const char* word, const char* command) {
   return _cups_strcasecmp(word, command) == 0;
 }
@@ -39,8 +38,8 @@ bool probe_bidirectional() {
   if (status == CUPS_SC_STATUS_OK && length == 1 && answer[0] == CUPS_SC_BIDI_SUPPORTED) {
     return true;
   }
-  // On purpose: "nobidirectional" is one word, the wait of 30 seconds is the only limit, and the status is
-  // the request's own, CUPS_SC_STATUS_OK(1) if the backend answered that it cannot read.
+  // On purpose: "nobidirectional" is one word, and the status is that of the request, so it is
+  // CUPS_SC_STATUS_OK(1) if the backend answered that it cannot read. There is no limit but the 30 seconds.
   fprintf(stderr,
           "DEBUG: Unable to retrieve supply status from printer - nobidirectional I/O available! %s(%d)\n",
           to_string(status), status);
@@ -48,11 +47,11 @@ bool probe_bidirectional() {
 }
 
 void report_levels(bool bidirectional) {
-  if (!bidirectional) {  // on purpose without the state, unlike ReportStatus
+  if (!bidirectional) {  // leaves the state alone on purpose, unlike ReportStatus
     report_printer_levels(PrinterLevels::Unavailable());
     return;
   }
-  // The levels are reported before the status is asked, on purpose.
+  // The levels are reported before the status is queried, on purpose.
   report_printer_levels(get_printer_levels());
   update_printer_state(get_printer_state());
 }
@@ -81,14 +80,14 @@ int main(int argc, char* argv[]) {
   write_log_line_by_line();
 
   if (argc < 6 || argc > 7) {
-    // On purpose without a line end, and with the name as the program was called.
+    // On purpose: the line has no line end and shows the name that the program was called by.
     fprintf(stderr, "ERROR: Usage: %s job-id user title copies options [file]", argv[0]);
     return 1;
   }
 
   cups_file_t* file = argc == 7 ? cupsFileOpen(argv[6], "r") : cupsFileStdin();
   if (file == nullptr) {
-    // The log shows " - : " before the system's text, on purpose.
+    // The log shows " - : " before the system's error text, on purpose.
     perror("ERROR: Unable to open command file - ");
     return 1;
   }

@@ -14,14 +14,14 @@ void report_printer_levels(const PrinterLevels& levels) {
     if (levels.remaining == 0xFFFF || levels.total == 0xFFFF || levels.total == 0) {
       marker_level = -1;
     } else {
-      // Truncated and not limited to 100, on purpose.
+      // On purpose, the percentage is truncated and may exceed 100.
       marker_level = static_cast<int>(levels.remaining * 100U / levels.total);
       snprintf(marker_message.data(), marker_message.size(), "Ink Ribbon = %d / %d", levels.remaining,
                levels.total);
     }
   }
 
-  // On purpose an unavailable record has the name of its sheet code, 00, and no text is ever empty.
+  // On purpose, an unavailable record is named after its sheet code, 00, and a blank replaces an empty text.
   std::string marker_name = " ";
   if (levels.ink_sheet_type != 0xFF) {
     marker_name = "InkSheetType: " + levels.InkSheetTypeName();

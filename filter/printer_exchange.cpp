@@ -21,8 +21,8 @@ std::span<const char> exchange_with_printer(const PrinterQuery& query, ReplyBuff
     return {};
   }
 
-  // On purpose, the drain's result is only logged: the reply may come all the same. Its limit is 5 seconds,
-  // that of each read below 1 second, and the whole exchange has none.
+  // The drain's result is only logged, on purpose, because the reply may arrive all the same. The drain times
+  // out after 5 seconds and each read below after 1 second; the exchange as a whole has no limit.
   int drain_length = static_cast<int>(buffer.size());
   const cups_sc_status_t drained =
       cupsSideChannelDoRequest(CUPS_SC_CMD_DRAIN_OUTPUT, buffer.data(), &drain_length, 5.0);
@@ -31,7 +31,7 @@ std::span<const char> exchange_with_printer(const PrinterQuery& query, ReplyBuff
   std::size_t received = 0;
   while (received < query.minimum_reply) {
     const ssize_t count = cupsBackChannelRead(buffer.data() + received, buffer.size() - received, 1.0);
-    if (count < 1) {  // on purpose: nothing is retried, and a partial reply is not used
+    if (count < 1) {  // on purpose, no read is retried and a partial reply is discarded
       fprintf(stderr, "DEBUG: cupsBackChannelRead() failed. ret=%zd\n", count);
       return {};
     }

@@ -6,7 +6,7 @@
 
 #include "filter/printer_packets.h"
 
-// Values are taken as they come, on purpose: report_printer_levels() decides which of them mean something.
+// The values are not checked on purpose: report_printer_levels() decides which of them are meaningful.
 PrinterLevels PrinterLevels::Parse(const char* reply) {
   PrinterLevels levels(Type::Good);
   levels.total = reply_word(reply, LEVELS_REPLY_TOTAL);

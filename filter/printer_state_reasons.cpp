@@ -16,8 +16,8 @@ constexpr bool has_one_code(const PrinterStateReason& row) {
   return row.major < 256 && row.minor < 256;
 }
 
-/// "com.brenvellis-errorNNNN_XXYY" with the row's code as XXYY, or "com.brenvellis-errorNNNN" with it as
-/// NNNN.
+/// Returns whether the keyword is "com.brenvellis-errorNNNN_XXYY" with the row's code as XXYY, or
+/// "com.brenvellis-errorNNNN" with the row's code as NNNN.
 constexpr bool is_named_after_its_code(const PrinterStateReason& row) {
   constexpr std::string_view PREFIX = "com.brenvellis-error";
   const std::string_view keyword = row.keywords().front();

@@ -1,22 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
+// The state-reason table maps the printer's status codes to printer-state-reasons keywords.
 #pragma once
 
 #include <cstdint>
 #include <iterator>
 #include <span>
 
-/// PrinterStateReason ties one status code of the printer, or a range of codes, to the
-/// printer-state-reasons keywords that stand for it.
+/// PrinterStateReason maps a status code, or a range of codes, to printer-state-reasons keywords.
 struct PrinterStateReason {
-  /// High byte of the code; on purpose, only its low 8 bits count.
+  /// The high byte of the code; on purpose, only the low 8 bits are used.
   std::uint16_t major;
-  /// Below 256: the low byte of the one code. From 256 on: a range of low bytes, the first in the low
-  /// byte, the last (inclusive) in the high byte; first above last names no code.
+  /// Below 256, the low byte of the code. From 256, a range of low bytes: the first is in the low byte, the
+  /// last (inclusive) in the high byte. A range whose first is above its last contains no code.
   std::uint16_t minor;
-  /// Keywords up to the first null pointer; the pointers behind it are null, too.
+  /// Keywords, then null pointers.
   const char* reasons[4];
 
-  /// The keywords without the null pointers behind them.
+  /// Returns the keywords without the null pointers.
   [[nodiscard]] constexpr std::span<const char* const> keywords() const {
     std::size_t count = 0;
     while (count < std::size(reasons) && reasons[count] != nullptr) {
@@ -26,8 +26,8 @@ struct PrinterStateReason {
   }
 };
 
-/// Every status code that the driver knows, in ascending order. Row 0 is "no error" and has no keyword;
-/// every other row has one of its own.
+/// PRINTER_STATE_REASONS lists the known status codes in ascending order. Row 0 is "no error" and has no
+/// keyword. Each other row has one keyword of its own.
 inline constexpr PrinterStateReason PRINTER_STATE_REASONS[110] = {
     {0x00, 0x00, {}},
     {0x00, 0x01, {"com.brenvellis-error0001"}},
@@ -141,5 +141,6 @@ inline constexpr PrinterStateReason PRINTER_STATE_REASONS[110] = {
     {0x75, 0x52, {"com.brenvellis-error0018_7552"}},
 };
 
-/// Raised when no row matches the printer's state. On purpose also the keyword of code 0x0004.
+/// FALLBACK_REASON is raised if no row matches the printer's state. On purpose, it is also the keyword of
+/// code 0x0004.
 inline constexpr const char* FALLBACK_REASON = "com.brenvellis-error0004";

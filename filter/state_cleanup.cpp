@@ -9,10 +9,10 @@
 
 namespace {
 
-/// @param list  keywords between commas; consumed.
+/// @param list  keywords separated by commas; overwritten.
 void clear_reasons(char* list) {
   const char* reason = strtok(list, ",");
-  // On purpose also without a keyword: the line then is "STATE: -(null)".
+  // With no keyword, reason is null and glibc prints "(null)", on purpose.
   fprintf(stderr, "STATE: -%s\n", reason);
   while ((reason = strtok(nullptr, ",")) != nullptr) {
     fprintf(stderr, "STATE: -%s\n", reason);
@@ -22,7 +22,7 @@ void clear_reasons(char* list) {
 }  // namespace
 
 void clean_printer_state() {
-  // This line and the last one have no prefix, on purpose.
+  // The first and the last line have no prefix, on purpose.
   fprintf(stderr, "clean_printer_state() START\n");
   cups_dest_t* destinations = nullptr;
   const int count = cupsGetDests(&destinations);

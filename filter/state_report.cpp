@@ -12,7 +12,7 @@ namespace {
 bool matches(const PrinterState& state, const PrinterStateReason& row) {
   const unsigned first = row.minor & 0xffU;
   const unsigned last = row.minor < 256 ? first : row.minor >> 8U;
-  // On purpose a range whose first is above its last matches nothing, not even Any.
+  // On purpose, a range whose first is above its last matches no state, not even Any.
   for (unsigned low = first; low <= last; ++low) {
     if (state == PrinterState::Error(static_cast<std::uint16_t>((unsigned{row.major} << 8U) + low))) {
       return true;
@@ -21,13 +21,13 @@ bool matches(const PrinterState& state, const PrinterStateReason& row) {
   return false;
 }
 
-/// A keyword and one of the rows that raise it.
+/// KeywordOfRow is a keyword and one of the rows that raise it.
 struct KeywordOfRow {
   std::string_view keyword;
   const PrinterStateReason* row;
 };
 
-/// Puts a table's keywords into the order of the clearing lines.
+/// Sorts a table's keywords into the order of the clearing lines.
 constexpr void sort_keywords(std::span<const PrinterStateReason> table, std::span<KeywordOfRow> sorted) {
   auto next = sorted.begin();
   for (const auto& row : table) {
@@ -46,7 +46,7 @@ constexpr std::size_t count_keywords(std::span<const PrinterStateReason> table) 
   return count;
 }
 
-// The shipped table's order is the same in every report, so it is made when this is compiled.
+// The shipped table never changes, so sort its keywords at compile time.
 constexpr auto SORTED_REASONS = [] {
   std::array<KeywordOfRow, count_keywords(PRINTER_STATE_REASONS)> sorted;
   sort_keywords(PRINTER_STATE_REASONS, sorted);
@@ -55,8 +55,8 @@ constexpr auto SORTED_REASONS = [] {
 
 constexpr const char* CLEARED = "STATE: -%s\n";
 
-// Its clearing lines never change either. Formatting a hundred of them would cost more than the rest of a
-// report.
+// The clearing lines never change either, so build them at compile time. Formatting a hundred lines would
+// cost more than the rest of a report.
 constexpr auto CLEARING_LINES = [] {
   constexpr std::string_view format = CLEARED;
   constexpr std::size_t hole = format.find("%s");
@@ -77,7 +77,7 @@ void raise(const PrinterState& state, const char* keyword) {
 template <typename Clear>
 void report(const PrinterState& state, std::span<const PrinterStateReason> table,
             std::span<const KeywordOfRow> sorted, Clear clear) {
-  // On purpose every report states every keyword, one line each, and flushes nothing.
+  // On purpose, every report has one line per keyword and nothing is flushed.
   bool matched = false;
   for (const auto& row : table) {
     if (matches(state, row)) {
@@ -89,7 +89,7 @@ void report(const PrinterState& state, std::span<const PrinterStateReason> table
   }
   if (!matched) {
     raise(state, FALLBACK_REASON);
-    // With a blank before the line end, on purpose.
+    // The line ends with a blank, on purpose.
     fprintf(stderr, "DEBUG: error_number part mismatch processing \n");
   }
 

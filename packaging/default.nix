@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Not built here.
+# Untested.
 { pkgs ? import <nixpkgs> { } }:
 pkgs.stdenv.mkDerivation {
   pname = "brenvellis";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes the PPD's texts for the state reasons, from the driver's reason table: reasons.defs for ppdc's
-// #include, and a message catalogue LOCALE.po for each language but English.
+// Writes the PPD's texts for the state reasons from the filter's reason table: reasons.defs, which is included by the
+// .drv file, and a message catalogue LOCALE.po for each language except English.
 #include <array>
 #include <cstdio>
 #include <string>
@@ -10,13 +10,13 @@
 
 namespace {
 
-/// How a language says what is wrong: "{error} 0008 ({code} 2660)". What a number means is in the printer's
-/// manual.
+/// Wording is the text of a reason in one language: "{error} 0008 ({code} 2660)". The printer's manual explains the
+/// numbers.
 struct Wording {
   const char* locale;
   const char* error;
   const char* code;
-  const char* or_else;  ///< behind the number of the fallback, which also stands for two other things
+  const char* or_else;  ///< follows the number of the fallback reason, which has two further causes
 };
 
 constexpr Wording ENGLISH = {"en", "Printer error", "code", ", an unknown error or no answer"};
@@ -30,7 +30,7 @@ constexpr std::array TRANSLATIONS = {
     Wording{"zh_TW", "印表機錯誤", "代碼", "、未知錯誤或無回應"},
 };
 
-/// The text for a keyword "com.brenvellis-errorNNNN_XXYY" or "com.brenvellis-errorNNNN".
+/// Returns the text of a keyword "com.brenvellis-errorNNNN_XXYY" or "com.brenvellis-errorNNNN".
 std::string reason_text(std::string_view keyword, const Wording& wording) {
   constexpr std::string_view PREFIX = "com.brenvellis-error";
   const std::string_view numbers = keyword.substr(PREFIX.size());
@@ -44,7 +44,7 @@ std::string reason_text(std::string_view keyword, const Wording& wording) {
   return text;
 }
 
-/// Calls `line` with every keyword, to write into the file at `path` behind `head`.
+/// Writes `head` to the file at `path` and calls `line` for each keyword.
 template <typename Line>
 bool write_file(const std::string& path, const char* head, const Line& line) {
   FILE* file = fopen(path.c_str(), "w");

@@ -13,7 +13,7 @@
 
 namespace {
 
-// Edges and strides are untrusted: unsigned arithmetic wraps round where signed would be undefined.
+// Edges and strides are untrusted, so use unsigned arithmetic, where an overflow is defined.
 std::int64_t difference(std::int64_t a, std::int64_t b) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));
 }
@@ -36,17 +36,17 @@ std::int64_t height(const tagLNBandImageParams& band) {
 
 std::int64_t bits_per_pixel(const tagLNBandImageParams& band) {
   if (width(band) == 0) {
-    // The process ends by SIGFPE, on purpose. Not every processor ends a process that divides by zero.
+    // Terminates with SIGFPE on purpose, also on processors that do not trap a division by zero.
     std::raise(SIGFPE);
     std::abort();
   }
   const std::int64_t bytes = magnitude(band.stride);
-  // The smallest number, which is its own magnitude, divided by -1 would end the process as well.
+  // The smallest number divided by -1 would terminate the process as well.
   return product(width(band) == -1 ? difference(0, bytes) : bytes / width(band), 8);
 }
 
 std::int32_t next_number() {
-  // Counts every "%C" of the process, on purpose also those of failed calls.
+  // Counts every "%C" of the process, including those of failed calls, on purpose.
   static std::int32_t s_count = 0;
   return s_count++;
 }
@@ -62,11 +62,11 @@ TimeStamp time_stamp() {
   return text;
 }
 
-/// Formats what "%" and `letter` stand for.
+/// Formats the expansion of "%" and `letter`.
 ///
-/// @return the count that snprintf() reports; 0 for a letter that stands for nothing.
+/// @return the result of snprintf(); 0 for an unknown letter.
 int expand(char letter, const tagLNBandImageParams* params, char* out, std::size_t room) {
-  // long has 32 bits on some processors, so numbers are formatted as long long.
+  // long has 32 bits on some processors, so format numbers as long long.
   const auto number = [out, room](std::int64_t value) {
     return snprintf(out, room, "%lld", static_cast<long long>(value));
   };
@@ -82,7 +82,7 @@ int expand(char letter, const tagLNBandImageParams* params, char* out, std::size
     case 'W':
       return number(params != nullptr ? width(*params) : 0);
     default:
-      return 0;  // dropped, on purpose
+      return 0;  // dropped on purpose
   }
 }
 
@@ -114,7 +114,7 @@ bool format_string_util(char* out, unsigned long size, const char* templ,
         good = false;
         break;
       }
-      // A cut expansion counts with its full length, on purpose: nothing behind it fits.
+      // A cut expansion counts with its full length on purpose, so that nothing fits behind it.
       position = std::min(end, position + static_cast<std::size_t>(length));
     } else if (*c == '%') {
       percent = true;
@@ -140,7 +140,7 @@ bool save_memory(const char* path, const void* data, unsigned long size) {
   std::size_t written = 0;
   try {
     written = fwrite(data, 1, size, file);
-    // To standard output and also after a short write, on purpose.
+    // Printed to standard output, also after a short write, on purpose.
     printf("written: %ld bytes.\n", static_cast<long>(written));
   } catch (...) {
     fclose(file);
@@ -150,7 +150,7 @@ bool save_memory(const char* path, const void* data, unsigned long size) {
   if (written < size) {
     return false;
   }
-  // Readable and writable by all users, on purpose, whatever the process's mask is.
+  // Readable and writable by all users on purpose, regardless of the umask.
   chmod(path, 0666);
   return true;
 }

@@ -31,7 +31,7 @@ std::string FileName::expand(std::uint64_t page, std::uint64_t plane,
       }
     }
   }
-  // Nothing is cut: two characters of a template never make more than twenty.
+  // Large enough for any template: two characters expand to at most twenty.
   std::string name(templ.size() * 10 + 64, '\0');
   format_string_util(name.data(), name.size(), templ.c_str(), &band);
   name.resize(std::strlen(name.c_str()));

@@ -15,7 +15,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// What PWG raster keeps in cupsInteger; null where it keeps nothing.
+/// The names that PWG raster gives the elements of cupsInteger; null for unused elements.
 constexpr std::array<const char*, 16> PWG_INTEGERS = {
     "TotalPageCount",
     "CrossFeedTransform",
@@ -35,7 +35,7 @@ constexpr std::array<const char*, 16> PWG_INTEGERS = {
     "VendorLength",
 };
 
-/// The shortest text that stands for exactly this number.
+/// Returns the shortest text that represents this number exactly.
 std::string shortest(float value) {
   std::array<char, 32> text{};
   return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value).ptr};
@@ -88,7 +88,7 @@ Json json_of(unsigned field) {
   return field;
 }
 
-/// Without the digits that a float does not have.
+/// Returns the number without the extra digits of its conversion to double.
 Json json_of(float field) {
   return std::strtod(shortest(field).c_str(), nullptr);
 }
@@ -204,6 +204,6 @@ std::string header_as_json(const cups_page_header2_t& header, const StreamKind& 
   json["cupsMarkerType"] = json_of(header.cupsMarkerType);
   json["cupsRenderingIntent"] = json_of(header.cupsRenderingIntent);
   json["cupsPageSizeName"] = json_of(header.cupsPageSizeName);
-  // A stream's strings need not be UTF-8, and must not command a terminal.
+  // Strings may be invalid UTF-8 and may contain control characters for a terminal.
   return json.dump(-1, ' ', true, Json::error_handler_t::replace);
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Descriptions of a stream and of all fields of a page header, as text and as JSON.
 #pragma once
 
 #include <cups/raster.h>
@@ -8,13 +9,13 @@
 
 #include "raster/raster_stream.h"
 
-/// Describes a stream: "CUPS raster version 3, uncompressed, little-endian".
+/// Returns a description of a stream, for example "CUPS raster version 3, uncompressed, little-endian".
 std::string describe(const StreamKind& kind);
 
-/// Lists what dump() leaves out, one field per line in the same form: the whole bounding box, and the fields
-/// that only the version 2 header has. In a PWG stream, integers are named as that format does.
+/// Returns the fields that dump() omits, one per line in the same format: the whole bounding box and the
+/// fields of the version 2 header. The integers of a PWG stream have the names of that format.
 std::string list_other_fields(const cups_page_header2_t& header, const StreamKind& kind);
 
-/// Makes one line of JSON with all fields under their names in <cups/raster.h>, and before them "page" and
-/// "stream". It holds printable ASCII only.
+/// Returns one line of JSON: "page", "stream", and all fields by their names in <cups/raster.h>. It contains
+/// only printable ASCII characters.
 std::string header_as_json(const cups_page_header2_t& header, const StreamKind& kind, std::uint64_t page);

@@ -33,13 +33,13 @@ struct Options {
   bool all = false;
   bool json = false;
   bool quiet = false;
-  std::uint32_t bands = 0;  ///< lines per band; 0: no capture
+  std::uint32_t bands = 0;  ///< lines per band; 0 if there is no --bands
   FileName capture;
   FileName pnm;
 };
 
-/// A stream may come from anywhere, and its strings must not command the terminal. Beyond ASCII there are
-/// control bytes as well, and no character set is known.
+/// Replaces all bytes but printable ASCII with '?'. A stream is untrusted, and its strings may contain
+/// control characters for the terminal in any character set.
 void keep_printable(std::span<char> string) {
   for (char& byte : string) {
     if (byte != '\0' && (byte < ' ' || byte > '~')) {
@@ -58,8 +58,8 @@ void keep_printable(cups_page_header2_t& header) {
   }
 }
 
-/// Runs dump(), which writes to standard error, with standard output in that place. The beginning of every
-/// page header is laid out as that of version 1, which is what can be dumped.
+/// Runs dump() with standard error redirected to standard output. Every page header begins with the fields of
+/// a version 1 header, which are the ones that dump() prints.
 bool dump_to_output(const cups_page_header2_t& header) {
   static_assert(offsetof(cups_page_header_t, cupsRowStep) == offsetof(cups_page_header2_t, cupsRowStep));
   cups_page_header_t first_version;
@@ -84,11 +84,11 @@ struct Job {
   RasterStream& stream;
   StreamProgress progress;
   std::uint64_t page = 0;      ///< the current page, from 1
-  std::uint64_t pictures = 0;  ///< how many were begun
-  bool refused = false;        ///< there was a page that no picture can be made of
+  std::uint64_t pictures = 0;  ///< number of pictures begun
+  bool refused = false;        ///< whether a page was unsupported and has no picture
 };
 
-/// Begins a line on standard error.
+/// Begins an error message.
 void complain(Job& job) {
   job.progress.clear();
   fflush(stdout);
@@ -117,7 +117,7 @@ ExitStatus show_header(Job& job) {
   return EXIT_OK;
 }
 
-/// Reads the current page and saves what was asked for.
+/// Reads the current page and saves it as the options say.
 ExitStatus read_page(Job& job) {
   const FileName& pnm = job.options.pnm;
   const PageReader reader{job.stream, job.page, job.progress, job.options.json ? stderr : stdout};
@@ -135,24 +135,24 @@ ExitStatus read_page(Job& job) {
   }
   if (++job.pictures > 1 && !pnm.has('P') && !pnm.has('C')) {
     complain(job);
-    fprintf(stderr, "page %" PRIu64 ": '%s' is one name for all pages (add %%P)\n", job.page,
-            pnm.text().c_str());
+    fprintf(stderr, "page %" PRIu64 ": '%s' names only one file (add %%P)\n", job.page, pnm.text().c_str());
     return EXIT_USAGE;
   }
   return reader.save_picture(pnm);
 }
 
-/// Says if pages that were asked for are not there.
+/// Reports chosen pages that do not exist.
 ExitStatus end_of_stream(Job& job, const char* name) {
   const std::uint64_t pages = job.page - 1;
   if (pages == 0) {
     complain(job);
-    fprintf(stderr, "%s: the stream has no page\n", name);
+    fprintf(stderr, "%s: the stream has no pages\n", name);
     return EXIT_INPUT;
   }
   if (const auto missing = job.options.pages.missing_from(pages)) {
     complain(job);
-    fprintf(stderr, "%s: no page %" PRIu64 ", the last one is %" PRIu64 "\n", name, *missing, pages);
+    fprintf(stderr, "%s: page %" PRIu64 " does not exist (the last page is %" PRIu64 ")\n", name, *missing,
+            pages);
     return EXIT_INPUT;
   }
   return job.refused ? EXIT_INPUT : EXIT_OK;
@@ -229,7 +229,7 @@ std::string contradiction(const Options& options) {
     return "--pnm excludes --capture";
   }
   if (capture && !options.capture.has('C') && !options.capture.has('P') && !options.pages.is_one_page()) {
-    return "--capture: '" + options.capture.text() + "' is one name for all bands (add %C or %P)";
+    return "--capture: '" + options.capture.text() + "' names only one file (add %C or %P)";
   }
   return {};
 }
@@ -306,8 +306,8 @@ ExitStatus run(int argc, char** argv) {
   return status;
 }
 
-/// A closed standard descriptor would be that of the next file opened, and a band would get the lines about
-/// it. What is put in its place can neither be read nor written.
+/// Opens closed standard descriptors. Otherwise the next file opened would take the number of one of them,
+/// and messages would go into a saved band. The substitute can be neither read nor written.
 void fill_closed_descriptors() {
   int descriptor = 0;
   do {
@@ -318,7 +318,8 @@ void fill_closed_descriptors() {
   }
 }
 
-/// @return EXIT_OUTPUT if all went well but not everything that was shown arrived, otherwise `status`.
+/// @return EXIT_OUTPUT if `status` is EXIT_OK but standard output or standard error failed, otherwise
+/// `status`.
 ExitStatus check_output(ExitStatus status) {
   errno = 0;
   if (fflush(stdout) != 0 || ferror(stdout) != 0) {

@@ -17,7 +17,7 @@
 
 namespace {
 
-/// How much of a long line is read at once; an even number.
+/// The most bytes of a line that are read at once; an even number.
 constexpr std::size_t PIECE = 65536;
 
 struct FreeMemory {
@@ -25,7 +25,7 @@ struct FreeMemory {
 };
 using Memory = std::unique_ptr<unsigned char, FreeMemory>;
 
-/// A header may promise lines that never come: their memory is not touched.
+/// Allocates memory but does not touch it, because the header may announce lines that do not follow.
 Memory allocate(std::uint64_t count, std::uint64_t size) {
   if (size > std::numeric_limits<std::size_t>::max()) {
     return nullptr;
@@ -34,7 +34,7 @@ Memory allocate(std::uint64_t count, std::uint64_t size) {
       std::calloc(static_cast<std::size_t>(count), static_cast<std::size_t>(size))));
 }
 
-/// @return a + b * c; nothing if no file is that large.
+/// Adds b * c to a. Returns false if the sum exceeds the largest file size.
 bool add_product(std::uint64_t& a, std::uint64_t b, std::uint64_t c) {
   constexpr auto LARGEST = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
   if (c != 0 && b > (LARGEST - a) / c) {
@@ -52,8 +52,8 @@ std::span<const unsigned char> bytes_of(const std::string& text) {
 
 struct PageReader::Band {
   std::uint64_t plane;  ///< from 1
-  std::uint64_t top;    ///< its first line in the plane
-  std::uint64_t lines;  ///< of the band; those that came in the end
+  std::uint64_t top;    ///< first line in the plane
+  std::uint64_t lines;  ///< number of lines; finally, of those received
   std::string name;     ///< of the last file; empty before the first
 };
 
@@ -94,13 +94,14 @@ ExitStatus PageReader::save_bands(const FileName& name, std::uint32_t rows) cons
   const std::uint64_t height = stream.header().cupsHeight;
   const std::uint64_t planes = stream.planes();
   if (stream.header().cupsWidth == 0) {
-    fprintf(stderr, "brenvellis-rasterdump: page %" PRIu64 " is 0 pixels wide: no bands to save\n", page);
+    fprintf(stderr, "brenvellis-rasterdump: page %" PRIu64 ": cannot save bands: invalid cupsWidth=0\n",
+            page);
     return EXIT_INPUT;
   }
   if (!name.has('C') && (rows < height || (planes > 1 && !name.has('L')))) {
     fprintf(stderr,
             "brenvellis-rasterdump: page %" PRIu64
-            " has several bands, and '%s' is one name for all of them "
+            " has several bands, but '%s' names only one file "
             "(add %%C)\n",
             page, name.text().c_str());
     return EXIT_USAGE;
@@ -161,7 +162,7 @@ ExitStatus PageReader::save_band(const FileName& name, Band& band) const {
     if (band.name.empty()) {
       fprintf(stderr, "; nothing was saved\n");
     } else {
-      fprintf(stderr, "; they are kept, the last ones in %s\n", band.name.c_str());
+      fprintf(stderr, "; these lines were saved, the last of them in %s\n", band.name.c_str());
     }
     return EXIT_INPUT;
   }
@@ -183,8 +184,8 @@ ExitStatus PageReader::save_picture(const FileName& name) const {
   const std::string start = picture.start(height, height);
   const Memory pixels = allocate(planes, stride);
   const Memory line = allocate(1, picture.line_size());
-  // In planar order a picture's first line is complete when the last plane begins. Until then the planes wait
-  // in the file, behind the place of the picture.
+  // In planar order the first line of the picture is complete only when the last plane begins. Until then the
+  // planes are stored in the file, behind the space for the picture.
   std::uint64_t end = start.size();
   std::uint64_t end_of_planes = 0;
   bool fits = add_product(end, height, picture.line_size());
@@ -192,7 +193,8 @@ ExitStatus PageReader::save_picture(const FileName& name) const {
   end_of_planes = end;
   fits = fits && add_product(end_of_planes, planes * height, stride);
   if (pixels == nullptr || line == nullptr || !fits) {
-    fprintf(stderr, "brenvellis-rasterdump: page %" PRIu64 " is too large for a picture\n", page);
+    fprintf(stderr, "brenvellis-rasterdump: page %" PRIu64 ": cannot make a picture: the page is too large\n",
+            page);
     return EXIT_INPUT;
   }
   const std::span one_line(line.get(), static_cast<std::size_t>(picture.line_size()));

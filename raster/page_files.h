@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The reading of a page's pixels, and the saving as bands or as a picture.
 #pragma once
 
 #include <cstdint>
@@ -8,23 +9,24 @@
 #include "raster/raster_stream.h"
 #include "raster/stream_progress.h"
 
+/// ExitStatus is the program's exit status; see the manual page.
 enum ExitStatus : std::uint8_t { EXIT_OK = 0, EXIT_INPUT = 1, EXIT_USAGE = 2, EXIT_OUTPUT = 3 };
 
-/// PageReader reads the pixels of the page whose header the stream has, in one of three ways. Each says on
-/// standard error what went wrong.
+/// PageReader reads the pixels of the stream's current page in one of three ways. All of them report errors
+/// on standard error.
 struct PageReader {
   RasterStream& stream;
-  std::uint64_t page;  ///< its number, from 1
+  std::uint64_t page;  ///< the page number, from 1
   StreamProgress& progress;
-  FILE* saved;  ///< gets a line for every file
+  FILE* saved;  ///< where the line about each saved file goes
 
-  /// Keeps nothing, and takes little memory however long the lines are.
+  /// Discards the pixels. The memory used does not depend on the length of the lines.
   [[nodiscard]] ExitStatus skip() const;
-  /// Cuts the page into raw files of so many lines; a new one begins at each plane. When the page breaks off,
-  /// the lines that came are kept.
+  /// Saves the page in raw files of `rows` lines. Each plane begins a new file. If the stream ends early, the
+  /// lines received so far are saved.
   [[nodiscard]] ExitStatus save_bands(const FileName& name, std::uint32_t rows) const;
-  /// Makes a netpbm picture of the page, see picture_refusal(). When the page breaks off, the picture has the
-  /// lines that came.
+  /// Saves a netpbm picture of the page; see picture_refusal(). If the stream ends early, the picture has the
+  /// lines received so far.
   [[nodiscard]] ExitStatus save_picture(const FileName& name) const;
 
  private:

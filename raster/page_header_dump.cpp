@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Unsigned fields are shown signed, on purpose.
+/// Unsigned fields are printed as signed, on purpose.
 constexpr int number(unsigned field) {
   return static_cast<int>(field);
 }
@@ -15,7 +15,7 @@ constexpr int number(unsigned field) {
 }  // namespace
 
 void dump(const cups_page_header_t* header) {
-  // None of these lines has a log prefix, on purpose.
+  // The lines have no log prefix, on purpose.
   fprintf(stderr, "=== cups_page_header_t ===\n");
   fprintf(stderr, "Standard Page Device Dictionary String Values\n");
   fprintf(stderr, "__MediaClass=%.64s        /* MediaClass string */\n", header->MediaClass);
@@ -33,7 +33,7 @@ void dump(const cups_page_header_t* header) {
   fprintf(stderr, "__Duplex=%s        /* Duplexed (double-sided) value */\n", to_string(header->Duplex));
   fprintf(stderr, "__HWResolution=(%d,%d)        /* Resolution in dots-per-inch */\n",
           number(header->HWResolution[0]), number(header->HWResolution[1]));
-  // Two of its four values, on purpose.
+  // Only two of the four values, on purpose.
   fprintf(stderr,
           "__ImagingBoundingBox=(%d,%d)        /* Pixel region that is painted (points, left, bottom, right, "
           "top) */\n",

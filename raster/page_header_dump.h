@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+// The page header dump lists the fields of a raster page header.
 #pragma once
 
 #include <cups/raster.h>
 
-/// Writes every field of a raster page header to standard error, one line a field, 43 lines in all with
-/// their headings; of ImagingBoundingBox left and bottom only. Numbers are printed signed, enumerations by
-/// name. The lines have no log prefix, on purpose. The strings need no terminator.
+/// Writes the fields of a raster page header to standard error, one per line. There are 43 lines with the
+/// headings. Numbers are printed as signed, enumerations by name. On purpose, the lines have no log prefix,
+/// and ImagingBoundingBox has only its left and bottom edges. Strings need no terminator.
 ///
-/// @param header  not null; read only.
+/// @param header  not null; not modified.
 void dump(const cups_page_header_t* header);

@@ -8,12 +8,13 @@
 
 namespace {
 
-/// A colour space that a picture can be made of.
+/// ColorSpace is a colour space that pictures can be made from.
 struct ColorSpace {
   cups_cspace_t space;
   unsigned colors;
   bool ink;
-  /// Where in a pixel gray or black, or red or cyan, green or magenta, blue or yellow, and black stand.
+  /// The positions in a pixel of gray or black, or of red or cyan, green or magenta, blue or yellow, and
+  /// black.
   std::array<unsigned, 4> places;
 };
 
@@ -48,14 +49,14 @@ std::string field(const char* name, unsigned value) {
 std::string picture_refusal(const cups_page_header2_t& header) {
   const ColorSpace* space = find(header.cupsColorSpace);
   if (space == nullptr) {
-    return std::string("cupsColorSpace=") + to_string(header.cupsColorSpace);
+    return std::string("unsupported cupsColorSpace=") + to_string(header.cupsColorSpace);
   }
   const unsigned bits = header.cupsBitsPerColor;
   if (bits != 1 && bits != 8 && bits != 16) {
-    return field("cupsBitsPerColor", bits) + " (expected 1, 8 or 16)";
+    return field("unsupported cupsBitsPerColor", bits) + " (expected 1, 8 or 16)";
   }
   if (header.cupsWidth == 0) {
-    return field("cupsWidth", 0);
+    return field("invalid cupsWidth", 0);
   }
   const std::uint64_t width = header.cupsWidth;
   std::uint64_t line_bits = std::uint64_t{header.cupsBytesPerLine} * 8;
@@ -64,11 +65,11 @@ std::string picture_refusal(const cups_page_header2_t& header) {
     case CUPS_ORDER_CHUNKED: {
       pixel_bits = header.cupsBitsPerPixel;
       const unsigned colors = space->colors * bits;
-      // Single bits of three colours stand in four bits, as a rule.
+      // Three colours of one bit each usually take four bits.
       if (pixel_bits != colors &&
           (bits != 1 || space->colors == 1 || pixel_bits < colors || pixel_bits > 8)) {
-        return field("cupsBitsPerPixel", header.cupsBitsPerPixel) + " (expected " + std::to_string(colors) +
-               ")";
+        return field("unsupported cupsBitsPerPixel", header.cupsBitsPerPixel) + " (expected " +
+               std::to_string(colors) + ")";
       }
       break;
     }
@@ -77,15 +78,15 @@ std::string picture_refusal(const cups_page_header2_t& header) {
       break;
     case CUPS_ORDER_PLANAR:
       if (header.cupsNumColors != space->colors) {
-        return field("cupsNumColors", header.cupsNumColors) + " (expected " + std::to_string(space->colors) +
-               ")";
+        return field("invalid cupsNumColors", header.cupsNumColors) + " (expected " +
+               std::to_string(space->colors) + ")";
       }
       break;
     default:
-      return std::string("cupsColorOrder=") + to_string(header.cupsColorOrder);
+      return std::string("invalid cupsColorOrder=") + to_string(header.cupsColorOrder);
   }
   if (width * pixel_bits > line_bits) {
-    return field("cupsBytesPerLine", header.cupsBytesPerLine) + ", too few for " +
+    return field("cupsBytesPerLine", header.cupsBytesPerLine) + " is too small for " +
            field("cupsWidth", header.cupsWidth);
   }
   return {};
@@ -116,7 +117,7 @@ PagePicture::PagePicture(const cups_page_header2_t& header, bool pam)
         break;
       default:
         step_ = header.cupsBitsPerPixel;
-        // Bits that no colour needs come first.
+        // Unused bits come first.
         first_.at(color) = step_ - std::uint64_t{colors_} * bits_ + place * bits_;
     }
   }

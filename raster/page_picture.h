@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The conversion of raster lines into those of a netpbm picture.
 #pragma once
 
 #include <cups/raster.h>
@@ -8,30 +9,29 @@
 #include <cstdint>
 #include <string>
 
-/// Says why no picture can be made of a page with this header; empty if one can.
+/// Returns why no picture can be made of a page with this header; empty if it is supported.
 std::string picture_refusal(const cups_page_header2_t& header);
 
-/// PagePicture turns the lines of a page into those of a netpbm picture that every image program shows: a PBM
-/// for one bit of black or white, otherwise a PGM or PPM with 8 or 16 bits. Single bits of colours become 0
-/// and 255. Inks become light as PostScript defines it: red is 1 - min(1, cyan + black).
+/// PagePicture converts the lines of a page into those of a netpbm picture: a PBM for one bit of black and
+/// white, otherwise a PGM or PPM with 8 or 16 bits. Colours of one bit become 0 and 255. Inks are converted
+/// to light as PostScript defines it: red is 1 - min(1, cyan + black).
 class PagePicture {
  public:
-  /// @param header  one for which picture_refusal() is empty.
-  /// @param pam     makes a PAM, in which CMYK stays CMYK.
+  /// @param header  a header for which picture_refusal() is empty.
+  /// @param pam     whether to make a PAM, in which CMYK remains CMYK.
   PagePicture(const cups_page_header2_t& header, bool pam);
 
-  /// The start of the file of a picture that has so many lines. It is as long as that of one with more lines,
-  /// `planned`.
+  /// Returns the file header of a picture with `lines` lines, padded to the length of the header for
+  /// `planned` lines, which are at least as many.
   [[nodiscard]] std::string start(std::uint64_t lines, std::uint64_t planned) const;
-  /// The size of one of the picture's lines in bytes.
+  /// Returns the size of a line of the picture in bytes.
   [[nodiscard]] std::uint64_t line_size() const;
-  /// "PBM", "PGM", "PPM" or "PAM".
+  /// Returns "PBM", "PGM", "PPM" or "PAM".
   [[nodiscard]] const char* format() const;
-  /// Makes a line of the picture.
+  /// Converts a line.
   ///
-  /// @param pixels  the line as it is in the stream; in planar order that of each plane, one behind the
-  /// other.
-  /// @param line    gets line_size() bytes.
+  /// @param pixels  the line in the stream; in planar order, the lines of all planes one after another.
+  /// @param line    receives line_size() bytes.
   void convert(const unsigned char* pixels, unsigned char* line) const;
 
  private:
@@ -52,7 +52,8 @@ class PagePicture {
   unsigned bits_;
   std::uint64_t width_;
   std::uint16_t maximum_;
-  std::uint64_t step_;  ///< bits from a sample to the same colour's next one
-  /// Bits from the line's start to the first sample of gray or red or cyan, green or magenta, and so on.
+  std::uint64_t step_;  ///< bits from a sample to the next sample of the same colour
+  /// Bits from the start of the line to the first sample of gray or red or cyan, of green or magenta, and so
+  /// on.
   std::array<std::uint64_t, MOST_COLORS> first_{};
 };

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::uint64_t NO_END = std::numeric_limits<std::uint64_t>::max();
 
-/// A page number, with no sign and no more than 32 bits.
+/// Parses a page number of at most 32 bits without a sign.
 std::optional<std::uint64_t> number(std::string_view text) {
   std::uint32_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The choice of pages, as the option --page takes it.
 #pragma once
 
 #include <cstdint>
@@ -7,21 +8,23 @@
 #include <utility>
 #include <vector>
 
-/// PageRanges is a choice of pages, such as "2-4,7" or "3-". Without a range it holds every page.
+/// PageRanges is a list of page ranges, such as "2-4,7" or "3-". An empty list contains all pages.
 class PageRanges {
  public:
-  /// Reads page numbers and ranges between commas; nothing if the text is not that.
+  /// Parses page numbers and ranges separated by commas. Returns nothing if the text is invalid.
   static std::optional<PageRanges> parse(std::string_view text);
 
+  /// Returns whether the page is chosen.
   [[nodiscard]] bool contains(std::uint64_t page) const;
-  /// No page behind this one is chosen; the largest number if that is not known.
+  /// Returns the last chosen page, or the largest number if there is no last page.
   [[nodiscard]] std::uint64_t last() const;
+  /// Returns whether exactly one page is chosen.
   [[nodiscard]] bool is_one_page() const;
-  /// The first chosen page that a stream of so many pages does not have; nothing if it has all. A range
-  /// without an end asks for its first page only.
+  /// Returns the first chosen page that a stream of `pages` pages does not have, if any. A range without an
+  /// end requires only its first page.
   [[nodiscard]] std::optional<std::uint64_t> missing_from(std::uint64_t pages) const;
 
  private:
-  /// First and last page, both included.
+  /// The first and last page of each range, inclusive.
   std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges_;
 };

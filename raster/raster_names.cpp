@@ -7,7 +7,7 @@
 
 namespace {
 
-// Names by value; null where the enumeration has a gap.
+// The names by value; null for a gap in the enumeration.
 
 constexpr std::array ADVANCES = {
     "CUPS_ADVANCE_NONE", "CUPS_ADVANCE_FILE", "CUPS_ADVANCE_JOB", "CUPS_ADVANCE_SET", "CUPS_ADVANCE_PAGE",
@@ -107,10 +107,10 @@ constexpr std::array ORIENTATIONS = {
     "CUPS_ORIENT_270",
 };
 
-/// Every overload is an instance of its own here, and so has a buffer of its own.
+/// Each overload instantiates this once, so each has its own buffer.
 template <typename Enumeration>
 const char* name_of(Enumeration value, std::span<const char* const> names, const char* enumeration) {
-  // The longest text, "cups_cspace_e(-2147483648)" with its end, is 27 bytes.
+  // The longest text, "cups_cspace_e(-2147483648)", has 27 bytes with its terminator.
   static std::array<char, 32> no_name;
   const auto index = static_cast<unsigned>(value);
   if (index < names.size() && names[index] != nullptr) {

@@ -24,27 +24,28 @@ RasterStream::Next RasterStream::next_page() {
   first_request_.reset();
   if (cupsRasterReadHeader2(raster_, &header_) != 0) {
     if (header_size_ == 0) {
-      // Nothing was read ahead when the first header was asked for.
+      // The library has read nothing ahead of the first header.
       header_size_ = first_request_.value_or(0);
     }
     return Next::Page;
   }
-  // A header asked for whole, of which not one byte came: no bytes of it lie in the library's buffer either.
+  // The stream is complete if the library asked for a whole header, so that its buffer has no byte of it, and
+  // got nothing.
   const bool nothing_came = ended_ && received_ == received_before;
   const bool asked_for_whole = header_size_ == 0 || first_request_ == header_size_;
   if (nothing_came && asked_for_whole && read_error_ == 0) {
     return Next::End;
   }
   if (ended_) {
-    error_ = "the stream ends in the page's header";
+    error_ = "unexpected end of the stream in the page header";
   } else {
-    error_ = reason("the page's header is not valid (its sizes are 0 or do not fit each other)");
+    error_ = reason("invalid page header (its sizes are 0 or inconsistent)");
   }
   return Next::Failure;
 }
 
 StreamKind RasterStream::kind() const {
-  // "RaS" and "t", "2" or "3", or the other way round; or "UNIR".
+  // A stream begins with "RaSt", "RaS2" or "RaS3", with the reverse, or with "UNIR".
   StreamKind kind;
   kind.big_endian = sync_[0] == 'R' || sync_[0] == 'U';
   const unsigned char version = kind.big_endian ? sync_[3] : sync_[0];
@@ -69,7 +70,7 @@ bool RasterStream::read_pixels(std::span<unsigned char> pixels) {
   if (cupsRasterReadPixels(raster_, pixels.data(), size) == size) {
     return true;
   }
-  error_ = reason("the pixels are not valid");
+  error_ = reason("invalid pixel data");
   return false;
 }
 
@@ -103,5 +104,5 @@ std::string RasterStream::reason(const char* if_the_bytes_are_wrong) const {
   if (read_error_ != 0) {
     return std::string("cannot read: ") + std::strerror(read_error_);
   }
-  return raster_ != nullptr && ended_ ? "the stream ends" : if_the_bytes_are_wrong;
+  return raster_ != nullptr && ended_ ? "unexpected end of the stream" : if_the_bytes_are_wrong;
 }

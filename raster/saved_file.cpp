@@ -11,18 +11,18 @@ namespace {
 
 constexpr std::size_t BUFFER_SIZE = 65536;
 
-/// @return why a file is not to be replaced; null if it may be.
+/// @return why a file must not be replaced; null if it may be.
 const char* refusal(const struct stat& file, int input) {
   if (S_ISLNK(file.st_mode)) {
-    return "a symbolic link";
+    return "it is a symbolic link";
   }
-  // Removing a folder fails by itself, and the system's text says more.
+  // unlinkat() refuses a folder, with a better message.
   if (!S_ISREG(file.st_mode) && !S_ISDIR(file.st_mode)) {
-    return "not a regular file";
+    return "it is not a regular file";
   }
   struct stat stream = {};
   if (fstat(input, &stream) == 0 && file.st_dev == stream.st_dev && file.st_ino == stream.st_ino) {
-    return "this is the input";
+    return "it is the input";
   }
   return file.st_uid == geteuid() ? nullptr : "it belongs to another user";
 }
@@ -43,12 +43,12 @@ bool SavedFile::create(const std::string& name, int input) {
       if (const char* why = refusal(*place_->file, input); why != nullptr) {
         throw FileError(why);
       }
-      // A new file has neither the rights nor the other names of the old one.
+      // A new file does not inherit the mode or the other hard links of the old one.
       if (unlinkat(folder, place_->name.c_str(), 0) != 0) {
         throw_file_error();
       }
     }
-    // Whatever takes the name in between is not opened.
+    // O_EXCL fails if another process creates a file of this name in the meantime.
     constexpr int only_new = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     descriptor_ = openat(folder, place_->name.c_str(), only_new, 0666);
     if (descriptor_ < 0) {
@@ -96,7 +96,7 @@ bool SavedFile::read_at(std::uint64_t position, std::span<unsigned char> bytes) 
 
 bool SavedFile::close(std::uint64_t size) {
   const bool complete = flush() && (ftruncate(descriptor_, static_cast<off_t>(size)) == 0 || fail(errno));
-  // Some file systems report a full disk only here.
+  // Some file systems report a full disk only when the file is closed.
   const bool closed = ::close(descriptor_) == 0;
   descriptor_ = -1;
   return complete && (closed || fail(errno));

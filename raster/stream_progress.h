@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
+// The progress display for long streams.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 
-/// StreamProgress shows on standard error how far a long stream was read, if that is a terminal.
+/// StreamProgress shows on standard error how much of a long stream has been read, if that is a terminal.
 class StreamProgress {
  public:
   StreamProgress();
 
-  /// Call it as often as you like: a line appears after a second, and changes a few times a second.
+  /// Updates the display. May be called at any rate: the display appears after a second and changes a few
+  /// times per second.
   void show(std::uint64_t page, std::uint64_t line, std::uint64_t lines);
-  /// Takes the line away; to be called before anything else is written to the terminal.
+  /// Removes the display. Must be called before anything else is written to the terminal.
   void clear();
 
  private:

@@ -102,7 +102,8 @@ void start_table(int rounds) {
   }
 
   std::printf(
-      "| program | CPU, ms | CPU against the empty one: median (quartiles) | wall, ms | peak memory, KiB | "
+      "| program | CPU, ms | CPU relative to the empty program: median (quartiles) | wall, ms | peak memory, "
+      "KiB | "
       "page faults | instructions |\n|---|--:|--:|--:|--:|--:|--:|\n");
   for (std::size_t i = 0; i < count; ++i) {
     const Spread ratios = spread(ratio[i]);
@@ -180,11 +181,12 @@ void command_rows(const TemporaryFolder& folder, bool bidirectional, int count, 
 void command_table(int count, int rounds) {
   const TemporaryFolder folder;
   std::printf(
-      "| bidirectional | program | CPU a further `ReportStatus`, µs | against the least program: median "
+      "| bidirectional | program | CPU per further `ReportStatus`, µs | relative to the least program: "
+      "median "
       "(quartiles) | instructions |\n|---|---|--:|--:|--:|\n");
   command_rows(folder, true, count, rounds);
   command_rows(folder, false, count, rounds);
-  std::printf("\n%d commands a file, %d rounds.\n", count, rounds);
+  std::printf("\n%d commands per file, %d rounds.\n", count, rounds);
 }
 
 void growth_table(int most, int rounds, const char* points) {
@@ -199,7 +201,7 @@ void growth_table(int most, int rounds, const char* points) {
 
   std::string data;
   std::printf(
-      "| commands in the file | CPU, ms | CPU a command after the start, µs | peak memory, KiB |\n"
+      "| commands in the file | CPU, ms | CPU per command after the start, µs | peak memory, KiB |\n"
       "|--:|--:|--:|--:|\n");
   for (int count = 1; count <= most; count *= 10) {
     write_file(file, commands("ReportStatus", count));

@@ -108,7 +108,8 @@ void table(const char* self, int pages, int rounds) {
   }
 
   std::printf(
-      "| program | MB/s | MB a second of CPU | CPU against the loop: median (quartiles) | peak memory, KiB "
+      "| program | MB/s | MB per CPU second | CPU relative to the loop: median (quartiles) | peak memory, "
+      "KiB "
       "|\n"
       "|---|--:|--:|--:|--:|\n");
   for (const Row& row : rows) {

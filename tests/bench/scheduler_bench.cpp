@@ -92,9 +92,10 @@ struct Column {
 void job_table(const std::vector<int>& counts, int rounds) {
   const TemporaryFolder folder;
   std::printf(
-      "| queues | filter | from sending the jobs to the last attributes, ms: median (quartiles) | a job, ms "
+      "| queues | filter | from sending the jobs to the last attributes, ms: median (quartiles) | per job, "
+      "ms "
       "| "
-      "CPU of the scheduler a job, ms |\n|--:|---|--:|--:|--:|\n");
+      "scheduler CPU per job, ms |\n|--:|---|--:|--:|--:|\n");
   for (const int count : counts) {
     std::vector<Column> columns;
     columns.push_back({"commandtobrenvellis", true, std::make_unique<Fleet>(count)});
@@ -128,7 +129,8 @@ void job_table(const std::vector<int>& counts, int rounds) {
 
 void monitor_table(const std::vector<int>& counts, const std::vector<int>& delays, int rounds) {
   std::printf(
-      "| queues | each printer answers after, ms | monitor, s: median (quartiles) | against two such answers "
+      "| queues | each printer answers after, ms | monitor, s: median (quartiles) | more than two such "
+      "answers "
       "| "
       "CPU of the monitor, ms | peak memory, KiB | rounds in which a queue was not read "
       "|\n|--:|--:|--:|--:|--:|--:|--:|\n");

@@ -63,20 +63,20 @@ TEST_F(Rasterdump, AStreamOfTwoBytesIsNoRasterStream) {
 }
 
 TEST_F(Rasterdump, AStreamWithoutAPageSaysSo) {
-  expect(run({}, uncompressed({})), INPUT, "standard input: the stream has no page");
+  expect(run({}, uncompressed({})), INPUT, "standard input: the stream has no pages");
 }
 
 TEST_F(Rasterdump, APageThatIsNotThereIsAnError) {
   expect(run({"--page", "3"}, uncompressed(TWO_PAGES)), INPUT,
-         "standard input: no page 3, the last one is 2");
+         "standard input: page 3 does not exist (the last page is 2)");
 }
 
 TEST_F(Rasterdump, TheFirstPageOfARangeThatIsNotThereIsNamed) {
   const std::string stream = uncompressed(TWO_PAGES);
   expect(run({"--quiet", "--page", "7,2-5", "-"}, stream), INPUT,
-         "standard input: no page 3, the last one is 2");
+         "standard input: page 3 does not exist (the last page is 2)");
   expect(run({"--quiet", "--page", "1,9-", "-"}, stream), INPUT,
-         "standard input: no page 9, the last one is 2");
+         "standard input: page 9 does not exist (the last page is 2)");
 }
 
 /// Every kind of stream buffers differently in the imaging library.
@@ -97,23 +97,24 @@ TEST_P(Broken, AtAPagesEndItIsWhole) {
 TEST_P(Broken, InAHeaderItSaysSo) {
   for (const std::size_t bytes : {1U, 15U, 16U, 31U}) {
     expect(run({"--quiet"}, cut_behind_first_page(bytes)), INPUT,
-           "page 2: the stream ends in the page's header");
+           "page 2: unexpected end of the stream in the page header");
   }
 }
 
 TEST_P(Broken, InThePixelsWithoutCaptureItSaysWhere) {
   const std::string stream = write_stream(PAGE, GetParam());
   expect(run({"--quiet"}, stream.substr(0, stream.size() - 1)), INPUT,
-         "page 1, after 19 of 20 lines: the stream ends");
+         "page 1, after 19 of 20 lines: unexpected end of the stream");
 }
 
 TEST_P(Broken, InThePixelsItKeepsAndNamesWhatCame) {
   const std::string stream = write_stream(PAGE, GetParam());
   const ProgramResult result =
       run({"--quiet", "--bands", "8", "--capture", path("%C_%H.raw")}, stream.substr(0, stream.size() - 1));
-  expect(
-      result, INPUT,
-      "page 1, after 19 of 20 lines: the stream ends; they are kept, the last ones in " + path("0002_4.raw"));
+  expect(result, INPUT,
+         "page 1, after 19 of 20 lines: unexpected end of the stream; these lines were saved, the last of "
+         "them in " +
+             path("0002_4.raw"));
   EXPECT_EQ(joined_bands(), PAGE[0].pixels.substr(0, 19 * 30));
 }
 
@@ -124,15 +125,16 @@ INSTANTIATE_TEST_SUITE_P(Errors, Broken,
 TEST_F(Rasterdump, AStreamThatEndsBetweenTwoBandsKeepsTheFirst) {
   const ProgramResult result = run({"--quiet", "--bands", "8", "--capture", path("%C_%H.raw")},
                                    uncompressed(PAGE).substr(0, 4 + sizeof(cups_page_header2_t) + 8 * 30));
-  expect(
-      result, INPUT,
-      "page 1, after 8 of 20 lines: the stream ends; they are kept, the last ones in " + path("0000_8.raw"));
+  expect(result, INPUT,
+         "page 1, after 8 of 20 lines: unexpected end of the stream; these lines were saved, the last of "
+         "them in " +
+             path("0000_8.raw"));
 }
 
 TEST_F(Rasterdump, AStreamThatEndsInTheFirstLineKeepsNothing) {
   const ProgramResult result = run({"--quiet", "--bands", "8", "--capture", path("%C_%H.raw")},
                                    uncompressed(PAGE).substr(0, 4 + sizeof(cups_page_header2_t) + 29));
-  expect(result, INPUT, "page 1, after 0 of 20 lines: the stream ends; nothing was saved");
+  expect(result, INPUT, "page 1, after 0 of 20 lines: unexpected end of the stream; nothing was saved");
   EXPECT_THAT(bands(), IsEmpty());
 }
 
@@ -150,7 +152,7 @@ TEST_P(InvalidHeader, IsAnErrorAtItsPage) {
   const std::size_t place = 4 + sizeof header + TWO_PAGES[0].pixels.size();
   std::memcpy(stream.data() + place, &header, sizeof header);
   expect(run({"--quiet", "--bands", "8", "--capture", path("%C.raw")}, stream), INPUT,
-         "page 2: the page's header is not valid (its sizes are 0 or do not fit each other)");
+         "page 2: invalid page header (its sizes are 0 or inconsistent)");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -170,7 +172,7 @@ TEST_F(Rasterdump, APageWithoutWidthHasNoBands) {
   std::vector<Page> pages = PAGE;
   pages[0].header.cupsWidth = 0;
   expect(run({"--quiet", "--bands", "8", "--capture", path("%C_%B.raw")}, write_first_version(pages)), INPUT,
-         "page 1 is 0 pixels wide: no bands to save");
+         "page 1: cannot save bands: invalid cupsWidth=0");
 }
 
 TEST_F(Rasterdump, APageWithoutWidthCanBeDumped) {
@@ -187,7 +189,8 @@ TEST_F(Rasterdump, ABandThatNoMemoryHoldsIsReadAsFarAsItComes) {
   pages[0].header.cupsBytesPerLine = 2147483646;
   const ProgramResult result =
       run({"--quiet", "--bands", "4294967295", "--capture", path("%C.raw")}, write_first_version(pages));
-  expect(result, INPUT, "page 1, after 0 of 4294967295 lines: the stream ends; nothing was saved");
+  expect(result, INPUT,
+         "page 1, after 0 of 4294967295 lines: unexpected end of the stream; nothing was saved");
   EXPECT_THAT(bands(), IsEmpty());
 }
 
@@ -265,7 +268,7 @@ TEST_F(Rasterdump, ABandNeverReplacesTheInput) {
   const std::string input = file(stream);
   ASSERT_EQ(link(input.c_str(), path("other.raw").c_str()), 0);
   expect(run({"--quiet", "--page", "1", "--bands", "20", "--capture", path("other.raw"), input}), OUTPUT,
-         "page 1: cannot save " + path("other.raw") + ": this is the input");
+         "page 1: cannot save " + path("other.raw") + ": it is the input");
   EXPECT_THAT(bands(), ElementsAre(Pair("other.raw", stream)));
 }
 
@@ -286,7 +289,7 @@ TEST_F(Rasterdump, ABandGoesToNoPipe) {
   // With a reader, opening it would not wait.
   const int reader = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
   expect(run({"--quiet", "--page", "1", "--bands", "20", "--capture", pipe}, uncompressed(PAGE)), OUTPUT,
-         "page 1: cannot save " + pipe + ": not a regular file");
+         "page 1: cannot save " + pipe + ": it is not a regular file");
   struct stat after = {};
   fstat(reader, &after);
   close(reader);
@@ -370,7 +373,7 @@ TEST_F(Rasterdump, OneNameForTheBandsOfAPageIsRefusedBeforeOneIsSaved) {
     all.insert(all.end(), {"--quiet", "--capture", path(arguments.size() == 2 ? "%P.raw" : "band.raw")});
     const std::string name = all.back();
     expect(run(all, uncompressed(PAGE)), USAGE,
-           "page 1 has several bands, and '" + name + "' is one name for all of them (add %C)");
+           "page 1 has several bands, but '" + name + "' names only one file (add %C)");
     EXPECT_THAT(bands(), IsEmpty());
   }
 }

@@ -90,7 +90,7 @@ TEST_P(SavedFile, DoesNotChangeAFileOfTwoNames) {
 TEST_P(SavedFile, FollowsNoLink) {
   const std::string target = file("precious", "target");
   ASSERT_EQ(symlink(target.c_str(), path("page").c_str()), 0);
-  expect_refusal(path("page"), "a symbolic link");
+  expect_refusal(path("page"), "it is a symbolic link");
   EXPECT_EQ(content(target), "precious");
 }
 
@@ -111,17 +111,17 @@ TEST_P(SavedFile, FollowsNoLinkOfAnotherUserInItsPath) {
 
 TEST_P(SavedFile, FollowsNoLinkToNothing) {
   ASSERT_EQ(symlink(path("none").c_str(), path("page").c_str()), 0);
-  expect_refusal(path("page"), "a symbolic link");
+  expect_refusal(path("page"), "it is a symbolic link");
   EXPECT_NE(access(path("none").c_str(), F_OK), 0);
 }
 
 TEST_P(SavedFile, IsNoDevice) {
-  expect_refusal("/dev/full", "not a regular file");
+  expect_refusal("/dev/full", "it is not a regular file");
 }
 
 TEST_P(SavedFile, WaitsForNoReaderOfAPipe) {
   ASSERT_EQ(mkfifo(path("page").c_str(), 0666), 0);
-  expect_refusal(path("page"), "not a regular file");
+  expect_refusal(path("page"), "it is not a regular file");
 }
 
 TEST_P(SavedFile, DoesNotReplaceTheFileOfAnotherUser) {

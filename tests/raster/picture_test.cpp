@@ -129,7 +129,7 @@ TEST_F(Pictures, OneNameIsEnoughForOnePage) {
   const ProgramResult result = run({"--quiet", "--pnm", path("page.pnm")}, stream);
   EXPECT_EQ(result.exit_status, USAGE);
   EXPECT_EQ(result.errors,
-            "brenvellis-rasterdump: page 2: '" + path("page.pnm") + "' is one name for all pages (add %P)\n");
+            "brenvellis-rasterdump: page 2: '" + path("page.pnm") + "' names only one file (add %P)\n");
   EXPECT_THAT(picture("page.pnm"), testing::StartsWith("P6\n3 2\n"));
 }
 
@@ -139,8 +139,9 @@ TEST_F(Pictures, APageThatBreaksOffIsOneOfTheLinesThatCame) {
   stream.resize(stream.size() - 12 * 30 - 1);
   const ProgramResult result = run({"--quiet", "--pnm", path("x")}, stream);
   EXPECT_EQ(result.exit_status, INPUT);
-  EXPECT_EQ(result.errors, "brenvellis-rasterdump: page 1, after 7 of 20 lines: the stream ends; " +
-                               path("x") + " has 7 lines\n");
+  EXPECT_EQ(result.errors,
+            "brenvellis-rasterdump: page 1, after 7 of 20 lines: unexpected end of the stream; " + path("x") +
+                " has 7 lines\n");
   EXPECT_EQ(picture("x"), "P6\n10  7\n255\n" + page.pixels.substr(0, 7UL * 30));
 }
 
@@ -160,7 +161,8 @@ TEST_F(Pictures, PlanesOfWhichOneIsMissingAreNone) {
   const ProgramResult result = run({"--quiet", "--pnm", path("x")}, stream);
   EXPECT_EQ(result.exit_status, INPUT);
   EXPECT_EQ(result.errors,
-            "brenvellis-rasterdump: page 1, after 40 of 60 lines: the stream ends; nothing was saved\n");
+            "brenvellis-rasterdump: page 1, after 40 of 60 lines: unexpected end of the stream; nothing was "
+            "saved\n");
   EXPECT_NE(access(path("x").c_str(), F_OK), 0);
 }
 
@@ -197,39 +199,39 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         RefusedCase{"ColorSpace",
                     [](cups_page_header2_t& header) { header.cupsColorSpace = CUPS_CSPACE_CIELab; },
-                    "cupsColorSpace=CUPS_CSPACE_CIELab"},
+                    "unsupported cupsColorSpace=CUPS_CSPACE_CIELab"},
         RefusedCase{"Bits",
                     [](cups_page_header2_t& header) {
                       header.cupsBitsPerColor = 4;
                       header.cupsBitsPerPixel = 12;
                     },
-                    "cupsBitsPerColor=4 (expected 1, 8 or 16)"},
+                    "unsupported cupsBitsPerColor=4 (expected 1, 8 or 16)"},
         RefusedCase{"BitsOfAPixel", [](cups_page_header2_t& header) { header.cupsBitsPerPixel = 8; },
-                    "cupsBitsPerPixel=8 (expected 24)"},
+                    "unsupported cupsBitsPerPixel=8 (expected 24)"},
         RefusedCase{"Order", [](cups_page_header2_t& header) { set_value(header.cupsColorOrder, 7); },
-                    "cupsColorOrder=cups_order_e(7)"},
+                    "invalid cupsColorOrder=cups_order_e(7)"},
         RefusedCase{"Line", [](cups_page_header2_t& header) { header.cupsWidth = 11; },
-                    "cupsBytesPerLine=30, too few for cupsWidth=11"},
+                    "cupsBytesPerLine=30 is too small for cupsWidth=11"},
         RefusedCase{"LineOfColors",
                     [](cups_page_header2_t& header) {
                       header.cupsColorOrder = CUPS_ORDER_BANDED;
                       header.cupsBitsPerPixel = 8;
                       header.cupsBytesPerLine = 29;
                     },
-                    "cupsBytesPerLine=29, too few for cupsWidth=10"}),
+                    "cupsBytesPerLine=29 is too small for cupsWidth=10"}),
     [](const auto& the_case) { return the_case.param.name; });
 
 TEST(PictureRefusal, PlanesThatAreNotThoseOfTheColorSpaceAreNamed) {
   cups_page_header2_t header = make_page(10, 4, 8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB).header;
   EXPECT_EQ(picture_refusal(header), "");
   header.cupsNumColors = 4;
-  EXPECT_EQ(picture_refusal(header), "cupsNumColors=4 (expected 3)");
+  EXPECT_EQ(picture_refusal(header), "invalid cupsNumColors=4 (expected 3)");
 }
 
 TEST(PictureRefusal, NoWidthIsNamed) {
   cups_page_header2_t header = make_page(10, 4).header;
   header.cupsWidth = 0;
-  EXPECT_EQ(picture_refusal(header), "cupsWidth=0");
+  EXPECT_EQ(picture_refusal(header), "invalid cupsWidth=0");
 }
 
 TEST(PictureRefusal, WidthsThatOverflow32BitsAreTooLong) {
@@ -245,7 +247,9 @@ TEST_F(Pictures, OfAPageThatNoFileHoldsAreAnError) {
   page.header.cupsHeight = 4294967295U;
   const ProgramResult result = run({"--quiet", "--pnm", path("x")}, write_first_version({page}));
   EXPECT_EQ(result.exit_status, INPUT);
-  EXPECT_THAT(result.errors, testing::EndsWith("brenvellis-rasterdump: page 1 is too large for a picture\n"));
+  EXPECT_THAT(
+      result.errors,
+      testing::EndsWith("brenvellis-rasterdump: page 1: cannot make a picture: the page is too large\n"));
 }
 
 TEST_F(Pictures, InAFolderThatDoesNotExistAreAnError) {

@@ -3,7 +3,7 @@
 # a script with a trap of its own calls clean_up in it.
 # shellcheck shell=bash
 
-# Debian's names; README.md has those of other systems.
+# Debian package names; INSTALL.md lists those of other systems.
 BUILD_PACKAGES="g++ cmake ninja-build libcups2-dev libcupsimage2-dev libcli11-dev nlohmann-json3-dev libasio-dev
   libutf8proc-dev cups-ppdc cups-common"
 SCHEDULER_PACKAGES="cups cups-client"
@@ -61,7 +61,7 @@ need() {
     for tool in c++ cmake ninja ppdc cupsd lp; do
       PATH=$PATH:/usr/sbin:/sbin command -v $tool >/dev/null ||
         fail "$tool is missing, and this system has no apt-get to install it. Install what these Debian packages" \
-          "hold (README.md, \"Build\", names them for other systems):" "$@"
+          "contain (see INSTALL.md for the names on other systems):" "$@"
     done
     return
   fi

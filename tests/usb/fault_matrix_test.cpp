@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What goes wrong on USB, and what the next two reports say. The table that this prints is kept in
-// docs/reliability.md.
+// Causes faults of a USB printer, checks the next two reports and prints the table in fault_matrix.md.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -254,7 +253,7 @@ std::string cell(const Sight& sight) {
 }
 
 std::string judged(const Sight& sight) {
-  return sight == AFTERWARDS ? "true" : "**" + cell(sight) + "**";
+  return sight == AFTERWARDS ? "correct" : "**" + cell(sight) + "**";
 }
 
 TEST(UsbFaultMatrix, TheNextReportsAreAsTheTableSays) {
