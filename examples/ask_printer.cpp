@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// ask_printer DEVICE-URI: prints the ribbon level and the state of a Brenvellis printer. It needs no queue, PPD or
-// filter: like a printer application, it starts the URI's CUPS backend itself.
+// ask_printer DEVICE-URI: prints the ribbon level and the state of a Brenvellis printer. It needs no queue,
+// PPD or filter: like a printer application, it starts the URI's CUPS backend itself.
 #include <brenvellis/levels_query.h>
 #include <brenvellis/printer_state_reasons.h>
 #include <brenvellis/status_query.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes the PPD's texts for the state reasons from the filter's reason table: reasons.defs, which is included by the
-// .drv file, and a message catalogue LOCALE.po for each language except English.
+// Writes the PPD's texts for the state reasons from the filter's reason table: reasons.defs, which is
+// included by the .drv file, and a message catalogue LOCALE.po for each language except English.
 #include <array>
 #include <cstdio>
 #include <string>
@@ -10,8 +10,8 @@
 
 namespace {
 
-/// Wording is the text of a reason in one language: "{error} 0008 ({code} 2660)". The printer's manual explains the
-/// numbers.
+/// Wording is the text of a reason in one language: "{error} 0008 ({code} 2660)". The printer's manual
+/// explains the numbers.
 struct Wording {
   const char* locale;
   const char* error;

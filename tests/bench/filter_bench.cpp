@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a run of commandtobrenvellis costs, beside other filters and beside the least that is possible.
+// Measures runs of commandtobrenvellis, of other filters, and of the least program that does the same.
 
 #include <sched.h>
 
@@ -46,7 +46,7 @@ Job job_of(std::vector<std::string> program, const std::string& file) {
   return {std::move(program), file};
 }
 
-/// A job of one ReportLevels for each of PROGRAMS, the lines for the least program included.
+/// Returns a job with one ReportLevels for each of PROGRAMS, including the lines for the least program.
 std::vector<Job> report_levels_jobs(const TemporaryFolder& folder) {
   const std::string file = folder.path() / "commands";
   const std::string lines = folder.path() / "lines";
@@ -54,7 +54,7 @@ std::vector<Job> report_levels_jobs(const TemporaryFolder& folder) {
   std::string log;
   run_job(job_of({FILTER_PROGRAM}, file), &log);
   write_file(lines, log);
-  // The other filters do nothing without a PPD; this is the smallest that they take.
+  // The other filters require a PPD; this is the smallest that they accept.
   const std::string ppd = folder.path() / "ppd";
   write_file(ppd, "*PPD-Adobe: \"4.3\"\n");
   std::vector<Job> jobs;
@@ -90,7 +90,7 @@ void start_table(int rounds) {
   std::vector<Cost> last(count);
   for (int round = 0; round < rounds; ++round) {
     for (std::size_t turn = 0; turn < count; ++turn) {
-      // Each goes first as often as the others.
+      // Programs take turns in going first.
       const std::size_t i = (turn + static_cast<std::size_t>(round)) % count;
       last[i] = run_job(jobs[i]);
       cpu[i].push_back(last[i].cpu * 1e3);
@@ -114,7 +114,7 @@ void start_table(int rounds) {
   std::printf("\n%d rounds.\n", rounds);
 }
 
-/// Rows of the table of commands: what each of `count` further commands costs.
+/// Prints the rows of the table of commands: the cost of each of `count` further commands.
 void command_rows(const TemporaryFolder& folder, bool bidirectional, int count, int rounds) {
   const std::string one = folder.path() / "one";
   const std::string many = folder.path() / "many";
@@ -142,7 +142,7 @@ void command_rows(const TemporaryFolder& folder, bool bidirectional, int count, 
                               {"the least program through `fprintf`", printf},
                               {"**commandtobrenvellis**", filter}}};
 
-  // They are comparable only if they write the same.
+  // They are comparable only if their output is the same.
   std::string expected;
   for (auto& row : rows) {
     row.job.commands = many;
@@ -214,7 +214,7 @@ void growth_table(int most, int rounds, const char* points) {
     }
     const double each = (spread(cpu).median - start) / count * 1e6;
     std::array<char, 200> line{};
-    // In a short file the commands cost less than the starts differ.
+    // In a short file, the commands cost less than the variation of the starts.
     std::snprintf(line.data(), line.size(), count < 100 ? "-" : "%.1f", each);
     std::printf("| %d | %.1f | %s | %.0f |\n", count, spread(cpu).median * 1e3, line.data(),
                 spread(peak).median);
@@ -281,9 +281,8 @@ void calls_table() {
   row("sum", [&](auto& of) { return sum(of, [](const auto&) { return true; }); });
 }
 
-/// Puts this program and what it starts on one CPU, and makes it wait there until the others sleep. With a
-/// CPU of its own the log's reader would be woken for each line, or not, as it happens: that would be
-/// measured.
+/// Binds this program and its children to one CPU and runs it only while the others sleep. With two CPUs, the
+/// result would depend on whether each line wakes the log's reader.
 void share_one_cpu() {
   cpu_set_t here;
   CPU_ZERO(&here);

@@ -16,7 +16,7 @@
 #include "tests/support/private_scheduler.h"
 #include "tests/unit/known_codes.h"
 
-/// Condition is what a printer of the fleet is set to, and so what its queue must show.
+/// Condition is the setting of a printer, which its queue must show.
 struct Condition {
   std::string reason;  ///< empty if the printer is well
   std::string level;
@@ -42,7 +42,7 @@ class Fleet {
   [[nodiscard]] const NetworkPrinter& printer(std::size_t i) const { return *printers_[i]; }
   static std::string queue(std::size_t i) { return std::string("q").append(std::to_string(i)); }
 
-  /// Gives every printer another condition.
+  /// Changes the condition of each printer.
   void change_conditions() {
     for (std::size_t i = 0; i < size(); ++i) {
       const auto total = 1 + random_() % 65534;
@@ -57,8 +57,8 @@ class Fleet {
     }
   }
 
-  /// Sends every queue a command job at once and waits for all of them.
-  /// @return how many completed.
+  /// Sends a command job to all queues at the same time and waits for all jobs.
+  /// @return the number of completed jobs.
   std::size_t report_all() {
     std::vector<int> jobs;
     for (std::size_t i = 0; i < size(); ++i) {
@@ -71,7 +71,7 @@ class Fleet {
     return completed;
   }
 
-  /// What a queue shows: its own printer's condition, that of another one, or neither.
+  /// Result says whether a queue shows its own printer's condition, that of another printer, or neither.
   struct Tally {
     std::size_t right = 0;
     std::size_t crossed = 0;
@@ -97,7 +97,7 @@ class Fleet {
 
  private:
   static bool shows(const QueueView& view, const Condition& condition) {
-    // The backend tells of its connection while another job, a monitor's for example, is on its way.
+    // The backend reports its connection while another job is running, for example one of a monitor.
     std::set<std::string> errors;
     std::ranges::copy_if(view.reasons, std::inserter(errors, errors.end()),
                          [](const auto& reason) { return reason.starts_with("com.brenvellis-"); });
@@ -115,7 +115,7 @@ class Fleet {
   std::vector<std::pair<unsigned, std::string>> codes_;
 };
 
-/// ProcessSize is what the system says of a running program; all 0 if it has ended.
+/// ProcessSize has the resources of a running program; all 0 if it has exited.
 struct ProcessSize {
   long resident_kib = 0;
   long peak_kib = 0;

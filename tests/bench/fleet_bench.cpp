@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What watching a fleet costs its print server in an hour: fleet_bench BEFORE quick|full. BEFORE is the
-// monitor that asked every queue at every turn.
+// Measures the load of a monitor on a fleet's print server in an hour: fleet_bench BEFORE quick|full. BEFORE
+// is an older monitor that queried each queue in each round.
 
 #include <csignal>
 #include <cstdio>
@@ -23,7 +23,7 @@
 
 namespace {
 
-/// How large the fleet is, and how much faster than in life its time passes.
+/// The size of the fleet, and the acceleration of its time.
 struct Scale {
   int queues;
   int factor;
@@ -43,12 +43,12 @@ constexpr int PRINT_EVERY = 5;
 enum class Kind : std::uint8_t { Idle, Printing, Dead };
 enum class Way : std::uint8_t { None, Before, Now };
 
-/// What has been used so far.
+/// The resources used so far.
 struct Used {
   double scheduler = 0;  ///< CPU, in seconds
-  double children = 0;   ///< of its filters and backends that have ended, likewise
-  double monitor = 0;    ///< likewise, with its own processes
-  double kib = 0;        ///< that the scheduler had written to the disk
+  double children = 0;   ///< CPU of its filters and backends that have exited, in seconds
+  double monitor = 0;    ///< CPU of the monitor and its processes, in seconds
+  double kib = 0;        ///< KiB that the scheduler wrote to the disk
   long jobs = 0;
 };
 
@@ -57,7 +57,7 @@ struct ProcessTime {
   double children = 0;
 };
 
-/// The CPU time of a process and of its children that have ended, in seconds.
+/// Returns the CPU time of a process and of its children that have exited, in seconds.
 ProcessTime time_of(pid_t pid) {
   const std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
   std::istringstream fields(stat.substr(stat.rfind(')') + 2));
@@ -114,7 +114,7 @@ class WatchedFleet {
     }
   }
 
-  /// Lets the time pass, with the prints that come in it.
+  /// Lets the time pass and sends the prints that are due.
   void pass(int life_minutes) {
     const double start = now();
     const double pause = scale_.seconds(PRINT_EVERY) / scale_.queues;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Many queues at once: load [QUEUES [ROUNDS]]. Every round gives each printer another condition, sends every
-// queue a ReportLevels job at the same time and compares what a client then sees. Exit status 1 if a report
-// was lost or crossed.
+// Tests many queues at the same time: load [QUEUES [ROUNDS]]. Each round changes each printer's condition,
+// sends a ReportLevels job to all queues at the same time and compares what a client sees. Exits with 1 if a
+// report was lost or crossed.
 
 #include <algorithm>
 #include <chrono>

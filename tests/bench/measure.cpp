@@ -41,7 +41,7 @@ std::vector<char*> pointers(const std::vector<std::string>& words) {
   return result;
 }
 
-/// A descriptor out of the way of those that the program gets.
+/// Moves a descriptor above those that the program gets.
 int moved(int descriptor) {
   const int high = fcntl(descriptor, F_DUPFD_CLOEXEC, 20);
   check(high >= 0, "fcntl");
@@ -96,7 +96,7 @@ Cost cost_of(pid_t child, double start, const std::string& name, int* exit_statu
   } else if (status != 0) {
     give_up(name + " ended with wait status " + std::to_string(status));
   }
-  // A program starts with the memory of who started it in its books.
+  // A program's peak memory initially includes that of its parent.
   rusage own{};
   getrusage(RUSAGE_SELF, &own);
   const auto seconds = [](const timeval& time) {
@@ -106,7 +106,7 @@ Cost cost_of(pid_t child, double start, const std::string& name, int* exit_statu
           use.ru_maxrss > own.ru_maxrss ? use.ru_maxrss : 0, use.ru_minflt};
 }
 
-/// Takes what is there; false at the end of the stream.
+/// Reads available data; returns false at the end of the stream.
 bool take(int descriptor, std::string* into) {
   std::array<char, 65536> bytes;
   const ssize_t count = read(descriptor, bytes.data(), bytes.size());

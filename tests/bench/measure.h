@@ -5,18 +5,18 @@
 #include <string>
 #include <vector>
 
-/// A filter program to run on a command file, this process being its backend: both channels non-blocking, the
-/// printer's answer there before it is asked for.
+/// A filter program and its command file. This process is the backend: both channels are non-blocking, and
+/// the printer's reply is available before the request.
 struct Job {
-  std::vector<std::string> program;           ///< its path; a program to run it under may stand before it
-  std::string commands;                       ///< path of the command file
-  std::vector<std::string> environment = {};  ///< NAME=VALUE, added to ours
-  bool bidirectional = true;                  ///< what the backend says it is
+  std::vector<std::string> program;  ///< its path and arguments, after a program to run it with, if any
+  std::string commands;              ///< path of the command file
+  std::vector<std::string> environment = {};  ///< NAME=VALUE, added to the environment of this process
+  bool bidirectional = true;                  ///< the backend's answer to the probe
 };
 
-/// What a run cost.
+/// The resources used by a run.
 struct Cost {
-  double cpu = 0;   ///< of the process and what it waited for, user and system, in seconds
+  double cpu = 0;   ///< user and system time of the process and its children, in seconds
   double wall = 0;  ///< from start to end, in seconds
   long peak = 0;    ///< memory in KiB
   long faults = 0;  ///< pages mapped without reading a disk
@@ -24,14 +24,14 @@ struct Cost {
 
 /// Runs the job to its end.
 ///
-/// @param log  gets the job's standard error, if not null.
-/// Ends this process with a message if the program does not end with 0.
+/// @param log  receives the job's standard error, if not null.
+/// Exits with a message if the program does not exit with 0.
 Cost run_job(const Job& job, std::string* log = nullptr);
 
-/// Runs any program to its end, its standard output and error going to /dev/null; the same otherwise.
+/// Runs any program in the same way, with its standard output and error redirected to /dev/null.
 Cost run_plain(const std::vector<std::string>& program, const std::vector<std::string>& environment = {});
 
-/// The same with its standard output as text, whatever its exit status is.
+/// Runs any program and returns its standard output, regardless of its exit status.
 Cost run_for_output(const std::vector<std::string>& program, std::string& output, int& exit_status);
 
 /// Seconds of an unspecified but steady clock.
@@ -45,7 +45,7 @@ struct Spread {
 };
 Spread spread(std::vector<double> values);
 
-/// Ends this process with a message.
+/// Exits with a message.
 [[noreturn]] void give_up(const std::string& message);
 
 /// Writes text to a new file.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the monitor costs prints and their history, with the distribution's own scheduler configuration:
-// monitor_way [quick|full]. Prints a table.
+// Measures how much the monitor delays prints and changes the job history, with the distribution's scheduler
+// configuration: monitor_way [quick|full]. Prints a table.
 
 #include <algorithm>
 #include <chrono>
@@ -83,7 +83,7 @@ void wait_until(const std::function<bool()>& condition) {
   }
 }
 
-/// How many jobs the history has before and after so many refreshes.
+/// Counts the jobs in the history before and after a number of refreshes.
 void measure_history(int refreshes) {
   constexpr int queues = 20;
   PrivateScheduler scheduler(usual());
@@ -107,7 +107,7 @@ void measure_history(int refreshes) {
   printf("| jobs in the history before and after %d refreshes | %zu, %zu |\n", refreshes, before, after);
 }
 
-/// The longest time that a print to a healthy queue takes while all the others are refused.
+/// Measures the longest time of a print to a healthy queue while all other queues refuse connections.
 void measure_dead_queues(int dead) {
   PrivateScheduler scheduler(usual());
   const NetworkPrinter printer;
@@ -133,7 +133,7 @@ void measure_dead_queues(int dead) {
   printf("| %d refused queues: longest print to a healthy one | %.2f s |\n", dead, longest);
 }
 
-/// How long a print waits that comes while a command job is on its way.
+/// Measures the delay of a print that arrives during a command job.
 double print_delay(const PrivateScheduler& scheduler) {
   auto monitor = start_monitor(scheduler, {"--watch", "60", "--timeout", "60"});
   const auto active = [&] { return jobs_of(scheduler, CUPS_WHICHJOBS_ACTIVE); };
@@ -180,7 +180,7 @@ void measure_delays(int rounds) {
 #endif
 }
 
-/// How long the others of forty queues take to be refreshed while one is unplugged.
+/// Measures the refresh of forty queues while one printer is unplugged.
 void measure_one_dead() {
   constexpr int queues = 39;
   PrivateScheduler scheduler(usual());

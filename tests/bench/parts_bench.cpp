@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Micro-benchmarks of the parts, to see where a change of the whole comes from.
+// Micro-benchmarks of the parts, to find the cause of a change in the whole.
 
 #include <benchmark/benchmark.h>
 
@@ -106,7 +106,7 @@ BENCHMARK(dump_page_header);
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  // As in the filter, but nobody reads.
+  // As in the filter, but written to /dev/null.
   static std::array<char, 4096> buffer;
   if (std::freopen("/dev/null", "w", stderr) == nullptr) {
     return 1;

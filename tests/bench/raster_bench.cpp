@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How fast brenvellis-rasterdump reads a large stream, beside the least that reads it.
+// Measures how fast brenvellis-rasterdump reads a large stream, compared with a loop that only reads it.
 
 #include <cups/raster.h>
 #include <fcntl.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-/// A page of 10x15 cm at 300 dots an inch.
+/// A page of 10x15 cm at 300 dots per inch.
 cups_page_header2_t photo_header() {
   cups_page_header2_t header{};
   header.HWResolution[0] = header.HWResolution[1] = 300;
@@ -114,7 +114,7 @@ void table(const char* self, int pages, int rounds) {
       "|---|--:|--:|--:|--:|\n");
   for (const Row& row : rows) {
     const Spread ratio = spread(row.ratio);
-    // Less memory than this process has itself is not told.
+    // The system does not report a peak below the memory of this process.
     const std::string peak = row.last.peak > 0 ? std::to_string(row.last.peak) : "less";
     std::printf("| %s | %.0f | %.0f | %.3f (%.3f to %.3f) | %s |\n", row.name, spread(row.wall).median,
                 spread(row.cpu).median, ratio.median, ratio.low, ratio.high, peak.c_str());

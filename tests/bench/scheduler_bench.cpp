@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a command job costs through a real scheduler, for many queues, and what asking them all by the monitor
-// does.
+// Measures command jobs and the monitor with a private scheduler and many queues.
 
 #include <cstdio>
 #include <cstdlib>
@@ -41,7 +40,8 @@ double cpu_of(const PrivateScheduler& scheduler) {
   return nanoseconds * 1e-9;
 }
 
-/// Waits until the scheduler has logged the end of so many more jobs; asking it would be work for it.
+/// Waits until the scheduler has logged the end of `count` more jobs. Querying the scheduler would add to its
+/// load.
 class EndOfJobs {
  public:
   explicit EndOfJobs(const PrivateScheduler& scheduler) : log_(scheduler.path() / "error_log") {
@@ -152,8 +152,8 @@ void monitor_table(const std::vector<int>& counts, const std::vector<int>& delay
         if (text.find("\"refreshed\"") == std::string::npos) {
           give_up("the monitor refreshed no queue");
         }
-        // On a busy machine a printer's answer may come after the second that the filter waits for it; that
-        // is told in the table.
+        // On a busy machine, a printer's reply may arrive after the filter's timeout; the table counts such
+        // rounds.
         not_read += exit_status == 0 ? 0 : 1;
         wall.push_back(last.wall);
         cpu.push_back(last.cpu * 1e3);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Many jobs one after another, while a monitor watches: soak [JOBS [QUEUES]]. Shows what the scheduler, a
-// filter and the monitor hold from the start to the end. Exit status 1 if a report was wrong, or a process or
-// a descriptor is left over.
+// Sends many jobs one after another while a monitor runs: soak [JOBS [QUEUES]]. Prints the resources of the
+// scheduler, a filter and the monitor from start to end. Exits with 1 if a report was wrong or a process or
+// descriptor is left over.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,7 +21,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// The scheduler's size once its children and connections of the last round are gone.
+/// Returns the scheduler's size after its children and connections of the last round are gone.
 ProcessSize settled_size(pid_t scheduler, std::size_t descriptors) {
   ProcessSize size = size_of(scheduler);
   for (int i = 0; i < 100 && (size.children > 0 || size.descriptors > descriptors); ++i) {
@@ -31,8 +31,8 @@ ProcessSize settled_size(pid_t scheduler, std::size_t descriptors) {
   return size;
 }
 
-/// The most memory that the filter of one job took. Its printer is slow, so that it can be looked at, and
-/// asked twice, so that there is time to look after the first report.
+/// Measures a filter's peak memory. The printer is slow, so that the filter runs long enough, and is queried
+/// twice, so that the measurement includes a report.
 long peak_of_filter(const Fleet& fleet) {
   fleet.printer(0).tell("fault slow 300");
   const int job = fleet.scheduler.send_commands(Fleet::queue(0), "ReportLevels\nReportLevels\n");
@@ -47,7 +47,7 @@ long peak_of_filter(const Fleet& fleet) {
   return peak;
 }
 
-/// A monitor that asks all printers of the scheduler every second, from now to its end.
+/// A monitor that refreshes all queues every second.
 class Watch {
  public:
   explicit Watch(const PrivateScheduler& scheduler) {
@@ -71,7 +71,7 @@ class Watch {
     return std::count(std::istreambuf_iterator<char>(views), {}, '\n');
   }
 
-  /// @return whether it had run until now.
+  /// @return whether it was still running.
   bool end() {
     const bool ran = !monitor_->wait(milliseconds(0));
     monitor_->signal(SIGTERM);
@@ -106,7 +106,7 @@ int main(int argc, char** argv) {
   const auto queues = static_cast<std::size_t>(argc > 2 ? std::atoi(argv[2]) : 10);
   Fleet fleet(queues);
   const pid_t scheduler = fleet.scheduler.pid();
-  // The first reports make the scheduler load what it keeps.
+  // The first reports make the scheduler allocate memory that it keeps.
   fleet.change_conditions();
   fleet.report_all();
   const long first_filter = peak_of_filter(fleet);

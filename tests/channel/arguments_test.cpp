@@ -97,12 +97,12 @@ TEST(Arguments, AnUnreadableFileIsNamedByTheSystemsError) {
   const std::string path = folder.path() / "commands";
   std::ofstream(path) << "ReportStatus\n";
   chmod(path.c_str(), 0);
-  // Root may read every file, so the filter runs as somebody else.
+  // Root can read any file, so run the filter as another user.
   const std::vector<std::string> filter = {FILTER_PROGRAM, "1", "user", "title", "1", "", path};
   std::vector<std::string> command = filter;
   if (geteuid() == 0) {
     command = {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-    // The build folder may be closed to others; a copy is not.
+    // Other users may be unable to enter the build folder, so run a copy.
     const std::string copy = folder.path() / "filter";
     std::filesystem::copy_file(FILTER_PROGRAM, copy);
     command.push_back(copy);

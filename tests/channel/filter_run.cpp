@@ -36,8 +36,8 @@ std::array<int, 2> make_sockets(int type) {
   return ends;
 }
 
-/// The words of FILTER_WRAPPER, a program to run the filter under (valgrind), by its path or found in
-/// /usr/bin.
+/// Returns the words of FILTER_WRAPPER, a command to run the filter with, such as valgrind. The program is
+/// given by its path or is in /usr/bin.
 std::vector<std::string> wrapper() {
   std::vector<std::string> words;
   if (const char* value = std::getenv("FILTER_WRAPPER")) {
@@ -58,7 +58,7 @@ class Backend {
   Backend(FilterRun& run, const std::vector<std::string>& arguments) : run_(run) {
     const auto input = make_pipe();
     const auto output = make_pipe();
-    // A packet socket shows each write of the log by itself.
+    // A packet socket preserves the boundaries of writes.
     const auto log = make_sockets(SOCK_SEQPACKET);
     const auto back = make_pipe();
     const auto side = make_sockets(SOCK_STREAM);
@@ -108,7 +108,7 @@ class Backend {
   void serve() {
     while (log_ >= 0) {
       std::array<pollfd, 2> events = {{{log_, POLLIN, 0}, {side_, POLLIN, 0}}};
-      // While pieces wait for the filter to read, look every millisecond whether it has.
+      // While the filter has not read all pieces, check every millisecond.
       ASSERT_GE(poll(events.data(), events.size(), pieces_.empty() && !hang_up_ ? -1 : 1), 0);
       if (events[1].revents != 0) {
         serve_side_channel();

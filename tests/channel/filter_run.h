@@ -16,32 +16,33 @@ struct SideAnswer {
   std::string data = {};
 };
 
-/// What the backend and the printer behind it do with one request of the filter.
+/// PrinterReply is how the backend and the printer handle one request of the filter.
 struct PrinterReply {
-  std::optional<SideAnswer> drain = SideAnswer{};  ///< nothing: the drain is never answered
-  std::vector<std::string> pieces = {};            ///< each is sent when the filter has read the one before
-  bool hang_up = false;                            ///< closes the back channel after the pieces
+  std::optional<SideAnswer> drain = SideAnswer{};  ///< none: the drain is not answered
+  std::vector<std::string> pieces = {};  ///< each is sent after the filter has read the previous one
+  bool hang_up = false;                  ///< closes the back channel after the pieces
 };
 
 enum class Output { Pipe, Full, Closed };
 
 /// FilterRun is one run of the built filter with this program as its backend: it holds the other ends of the
-/// filter's standard streams, of the back channel (descriptor 3) and of the side channel (descriptor 4), both
-/// non-blocking as the scheduler hands them over.
+/// filter's standard streams, of the back channel (descriptor 3) and of the side channel (descriptor 4). The
+/// channels are non-blocking, as in the scheduler.
 struct FilterRun {
-  std::optional<SideAnswer> probe = SideAnswer{CUPS_SC_STATUS_OK, "\x01"};  ///< nothing: never answered
-  std::deque<PrinterReply> replies;  ///< one a request; none left: the request is drained, the printer silent
-  std::string input;                 ///< the filter's standard input
-  bool input_closed = false;         ///< the filter starts without a standard input
+  std::optional<SideAnswer> probe = SideAnswer{CUPS_SC_STATUS_OK, "\x01"};  ///< none: not answered
+  std::deque<PrinterReply>
+      replies;        ///< one per request; if none is left, the drain succeeds and the printer is silent
+  std::string input;  ///< the filter's standard input
+  bool input_closed = false;  ///< the filter starts without a standard input
   std::string program = FILTER_PROGRAM;
   Output output = Output::Pipe;
 
-  // What came of it:
+  // Results:
   int exit_status = -1;
   std::string log;                  ///< standard error
-  std::vector<std::string> writes;  ///< standard error, each write by itself
+  std::vector<std::string> writes;  ///< standard error, one element per write
   std::string requests;             ///< standard output
-  int side_requests = 0;            ///< of the side channel, the probe included
+  int side_requests = 0;            ///< on the side channel, including the probe
 
   /// Runs the filter with these arguments after the program's name.
   void run(const std::vector<std::string>& arguments);

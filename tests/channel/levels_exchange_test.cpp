@@ -12,8 +12,7 @@ const std::string REPLY = levels_reply(200, 400, 2);
 const std::string MARKER = marker_lines("ink ribbon 200 / 400 ink_sheet_type=0x02", 50,
                                         "Ink Ribbon = 200 / 400", "InkSheetType: 10x15(4x6\xe2\x80\xb3)");
 
-/// The log of one ReportLevels with this behind the levels request and a good state behind the status
-/// request.
+/// Returns the log of one ReportLevels with this reply to the levels request and a good status reply.
 std::string levels_log(const PrinterReply& reply) {
   FilterRun filter;
   filter.replies.push_back(reply);

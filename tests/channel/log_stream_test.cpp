@@ -17,7 +17,7 @@
 
 namespace {
 
-/// A terminal whose reader reads a little at a time and sometimes stops the output with Control-S.
+/// SlowTerminal is a terminal whose reader reads slowly and sometimes stops the output with Control-S.
 class SlowTerminal {
  public:
   SlowTerminal() : reader_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {

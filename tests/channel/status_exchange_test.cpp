@@ -5,7 +5,7 @@
 
 namespace {
 
-/// The log of one ReportStatus with this behind its request.
+/// Returns the log of one ReportStatus with this reply.
 std::string status_log(const PrinterReply& reply) {
   FilterRun filter;
   filter.replies.push_back(reply);

@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-/// ArbitraryChannels stand in for libcups' two channel functions: the fuzzer's input decides every status,
-/// length and byte, within what the real functions can give.
+/// ArbitraryChannels replaces libcups' two channel functions. The fuzzer's input determines all statuses,
+/// lengths and bytes within the range of the real functions.
 struct ArbitraryChannels {
   FuzzedDataProvider* input = nullptr;
   bool probing = false;  ///< the next side channel request is the probe
-  /// What was answered to each drain, and the reads that followed it.
+  /// The answer to each drain, and the reads that followed it.
   struct Exchange {
     cups_sc_status_t drain;
     std::vector<std::string> reads;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The whole filter but for the process around it: an arbitrary command file through the reader of libcups, an
-// arbitrary backend and printer. Every command is answered, every report restates all that there is to
-// state, and no input makes a log line of its own.
+// Runs the whole filter in this process with an arbitrary command file, backend and printer. Each command is
+// answered, each report is complete, and no input can create a log line.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -21,7 +20,7 @@ int filter_main(int argc, char* argv[]);
 
 namespace {
 
-/// What is counted in the log and in the requests.
+/// Counts of lines in the log and of requests.
 struct Account {
   int levels_commands = 0;
   int status_commands = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The exchange with the printer and both queries on it, with an output that takes any number of bytes, any
-// statuses and a reply in any pieces: the log and the result are those of a model.
+// Compares the exchange and both queries with a model, for an output that accepts any number of bytes, any
+// statuses, and a reply in any pieces.
 
 #include <algorithm>
 #include <optional>
@@ -15,7 +15,7 @@
 
 namespace {
 
-/// An output that takes so many bytes and no more.
+/// An output that accepts a limited number of bytes.
 struct Device {
   std::size_t room;
   std::string taken;
@@ -36,7 +36,7 @@ std::string drain_line_of(int status) {
   return drain_line(known ? "CUPS_SC_STATUS_" + names[static_cast<std::size_t>(status)] : "UNKNOWN", status);
 }
 
-/// What the log must be; the reply, or nothing if the query must fail.
+/// The expected log, and the reply, or nothing if the query must fail.
 std::optional<std::string> model(const std::string& request, std::size_t minimum, const std::string& label,
                                  std::size_t room, bool buffered, std::string& log) {
   log = trace_lines("[CMD]", request);

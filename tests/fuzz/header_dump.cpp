@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any page header: 43 lines, and every enumeration named.
+// Dumps any page header: 43 lines, and a name for each enumeration.
 
 #include <algorithm>
 #include <cstring>
@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string log = captured_log([&] { dump(&header); });
   require(std::memcmp(&header, &before, sizeof header) == 0, "the header is only read");
 
-  // A line end in one of the four strings is one line more.
+  // Each line end in one of the four strings adds a line.
   long line_ends = 43;
   for (const char* text : {header.MediaClass, header.MediaColor, header.MediaType, header.OutputType}) {
     line_ends += std::count(text, text + strnlen(text, 64), '\n');

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any levels reply and any record, decoded and reported as a model has it.
+// Compares the decoding and reporting of any levels reply and record with a model.
 
 #include <cstdint>
 #include <cstring>
@@ -40,7 +40,7 @@ std::string expected_report(const PrinterLevels& levels) {
   if (levels.remaining == 65535 || levels.total == 65535 || levels.total == 0) {
     return marker_lines(text, -1, " ", name);
   }
-  // The largest whole percentage that does not say more than there is.
+  // The percentage rounded down.
   const long long left = levels.remaining * 100LL;
   long long level = left / levels.total + 1;
   while (level * levels.total > left) {
@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < 26) {
     return 0;
   }
-  // A reply of exactly 26 bytes: a read beyond it is seen.
+  // Exactly 26 bytes, so that the sanitizer detects a read beyond the reply.
   const auto reply = std::make_unique<char[]>(26);
   std::memcpy(reply.get(), data, 26);
   PrinterLevels levels = PrinterLevels::Parse(reply.get());

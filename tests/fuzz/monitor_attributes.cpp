@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any attributes of a scheduler's answer, of any type: they are read, and every view of them is well-formed
-// whatever the texts hold, and they are within the limits of what is sent between the processes.
+// Reads a scheduler's answer with any attributes of any types. All views of it are well-formed, and it is
+// within the limits for messages between the processes.
 
 #include <cups/cups.h>
 #include <fuzzer/FuzzedDataProvider.h>
@@ -20,7 +20,7 @@
 
 namespace {
 
-/// Adds one attribute with a name that the monitor looks at and a type and values of the input's choice.
+/// Adds an attribute with a name that the monitor reads; the input chooses its type and values.
 void add_attribute(ipp_t* answer, FuzzedDataProvider& input) {
   const auto& names = reading_attributes();
   const char* name = names.at(input.ConsumeIntegralInRange<std::size_t>(0, names.size() - 1));

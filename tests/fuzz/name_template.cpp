@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any template, room and band: the name and the result are those of a model that writes each expansion to its
-// end, or to the end of its room, in a memory that has no end.
+// Compares the expansion of any template, buffer size and band with a model that writes without limits.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -17,7 +16,7 @@ namespace {
 
 using Wide = __int128;
 
-/// A 64-bit number as arithmetic that wraps round has it.
+/// Converts a number to 64 bits with wrap-around.
 std::int64_t wrapped(Wide number) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(static_cast<unsigned __int128>(number)));
 }
@@ -72,7 +71,7 @@ Model model(std::size_t size, const std::string& templ, const tagLNBandImagePara
       default:
         continue;
     }
-    // The room that is left; behind the end of it there is no limit.
+    // The remaining size; past the end there is no limit.
     const std::size_t room = position <= end ? end - position : result.memory.size();
     for (std::size_t k = 0; k < text.size() && k + 1 < room; ++k) {
       result.memory[position + k] = text[k];
@@ -102,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto room = input.ConsumeIntegralInRange<std::size_t>(1, 80);
   std::string templ = input.ConsumeRemainingBytesAsString();
   templ.resize(std::strlen(templ.c_str()));
-  // A band of no width ends the process at "%B", which is a test of its own.
+  // "%B" of a band of width 0 terminates the process; a unit test covers it.
   if (with_band && band.right == band.left) {
     return 0;
   }
@@ -113,7 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string after = "?";
   long expanded = count;
   Model expected;
-  // Once more if the clock went on in between.
+  // Try again if the clock has advanced.
   while (before != after) {
     std::vector<char> stamp(64);
     format_string_util(stamp.data(), stamp.size(), "%T", nullptr);

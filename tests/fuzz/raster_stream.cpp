@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any raster stream: it is read to its end or to an error that is told, and its pages become text, JSON and
-// pictures, whatever its headers promise.
+// Reads any raster stream to its end or to an error, and converts its pages to text, JSON and pictures.
 
 #include "raster/raster_stream.h"
 
@@ -19,8 +18,7 @@
 
 namespace {
 
-/// How many bytes of a page are read at most: a page may be long, and a compressed line that stands for many
-/// costs no input.
+/// The most bytes that are read of a page, because compressed pages can be huge.
 constexpr std::size_t MOST = 1 << 22;
 
 /// Reads a page as brenvellis-rasterdump does, up to MOST bytes.
@@ -46,8 +44,8 @@ bool read_page(RasterStream& stream) {
   return true;
 }
 
-/// Makes lines of pictures of a page. Exactly as much memory is there as the header promises, so that the
-/// sanitizer sees a step out of it. In planar order the lines of the page stand for those of the planes.
+/// Converts lines of a page. The memory has exactly the size that the header announces, so that the sanitizer
+/// detects overruns. In planar order, lines of the page are used as those of the planes.
 bool make_pictures(RasterStream& stream) {
   const cups_page_header2_t& header = stream.header();
   const std::uint64_t planes = stream.planes();

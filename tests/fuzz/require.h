@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-/// Ends the fuzzer, which keeps the input as a finding, unless `holds`.
+/// Aborts the fuzzer unless `holds`, so that it keeps the input as a finding.
 inline void require(bool holds, const char* what) {
   if (!holds) {
     fprintf(stderr, "not true: %s\n", what);
@@ -13,7 +13,7 @@ inline void require(bool holds, const char* what) {
   }
 }
 
-/// The same for two texts, which are shown if they differ.
+/// Aborts the fuzzer and prints both texts if they differ.
 inline void require_equal(const std::string& actual, const std::string& expected, const char* what) {
   if (actual != expected) {
     fprintf(stderr, "%s is\n[%s]\nand should be\n[%s]\n", what, actual.c_str(), expected.c_str());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any bytes of the process that asks a print server: they are rejected, or they are exactly a message.
+// Parses any bytes from the process that queries a print server: they are rejected, or are exactly a message.
 
 #include "monitor/server_messages.h"
 

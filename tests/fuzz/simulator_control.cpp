@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any bytes on the control socket in any chunks: one reply a line, a refused line changes nothing, and the
-// settings that come of it can be written down and read again.
+// Sends any bytes in any chunks to the control socket: each line gets one reply, an invalid line changes
+// nothing, and the settings survive being printed and parsed.
 
 #include <fuzzer/FuzzedDataProvider.h>
 

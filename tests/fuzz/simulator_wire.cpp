@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any bytes from the network in any chunks: the parser finds the same packets however they are cut, loses no
-// byte, and every packet gets an answer within bounds.
+// Parses any bytes in any chunks: the packets do not depend on the chunks, no byte is lost, and replies are
+// within bounds.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -12,7 +12,7 @@
 
 namespace {
 
-/// The packets of a whole stream, looked for at every byte.
+/// Finds the packets of a whole stream by searching at each byte.
 std::vector<Bytes> model(const Bytes& stream) {
   static const Bytes lead_in = {0x1b, 'G', 'D', '0', 0, 0};
   std::vector<Bytes> packets;

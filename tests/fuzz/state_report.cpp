@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any state against any reason table: the lines are those of a model that tries every code of every row.
+// Compares the report of any state and table with a model that tries each code of each row.
 
 #include "filter/state_report.h"
 

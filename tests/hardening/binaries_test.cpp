@@ -57,7 +57,7 @@ TEST_P(Binary, ProtectsItsStack) {
 }
 
 #ifndef __clang__
-// Built by clang 14 the programs import none of glibc's checking functions, whatever _FORTIFY_SOURCE says.
+// Programs built by clang 14 import none of glibc's checking functions, regardless of _FORTIFY_SOURCE.
 TEST_P(Binary, ChecksTheSizesOfItsBuffers) {
   EXPECT_TRUE(matches(imports(), "__(snprintf|vsnprintf|memcpy|read|fprintf)_chk")) << imports();
 }

@@ -8,14 +8,14 @@
 
 namespace {
 
-/// What the filter asks of the system while the scheduler runs it for a job of both commands.
+/// Traces the filter's system calls while the scheduler runs it for a job with both commands.
 class SystemCalls : public OnePrinter {
  protected:
   SystemCalls() {
     namespace fs = std::filesystem;
     const fs::path filter = scheduler.path() / "bin/filter/commandtobrenvellis";
     const fs::path traced = scheduler.path() / "bin/filter/traced";
-    // The scheduler's user writes the trace.
+    // The trace must be writable by the scheduler's user.
     const fs::path folder = scheduler.path() / "trace";
     fs::create_directory(folder);
     fs::permissions(folder, fs::perms::all);

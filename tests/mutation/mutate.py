@@ -22,7 +22,7 @@ RESULTS = os.path.join(FOLDER, "results.tsv")
 # The files that are changed, by the beginning of their paths.
 CHANGED = ("filter/", "raster/band_image_capture.", "raster/page_header_dump.", "raster/raster_names.")
 UNIT_TESTS = ("unit_filter", "unit_exchange", "unit_state_cleanup", "unit_raster")
-# What waits for the filter's own half minute is left out.
+# Tests that wait for the 30 seconds of the probe are excluded.
 CHANNEL_FILTER = "-*NeverAnswered*"
 SHARDS = 12
 TIME_LIMIT = 120

@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
-# Sourced by scripts that live with the installed packages: a queue to a simulated printer, as an administrator adds
-# it. They source tests/support/private_scheduler.sh and say where that is: inside and become_inside as in
-# tests/support/debian_root.sh, and the folders $root and $own.
+# Sourced by scripts that test the installed packages: adds a queue to a simulated printer as an administrator does. The
+# scripts source tests/support/private_scheduler.sh, define inside and become_inside as in tests/support/debian_root.sh,
+# and set the folders $root and $own.
 # shellcheck shell=bash disable=SC2154
 
-# add_queue: "booth", on a printer with a half-used ribbon and an error, with the PPD that the scheduler offers.
+# add_queue: adds "booth" for a printer with a half-used ribbon and an error, with the PPD that the scheduler lists.
 add_queue() {
   local model said
   start_printer become_inside brenvellis-simulator --total 400 --remaining 200 --code 0x2660
@@ -17,7 +17,7 @@ add_queue() {
 # tell_printer COMMANDS
 tell_printer() { inside brenvellis-simulator --tell "$own/printer" "$1" >/dev/null; }
 
-# shows EXPECTED...: every text is in what the monitor shows of the queue.
+# shows EXPECTED...: checks that the monitor's output for the queue contains each text.
 shows() {
   local seen text status=0
   seen=$(inside brenvellis-monitor booth) || status=$?

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// brenvellis-check-ppd agrees with the scheduler: PPDs of the distribution, as they are and with lines that a
-// packager may add.
+// Compares brenvellis-check-ppd with the scheduler, for PPDs of the distribution with and without lines that
+// a packager may add.
 #include <cups/cups.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@ using std::chrono::steady_clock;
 
 namespace {
 
-// PPDs of the distribution, each with another kind of filter.
+// PPDs of the distribution with different types of filters.
 constexpr const char* RASTER = "laserjet.ppd";     // cupsFilter, raster
 constexpr const char* POSTSCRIPT = "generic.ppd";  // no filter line at all
 constexpr const char* PDF_AND_POSTSCRIPT = "pxlmono.ppd";
@@ -44,8 +44,8 @@ struct Case {
   const char* name;
   const char* ppd;
   std::string lines;   ///< added at the PPD's end
-  std::string filter;  ///< for command jobs; empty: there is none
-  bool right;          ///< what brenvellis-check-ppd finds
+  std::string filter;  ///< for command jobs; empty if there is none
+  bool right;          ///< the result of brenvellis-check-ppd
 };
 
 const std::vector<Case> CASES = {

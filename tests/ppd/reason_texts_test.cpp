@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a client shows people for the driver's state reasons: the PPD as the scheduler hands it out, opened
-// and asked by libcups in each language.
+// Checks the texts of the state reasons that clients show, with the PPD from the scheduler and libcups, in
+// each language.
 #include <cups/ppd.h>
 #include <gtest/gtest.h>
 
@@ -37,7 +37,7 @@ const Language LANGUAGES[] = {
      "プリンターエラー 0004、不明なエラーまたは応答なし"},
     {"zh_CN", "打印机错误 NNNN", "打印机错误 NNNN (代码 XXYY)", "打印机错误 0004、未知错误或无响应"},
     {"zh_TW", "印表機錯誤 NNNN", "印表機錯誤 NNNN (代碼 XXYY)", "印表機錯誤 0004、未知錯誤或無回應"},
-    // A language that the PPD does not have gets English.
+    // A missing language falls back to English.
     {"nl_NL", "Printer error NNNN", "Printer error NNNN (code XXYY)",
      "Printer error 0004, an unknown error or no answer"},
 };
@@ -54,7 +54,7 @@ std::string with_numbers(std::string text, const std::string& group, const std::
   return text;
 }
 
-/// Runs with libcups's language set, which is kept for each thread apart.
+/// Runs in a thread of its own, because libcups has one language per thread.
 void in_language(const char* locale, const std::function<void()>& run) {
   setenv("LC_ALL", (std::string(locale) + ".UTF-8").c_str(), 1);
   std::thread(run).join();

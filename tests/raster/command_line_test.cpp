@@ -89,7 +89,7 @@ TEST_F(Rasterdump, VersionIsThePackagesVersion) {
   EXPECT_EQ(result.output, "brenvellis-rasterdump " BRENVELLIS_VERSION "\n");
 }
 
-/// A page with a byte that commands a terminal in each of its strings, at both ends.
+/// Returns a page whose strings all begin and end with a terminal control byte.
 Page page_with_control_bytes() {
   Page page = make_page(10, 2);
   cups_page_header2_t& header = page.header;
@@ -146,7 +146,7 @@ TEST_F(Rasterdump, ALongStreamShowsItsProgressOnATerminal) {
   close(input[0]);
   close(program_end);
 
-  // Lines keep coming until the program has shown where it is.
+  // Lines are sent until the program has shown its progress.
   std::string shown;
   constexpr std::size_t HEADER = 4 + sizeof(cups_page_header_t);
   std::size_t sent = HEADER;

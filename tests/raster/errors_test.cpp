@@ -79,7 +79,7 @@ TEST_F(Rasterdump, TheFirstPageOfARangeThatIsNotThereIsNamed) {
          "standard input: page 9 does not exist (the last page is 2)");
 }
 
-/// Every kind of stream buffers differently in the imaging library.
+/// The imaging library buffers each format differently.
 class Broken : public Rasterdump, public testing::WithParamInterface<cups_mode_t> {
  protected:
   /// The stream of both pages up to `bytes` behind the first page.
@@ -90,7 +90,7 @@ class Broken : public Rasterdump, public testing::WithParamInterface<cups_mode_t
 };
 
 TEST_P(Broken, AtAPagesEndItIsWhole) {
-  // This kind says in front how many pages there are, but the imaging library leaves that to its caller.
+  // This format begins with the number of pages, but the imaging library leaves checking it to the caller.
   EXPECT_EQ(run({"--quiet"}, cut_behind_first_page(0)).exit_status, 0);
 }
 
@@ -202,7 +202,7 @@ TEST_F(Rasterdump, SpoiledStreamsNeverCrash) {
     for (int i = 0; i < 15; ++i) {
       std::string spoiled = whole;
       for (int change = 0; change < 4; ++change) {
-        // In the numbers of the header and in the pixels; its many strings are no danger.
+        // In the header's numbers and in the pixels, but not in its strings, which are harmless.
         const std::size_t in_header = 4 + random() % 420;
         const std::size_t in_pixels = whole.size() - 1 - random() % 200;
         spoiled[std::min(random() % 2 == 0 ? in_header : in_pixels, whole.size() - 1)] =
@@ -223,7 +223,7 @@ TEST_F(Rasterdump, AFolderForTheBandsThatDoesNotExistIsNamed) {
          "page 1: cannot save " + path("no/0000.raw") + ": No such file or directory");
 }
 
-/// LittleSpace stands in for a disk with little space left, and is a started program's by inheritance.
+/// LittleSpace limits the size of files, as a nearly full disk does. Started programs inherit the limit.
 class LittleSpace {
  public:
   LittleSpace() {
@@ -286,7 +286,7 @@ TEST_F(Rasterdump, ABandNeverReplacesTheFileBehindStandardInput) {
 TEST_F(Rasterdump, ABandGoesToNoPipe) {
   const std::string pipe = path("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  // With a reader, opening it would not wait.
+  // The reader keeps open() from blocking.
   const int reader = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
   expect(run({"--quiet", "--page", "1", "--bands", "20", "--capture", pipe}, uncompressed(PAGE)), OUTPUT,
          "page 1: cannot save " + pipe + ": it is not a regular file");
@@ -297,7 +297,7 @@ TEST_F(Rasterdump, ABandGoesToNoPipe) {
 }
 
 TEST_F(Rasterdump, TheBandsBeforeAnOutputErrorAreKept) {
-  // The second band's name is taken by a folder.
+  // A folder has the second band's name.
   ASSERT_EQ(mkdir(path("0001").c_str(), 0755), 0);
   const ProgramResult result = run({"--quiet", "--bands", "8", "--capture", path("%C")}, uncompressed(PAGE));
   expect(result, OUTPUT, "page 1: cannot save " + path("0001") + ": Is a directory");
@@ -331,7 +331,7 @@ INSTANTIATE_TEST_SUITE_P(Errors, LostOutput,
                          [](const auto& the_case) { return the_case.param.name; });
 
 TEST_F(Rasterdump, ClosedOutputsDoNotBecomeABand) {
-  // Enough bands for the buffer of the lines about them to run over.
+  // Enough bands to fill the buffer of the lines about them.
   const std::vector<Page> pages = {make_page(10, 300)};
   const std::string name = file(uncompressed(pages));
   // Like a shell's >&- and 2>&-.
@@ -353,7 +353,7 @@ TEST_F(Rasterdump, AFullStandardErrorThatNothingIsWrittenToIsNoError) {
 TEST_F(Rasterdump, ATemplateThatMakesTooLongANameIsNotCut) {
   std::string templ = path("");
   templ.resize(4092, 'x');
-  // Fits as it stands, and does not when expanded.
+  // The template fits, its expansion does not.
   expect(run({"--quiet", "--bands", "8", "--capture", templ + "%C"}, uncompressed(PAGE)), OUTPUT,
          "page 1: cannot save " + templ + "0000: File name too long");
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the program puts in the place of other files, and with which rights.
+// Which files the program replaces, and the mode of new files.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr int OUTPUT = 3;
 
-/// Both ways in which the program saves a page.
+/// The two ways to save a page.
 struct Way {
   const char* name;
   std::vector<std::string> arguments;  ///< the file's name follows
@@ -125,7 +125,7 @@ TEST_P(SavedFile, WaitsForNoReaderOfAPipe) {
 }
 
 TEST_P(SavedFile, DoesNotReplaceTheFileOfAnotherUser) {
-  // Whoever is not root cannot make one, but root has one.
+  // Only root can create a file of another user; for other users, use a file of root.
   std::string name = "/etc/passwd";
   if (geteuid() == 0) {
     name = file("theirs", "page");

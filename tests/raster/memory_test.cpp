@@ -16,7 +16,7 @@
 
 namespace {
 
-/// Eight times what the program may take.
+/// Eight times the program's memory limit.
 constexpr std::uint64_t SIZE = 256ULL << 20U;
 constexpr long MOST_KIB = 32L * 1024;
 
@@ -37,8 +37,8 @@ void PrintTo(const MemoryCase& memory_case, std::ostream* out) {
 class Memory : public Rasterdump, public testing::WithParamInterface<MemoryCase> {};
 
 TEST_P(Memory, StaysSmall) {
-  // The page comes from here through a pipe and is never whole anywhere: a program's peak counts from the
-  // fork, and so includes what this one takes.
+  // The page is generated into a pipe and never in memory as a whole: a program's peak counts from the fork
+  // and includes the memory of this program.
   Page page = make_page(GetParam().width, 0, 8, 3, GetParam().order, CUPS_CSPACE_SRGB);
   const std::uint64_t planes = GetParam().order == CUPS_ORDER_PLANAR ? 3 : 1;
   page.header.cupsHeight = static_cast<unsigned>(SIZE / page.header.cupsBytesPerLine / planes);
@@ -79,12 +79,12 @@ INSTANTIATE_TEST_SUITE_P(
         MemoryCase{"AsAPicture", 10000, CUPS_ORDER_CHUNKED, {"--pnm", BAND}},
         MemoryCase{"AsAPictureOfPlanes", 10000, CUPS_ORDER_PLANAR, {"--pnm", BAND}},
         MemoryCase{"WithoutBands", 10000, CUPS_ORDER_CHUNKED, {}},
-        // Each line is longer than the memory that may be used.
+        // Each line is larger than the memory limit.
         MemoryCase{"OfLongLines", 16 << 20, CUPS_ORDER_CHUNKED, {}}),
     [](const auto& the_case) { return the_case.param.name; });
 
 TEST_F(Rasterdump, AShortCompressedStreamTakesNoMoreMemoryInOneBand) {
-  // 20 times 256 equal lines, each of 128 runs of 128 equal pixels: 12 KB that stand for 250 MB.
+  // 20 times 256 equal lines, each of 128 runs of 128 equal pixels: 12 KB that decode to 250 MB.
   Page page = make_page(128 * 128, 0);
   page.header.cupsHeight = 20 * 256;
   page.pixels.clear();

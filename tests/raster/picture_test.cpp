@@ -66,7 +66,7 @@ TEST_F(Pictures, SixteenBitsOfCmykBecomeSixteenBitsOfRgb) {
 }
 
 TEST_F(Pictures, SingleBitsOfThreeColorsMayStandWithoutAGap) {
-  // As a writer other than Ghostscript may have it: three bits for a pixel.
+  // Writers other than Ghostscript may use three bits per pixel.
   Page page = page_of(4, 1, 1, 3, CUPS_ORDER_CHUNKED, CUPS_CSPACE_RGB, "\x8d\x70");  // 100 011 010 111
   EXPECT_EQ(page.header.cupsBitsPerPixel, 3U);
   EXPECT_EQ(picture_of(page), std::string("P6\n4 1\n255\n"
@@ -93,7 +93,7 @@ TEST_F(Pictures, ALineLongerThanABlockIsWhole) {
 TEST_F(Pictures, ABitmapLongerThanABlockIsWhole) {
   const Page page = make_page(2051, 2, 1, 1, CUPS_ORDER_CHUNKED, CUPS_CSPACE_K);
   std::string expected = page.pixels;
-  // Behind the last pixel is nothing.
+  // No byte follows the last pixel.
   for (const std::size_t end : {256U, 513U}) {
     expected[end] = static_cast<char>(expected[end] & '\xe0');
   }

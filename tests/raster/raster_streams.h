@@ -21,7 +21,8 @@ struct Page {
 /// A page with a pattern that repeats neither along a line nor from line to line.
 /// `variation` makes pages different.
 Page make_page(unsigned width, unsigned height, unsigned variation = 0);
-/// The same in another layout. The bytes of a line and of a pixel follow from the other arguments.
+/// Returns such a page in another layout. The other arguments determine the bytes per line and bits per
+/// pixel.
 Page make_page(unsigned width, unsigned height, unsigned bits_per_color, unsigned colors, cups_order_t order,
                cups_cspace_t space);
 
@@ -38,10 +39,10 @@ std::string write_stream(const std::vector<Page>& pages, cups_mode_t mode);
 /// A version 1 stream, which that library only reads, in the machine's byte order.
 std::string write_first_version(const std::vector<Page>& pages);
 
-/// An uncompressed stream turned into that of a machine of the other byte order.
+/// Returns an uncompressed stream in the other byte order.
 std::string other_byte_order(const std::string& stream, const std::vector<Page>& pages);
 
-/// What the program shows of the pages of a stream.
+/// Returns the program's output for the pages of a stream.
 std::string headers_of(const std::vector<Page>& pages,
                        const std::string& kind = "CUPS raster version 3, uncompressed, little-endian",
                        int first_page = 1);

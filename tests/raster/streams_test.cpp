@@ -98,7 +98,7 @@ TEST_P(EveryKind, EveryHeaderIsDumped) {
 INSTANTIATE_TEST_SUITE_P(Streams, EveryKind, testing::ValuesIn(kinds()),
                          [](const auto& the_case) { return the_case.param.name; });
 
-// These two kinds keep less of a header than was written.
+// These two formats do not store all fields of a header.
 class PwgKind : public Rasterdump, public testing::WithParamInterface<cups_mode_t> {};
 
 TEST_P(PwgKind, JoinedBandsAreThePixels) {

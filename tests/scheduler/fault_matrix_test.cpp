@@ -21,9 +21,9 @@ const std::vector<std::string> STEPS = {
     "probe",   "levels write", "levels drain", "levels read", "levels second read",
     "between", "status write", "status drain", "status read", "status second read"};
 
-/// What is seen of a job.
+/// The result of a job.
 struct Outcome {
-  std::string end;     ///< the filter's: "exit 0", "signal 13"; "?" where nobody is left to tell
+  std::string end;     ///< of the filter: "exit 0", "signal 13", or "?" if unknown
   std::string level;   ///< marker-levels, "-" if it was not reported
   std::string reason;  ///< the error raised, "-" if none
   bool operator==(const Outcome&) const = default;
@@ -46,10 +46,10 @@ std::size_t index_of(const std::string& step) {
 const std::string UNKNOWN = "0004";
 const std::string TRUE_REASON = "0008_2660";
 
-/// The fault of a printer that is late with its status, in a job that then asks for it once more.
+/// The fault "late" in a job that queries the status a second time.
 const std::string ASKED_AGAIN = "late, asked again";
 
-/// What the filter's rules make of a fault at a step.
+/// Returns the outcome that the filter's rules require for a fault at a step.
 Outcome expected_outcome(const std::string& step, const std::string& fault) {
   const std::size_t index = index_of(step);
   const bool before_status = index < index_of("between");
@@ -57,7 +57,7 @@ Outcome expected_outcome(const std::string& step, const std::string& fault) {
     return {"signal 15", "*", "*"};
   }
   if (fault == "log closed") {
-    // What was written before may still have been on its way.
+    // Earlier lines may have been lost.
     return {"signal 13", before_status ? "-" : "*", "-"};
   }
   if (fault == "scheduler killed") {
@@ -73,12 +73,12 @@ Outcome expected_outcome(const std::string& step, const std::string& fault) {
     return {"exit 0", "50", step == "status second read" ? TRUE_REASON : UNKNOWN};
   }
   if (fault == ASKED_AGAIN) {
-    // The printer's second answer, which would be 2100, is not read any more.
+    // The printer's second reply, 2100, is no longer read.
     return {"exit 0", "50", step == "status second read" ? UNKNOWN : TRUE_REASON};
   }
   const std::string level = before_status ? "-2" : "50";
   if (step == "probe" && fault != "silent" && fault != "closes") {
-    // Not known to be bidirectional: nothing is asked, and the state is left alone.
+    // Without a bidirectional connection, nothing is queried and the state is left alone.
     return {"exit 0", "-2", "-"};
   }
   if (fault == "dies" && index <= index_of("between")) {
@@ -87,8 +87,8 @@ Outcome expected_outcome(const std::string& step, const std::string& fault) {
   return {"exit 0", level, UNKNOWN};
 }
 
-/// The reply that the query after the late one traces: bytes of the late reply. Empty if the job asks nothing
-/// any more.
+/// Returns the reply that the query after the late one traces: bytes of the late reply. Empty if there is no
+/// such query.
 std::string late_bytes(const std::string& step, const std::string& fault) {
   const std::size_t index = index_of(step);
   if (fault == "late" && index > index_of("probe") && index < index_of("between")) {
@@ -120,7 +120,7 @@ class Matrix {
     }
   }
 
-  /// A filter whose log is to be closed writes it to a process that can be ended, as the scheduler's cannot.
+  /// A filter whose log will be closed writes it to a process that can be killed, unlike the scheduler.
   void put_a_reader_before_the_log() const {
     const fs::path filter = scheduler.path() / "bin/filter/commandtobrenvellis";
     fs::rename(filter, filter.string() + ".real");
@@ -135,7 +135,7 @@ exec "$real" "$@" 2>"$plan.log"
     fs::permissions(filter, fs::perms(0755));
   }
 
-  /// Sends every queue a job with its fault.
+  /// Sends a job with its fault to each queue.
   void send(const std::string& commands, const std::string& backend_fault = {}) {
     for (auto& row : rows) {
       std::ofstream(plan_of(row)) << row.step << '\n'
@@ -158,27 +158,27 @@ exec "$real" "$@" 2>"$plan.log"
     }
   }
 
-  /// Lets the backends that are to die begin. The scheduler itself has a filter's output open until it has
-  /// started the whole job: a filter that writes so early would not be ended by a dead backend.
+  /// Starts the backends that will die. The scheduler keeps a filter's output open until it has started the
+  /// whole job, so a dead backend would not terminate a filter that writes earlier.
   void let_die() const {
     for (const auto& row : rows) {
       if (row.fault == "dies") {
         wait_for([&] { return fs::exists(plan_of(row) + ".reached"); }, row.step + "'s backend runs");
       }
     }
-    // It answers when it has started them.
+    // The scheduler answers after it has started them.
     (void)scheduler.view(rows.front().queue);
     go_on();
   }
 
-  /// Waits for the end of every filter, and notes how it ended and what a client then sees.
+  /// Waits for the end of each filter, and records how it ended and what a client sees.
   void see() {
     for (auto& row : rows) {
       wait_for([&] { return !(row.seen.end = filter_end(row.job)).empty(); },
                row.step + ", " + row.fault + ": an end");
     }
     for (auto& row : rows) {
-      // The last lines of the log may still be on their way.
+      // Wait for the last lines of the log.
       for (int i = 0; i < 100; ++i) {
         look(row);
         if (matches(row.seen, row.expected)) {
@@ -189,7 +189,7 @@ exec "$real" "$@" 2>"$plan.log"
     }
   }
 
-  /// Ends what the fault left waiting, and sees whether the next job tells the truth and nothing is left.
+  /// Ends jobs that still wait, and checks the next report and that no process is left.
   void finish() {
     for (auto& row : rows) {
       if (scheduler.job_state(row.job) < IPP_JSTATE_CANCELED) {
@@ -243,7 +243,7 @@ exec "$real" "$@" 2>"$plan.log"
     }
   }
 
-  /// How the scheduler says that the job's filter ended; empty if it has not.
+  /// Returns how the job's filter ended according to the scheduler's log; empty if it is still running.
   [[nodiscard]] std::string filter_end(int job) const {
     static const std::regex exited(R"(PID \d+ \(\S*/commandtobrenvellis\) exited with no errors\.)");
     // "was terminated normally with", "crashed on" or "did not catch or ignore".
@@ -289,7 +289,7 @@ exec "$real" "$@" 2>"$plan.log"
       }
       std::this_thread::sleep_for(milliseconds(100));
     }
-    ADD_FAILURE() << "waited in vain until " << what;
+    ADD_FAILURE() << "timed out waiting until " << what;
   }
 
   [[nodiscard]] fs::path plans() const { return scheduler.path() / "plans"; }
@@ -332,7 +332,7 @@ Rows cancelled_jobs() {
 
 Rows killed_scheduler() {
   Matrix matrix({"scheduler killed"});
-  // Left alone, the scheduler keeps what is new for half a minute before it saves it.
+  // Otherwise, the scheduler would wait for half a minute before it saves its state.
   std::ofstream(matrix.scheduler.path() / "etc/cupsd.conf", std::ios::app) << "DirtyCleanInterval 0\n";
   matrix.scheduler.restart(SIGTERM);
   matrix.send("ReportLevels\n", "waits");
@@ -357,7 +357,7 @@ Rows slow_log() {
   }
   matrix.send(commands, "waits");
   matrix.wait_until_reached();
-  // Nobody reads the log now, and 30 reports are more than a pipe holds.
+  // The log is not read now, and 30 reports exceed the capacity of a pipe.
   kill(matrix.scheduler.pid(), SIGSTOP);
   matrix.go_on();
   std::this_thread::sleep_for(std::chrono::seconds(4));
@@ -387,7 +387,7 @@ TEST(FaultMatrix, EveryFaultAtEveryStepEndsAsItShouldAndTheNextReportIsTrue) {
   }
 }
 
-/// A filter that finds its standard error closed, once.
+/// A filter whose standard error is closed at the start.
 class ClosedLog : public OnePrinter {
  protected:
   ClosedLog() {

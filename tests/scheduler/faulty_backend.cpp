@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A backend with a printer in it that answers as the real ones do, and once, at one step of a job, has a
-// fault. The device URI is "faulty:FILE"; the file holds a step and a fault and is renamed to FILE.done when
-// the fault happens, so that the next job finds none.
+// A backend with a built-in printer that has one fault at one step of a job. The device URI is "faulty:FILE".
+// The file contains a step and a fault, and is renamed to FILE.done when the fault occurs, so that the next
+// job has no fault.
 
 #include <cups/cups.h>
 #include <cups/sidechannel.h>
@@ -25,9 +25,9 @@ namespace {
 std::string plan_file;
 std::string planned_step;
 std::string planned_fault;
-bool silent = false;  ///< the printer sends nothing any more
-bool closed = false;  ///< nor does it take anything
-std::string taken;    ///< from the filter, and not yet answered
+bool silent = false;  ///< the printer no longer sends data
+bool closed = false;  ///< the printer also no longer accepts data
+std::string taken;    ///< data from the filter that is not answered yet
 bool asked_again = false;
 int status_replies = 0;
 
@@ -35,7 +35,7 @@ void pause_ms(int milliseconds) {
   usleep(static_cast<useconds_t>(milliseconds) * 1000);
 }
 
-/// Sends bytes to the filter when it has read those before, or has had the time to.
+/// Sends bytes to the filter after it has read the previous ones or had time to do so.
 void send(const std::string& bytes) {
   for (int i = 0; i < 300; ++i) {
     int unread = 0;
@@ -56,7 +56,7 @@ void wait_for_the_test() {
   }
 }
 
-/// Ends who reads the filter's log for the scheduler; what was written before has the time to arrive.
+/// Kills the process that reads the filter's log, after earlier lines had time to arrive.
 void close_log() {
   pause_ms(100);
   pid_t reader = -1;
@@ -72,8 +72,8 @@ void close_log() {
   }
 }
 
-/// Every step of a job passes here; at the planned one the planned fault happens. A printer that is late is
-/// later than the filter waits at this step.
+/// Called at each step of a job; causes the fault at its step. A late printer exceeds the filter's timeout at
+/// this step.
 void at(const std::string& step, int late_ms) {
   if (step != planned_step) {
     return;
@@ -82,8 +82,8 @@ void at(const std::string& step, int late_ms) {
   std::filesystem::rename(plan_file, plan_file + ".done");
   if (planned_fault == "dies") {
     if (step.ends_with(" write")) {
-      // The filter asks for the drain next: one that finds nobody there any more is ended by a signal, and
-      // which of the two is faster is nobody's choice. Here it has asked.
+      // Die only after the filter has requested the drain. Otherwise, the outcome would depend on which is
+      // faster.
       pollfd side_channel = {CUPS_SC_FD, POLLIN, 0};
       poll(&side_channel, 1, 5000);
     }
@@ -127,7 +127,7 @@ void reply(const std::string& name, const std::string& bytes) {
   send(bytes.substr(0, 10));
   at(name + " second read", 2500);
   if (name == "levels" && planned_step == "between") {
-    // Nobody must write to a backend that is about to die.
+    // The filter must not write to a backend that is about to die.
     if (planned_fault == "dies") {
       close(0);
     }
@@ -149,7 +149,7 @@ void answer_the_requests() {
     if (levels) {
       reply("levels", levels_reply(200, 400, 2));
     } else {
-      // Told from the first one where a job asks for it once more.
+      // Differs from the first reply if a job queries the status again.
       reply("status", status_reply(!asked_again || ++status_replies == 1 ? 0x2660 : 0x2100));
     }
   }

@@ -25,7 +25,7 @@ sed -n '/^STATE:/p' "${6:--}" >&2
 class StateCleanup : public testing::Test {
  protected:
   StateCleanup() : scheduler_({.filter = filter()}) {
-    // The CUPS client library of this process: this scheduler, and nobody's own settings.
+    // The CUPS client library of this process uses this scheduler and no user's settings.
     cupsSetServer(scheduler_.server().c_str());
     setenv("CUPS_SERVERROOT", folder_.path().c_str(), 1);
     setenv("HOME", folder_.path().c_str(), 1);

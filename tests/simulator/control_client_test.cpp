@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What --tell makes of a peer that is not a simulator: anybody may have put a socket there.
+// Tests --tell with a peer that is not a simulator, because any user may have created the socket.
 
 #include "simulator/control_client.h"
 
@@ -19,7 +19,7 @@ namespace {
 
 using testing::HasSubstr;
 
-/// Listens in a fresh folder and sends everybody the same reply.
+/// Listens in a new folder and sends the same reply to all clients.
 class Impostor {
  public:
   /// @param owner  who listens; changing it needs root.

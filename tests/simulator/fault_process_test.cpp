@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every fault as a peer sees it. Pauses are one minute where a test must see that something has not been sent
-// yet, and a few milliseconds where it must see that it is sent in the end.
+// Tests each fault from the client's side. Pauses are one minute if a test checks that data has not been sent
+// yet, and a few milliseconds if it checks that data is sent eventually.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Asks for both values, in one connection, and ends its side.
+/// Sends both requests on one connection and closes its side.
 std::string ask_both(const SimulatorProcess& simulator) {
   const Connection peer = simulator.connect();
   peer.send(STATUS_REQUEST + LEVELS_REQUEST);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What may come over the network, and what must not come of it.
+// Tests unusual clients on the network.
 
 #include <gtest/gtest.h>
 
@@ -174,7 +174,7 @@ TEST(Network, RunningOutOfDescriptorsIsSurvived) {
   for (int i = 0; i < 40; ++i) {
     peers.push_back(simulator.connect());
   }
-  // The first ones go, so that the last ones' turn comes.
+  // Close the first ones, so that the last ones are accepted.
   peers.erase(peers.begin(), peers.begin() + 37);
   for (const Connection& peer : peers) {
     peer.send(STATUS_REQUEST);

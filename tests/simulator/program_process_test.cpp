@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The program as its user meets it: options, messages, exit statuses, what it leaves behind.
+// Tests options, messages, exit statuses and remaining files.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -76,7 +76,7 @@ TEST(Program, ASocketFileThatALiveSimulatorServesIsLeftAlone) {
 
 TEST(Program, ASocketFileThatAnotherSimulatorMadeSinceIsLeftAlone) {
   SimulatorProcess first;
-  // Kept under another name, so that its number is not given to the next file.
+  // Keep a link to it, so that its inode number is not reused.
   std::filesystem::rename(first.control(), first.control() + ".old");
   const SimulatorProcess second({}, first.folder());
   EXPECT_EQ(first.end(SIGTERM).exit_status, 0);

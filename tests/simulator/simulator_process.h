@@ -10,20 +10,20 @@
 #include "tests/support/child_process.h"
 #include "tests/support/temporary_folder.h"
 
-/// Every wait of the tests ends after this time, and the test fails.
+/// The timeout of all waits.
 constexpr int PATIENCE_MS = 30000;
 
 const std::string STATUS_REQUEST("\x1bGD0\0\0\x01\x16", 8);
 const std::string LEVELS_REQUEST("\x1bGD0\0\0\x03\x1e\x16\x2a", 10);
 
-/// The replies of a printer that nothing but the code was set on.
+/// The replies of a printer with this code and default values.
 std::string simulated_status_reply(std::uint16_t code = 0);
 std::string simulated_levels_reply(std::uint16_t code = 0);
 
 /// Runs the program to its end.
 ProgramResult run_simulator(std::vector<std::string> arguments);
 
-/// Connection is a client's end of a stream socket; what fails on it fails the test.
+/// Connection is a client's end of a stream socket. Errors on it fail the test.
 class Connection {
  public:
   static Connection to_port(std::uint16_t port);
@@ -36,13 +36,13 @@ class Connection {
   void end_sending() const;
   /// @return exactly so many bytes; fewer at the end of the stream.
   [[nodiscard]] std::string receive(std::size_t size) const;
-  /// @return what the next piece brings; empty at the end of the stream.
+  /// @return the next data; empty at the end of the stream.
   [[nodiscard]] std::string receive_piece() const;
   [[nodiscard]] std::string receive_to_end() const;
-  /// @return what is there now, without waiting.
+  /// @return the available data, without waiting.
   [[nodiscard]] std::string receive_now() const;
   [[nodiscard]] std::string receive_line() const;
-  /// Sends until the peer takes no more for a while or `most` bytes are gone.
+  /// Sends until the peer stops reading or `most` bytes are sent.
   [[nodiscard]] std::size_t send_until_stuck(std::string_view bytes, std::size_t most) const;
   /// Closes with a reset in place of an orderly end.
   void reset();
@@ -55,7 +55,7 @@ class Connection {
 /// @return 0 if a connection could be made, else errno.
 int try_to_connect(std::uint16_t port);
 
-/// PortHolder holds a free port of 127.0.0.1 that only a program that is told its number can listen on.
+/// PortHolder reserves a free port of 127.0.0.1. Only a program that is given its number can listen on it.
 class PortHolder {
  public:
   /// @param port 0 for a free one.

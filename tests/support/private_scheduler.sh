@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-# Sourced by scripts that run a simulated printer and a scheduler. They say in $own an existing folder that nobody else
-# can enter, for what the programs write, and define fail MESSAGE. If the programs run in another system's root (see
-# debian_root.sh), $root is its path and $own a path in it. They end with end_processes.
+# Sourced by scripts that run a simulated printer and a scheduler. The scripts set $own to an existing private folder for the
+# output of the programs, define fail MESSAGE, and call end_processes at the end. If the programs run in another
+# system's root (see debian_root.sh), $root is its path and $own is a path in it.
 # shellcheck shell=bash disable=SC2034,SC2154
 
 support=$(dirname "$(realpath "${BASH_SOURCE[0]}")")
@@ -34,7 +34,7 @@ await() {
   done
   local log=${CUPS_SERVER:-/}
   tail -n 20 "$root$own"/*.err "${log%/sock}/error_log" 2>/dev/null | plain_text >&2 || true
-  fail "waited in vain for $what; the last messages of the programs are above"
+  fail "timed out waiting for $what; the last messages of the programs are above"
 }
 
 # free_port: prints a port of 127.0.0.1 on which nothing listens.
@@ -44,7 +44,7 @@ free_port() {
   echo $port
 }
 
-# start_printer SIMULATOR [OPTION...]: with the control socket $own/printer. Its device URI is $uri.
+# start_printer SIMULATOR [OPTION...]: starts it with the control socket $own/printer and sets $uri to its device URI.
 start_printer() {
   "$@" --control "$own/printer" </dev/null >"$root$own/uri" 2>"$root$own/printer.err" &
   processes+=($!)
@@ -54,8 +54,8 @@ start_printer() {
 
 scheduler_answers() { lpstat -r | grep -q 'is running'; }
 
-# start_scheduler [OPTION...] FOLDER FILTER: a private scheduler, see private-scheduler. It is $CUPS_SERVER from now on.
-# A terminal's signals do not reach it.
+# start_scheduler [OPTION...] FOLDER FILTER: starts private-scheduler and sets $CUPS_SERVER. It does not receive signals of
+# the terminal.
 start_scheduler() {
   export CUPS_SERVER=${*: -2:1}/sock
   setsid "$support/private-scheduler" "$@" </dev/null >"$own/scheduler.err" 2>&1 &
@@ -63,8 +63,8 @@ start_scheduler() {
   await "the private scheduler's start" scheduler_answers
 }
 
-# start_usb_printer FOLDER PROGRAM [COMMAND...]: puts the simulated printer behind the scheduler's usb backend, see
-# tests/usb/start-usb-printer. Its device URI is $uri.
+# start_usb_printer FOLDER PROGRAM [COMMAND...]: connects the simulated printer to the scheduler's usb backend and sets $uri;
+# see tests/usb/start-usb-printer.
 start_usb_printer() {
   local folder=$1 program=$2
   shift 2

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# Sourced by ./demo, ./check and ./bench: installs what they need and builds. It takes the EXIT trap:
-# a script with a trap of its own calls clean_up in it.
+# Sourced by ./demo, ./check and ./bench: installs dependencies and builds. It sets the EXIT trap; scripts with their own
+# trap must call clean_up in it.
 # shellcheck shell=bash
 
 # Debian package names; INSTALL.md lists those of other systems.
@@ -15,13 +15,12 @@ MUTATION_PACKAGES="python3 lld"
 CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind systemd chromium prometheus prometheus-node-exporter fish zsh
   system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus fonts-dejavu-core $FUZZ_PACKAGES"
 
-# What the temporary files of this run go into; removed at its end. Not in TMPDIR: a scheduler's socket needs a short
-# path. Started by root, a private scheduler runs as user lp, who passes through this folder to the scheduler's own.
+# The folder for temporary files of this run, removed at its end. It is not in TMPDIR because a scheduler's socket needs a
+# short path. If root runs the script, the private scheduler's user lp must be able to reach its folder in this one.
 scratch=$(mktemp -d /tmp/brv.XXXXXX)
 [ "$(id -u)" != 0 ] || chmod 711 "$scratch"
 
-# processes_left: prints the ids of the processes that have a path in $scratch in their environment, as their program or
-# as their working folder.
+# processes_left: prints the ids of processes with a path in $scratch in their environment, as program or as working folder.
 processes_left() {
   {
     env -i PATH="$PATH" grep -lsF "$scratch/" /proc/[0-9]*/environ || true
@@ -29,7 +28,7 @@ processes_left() {
   } | cut -d / -f 3 | sort -un
 }
 
-# clean_up: ends the processes that this run left, and removes $scratch.
+# clean_up: stops remaining processes of this run and removes $scratch.
 clean_up() {
   local left i
   left=$(processes_left)
@@ -54,7 +53,7 @@ fail() {
   exit 1
 }
 
-# need PACKAGE...: installs those that are missing; elsewhere than on Debian and its derivatives says which.
+# need PACKAGE...: installs missing packages. On systems other than Debian and its derivatives, prints their names.
 need() {
   if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
     local tool
@@ -74,24 +73,24 @@ need() {
   local root=()
   if [ "$(id -u)" != 0 ]; then
     command -v sudo >/dev/null ||
-      fail "these packages are missing and only root can install them: ${missing[*]}"
+      fail "missing packages (install them as root): ${missing[*]}"
     root=(sudo)
   fi
   say "Installing ${#missing[@]} packages: ${missing[*]}"
   local log=$scratch/apt
-  # A service that an installation starts is not to be taken for one of the tests' processes.
+  # Keep $scratch out of the environment of services that the installation starts.
   if ! { "${root[@]}" env -u TMPDIR apt-get -qq update &&
     "${root[@]}" env -u TMPDIR DEBIAN_FRONTEND=noninteractive apt-get -qq install --no-install-recommends "${missing[@]}"; } \
     >"$log" 2>&1 </dev/null; then
     tail -n 20 "$log" >&2
-    fail "apt-get could not install them; its last words are above"
+    fail "apt-get failed; its last messages are above"
   fi
 }
 
-# build PRESET [TARGET...]: configures and builds in build/PRESET, everything or these targets; silent if there is nothing
-# to do.
+# build PRESET [TARGET...]: configures and builds everything, or the targets, in build/PRESET. Prints nothing if it is up to
+# date.
 build() {
-  [ -w . ] || fail "this folder is not yours to write to; clone the project as the user who builds it"
+  [ -w . ] || fail "no write permission in this folder (clone the project as the user who builds it)"
   local preset=$1
   shift
   cmake --preset "$preset" --log-level=WARNING >/dev/null || fail "cmake --preset $preset failed"

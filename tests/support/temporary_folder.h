@@ -7,8 +7,7 @@
 #include <string>
 #include <system_error>
 
-/// TemporaryFolder is a fresh folder with a short path that only this user can enter. It is removed at the
-/// end.
+/// TemporaryFolder creates a private folder with a short path and removes it at the end.
 class TemporaryFolder {
  public:
   TemporaryFolder() {

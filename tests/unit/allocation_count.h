@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/// How often this program has asked the C++ runtime for memory. What libc and libcups ask for does not count.
+/// Returns the number of allocations by the C++ runtime in this program; those of libc and libcups do not
+/// count.
 long allocation_count();

@@ -28,22 +28,22 @@
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/captured_stream.h"
 
-/// Where coverage is measured, writes what this process has reached; one that a signal ends does not do so
-/// itself.
+/// Writes the coverage data of this process if coverage is measured, because a process terminated by a signal
+/// does not.
 extern "C" [[gnu::weak]] void __gcov_dump();
 
 namespace {
 
-/// Ticking is one second later each time it is read.
+/// A clock that advances by one second each time it is read.
 enum class Clock : std::uint8_t { Real, Fixed, Ticking, Failing };
 Clock the_clock = Clock::Real;
-/// Stands in for fwrite() where it is set.
+/// Replaces fwrite() if set.
 std::function<std::size_t(std::size_t count)> write_instead;
 /// The next printf() throws.
 bool printing_throws = false;
 bool closing_fails = false;
 bool changing_modes_fails = false;
-/// Counts the calls of snprintf(); the one that is left at 0 fails.
+/// Counts down the calls of snprintf(); the call at 0 fails.
 int calls_before_failure = -1;
 int formatting_calls = 0;
 
@@ -61,7 +61,7 @@ void PrintTo(const Expansion& expansion, std::ostream* out) {
   *out << (expansion.good ? "true" : "false") << " \"" << expansion.text << '"';
 }
 
-/// The call as it is, in a buffer that ends where the memory ends.
+/// Calls the function with a buffer at the end of accessible memory.
 Expansion expand(std::size_t size, const std::string& templ, const tagLNBandImageParams* params) {
   const std::unique_ptr<char[]> buffer = std::make_unique<char[]>(size);
   std::memset(buffer.get(), 0x7f, size);
@@ -75,14 +75,14 @@ Expansion expand(const std::string& templ, const tagLNBandImageParams* params = 
   return expand(1024, templ, params);
 }
 
-/// The number that the next "%C" stands for, which takes one.
+/// Returns the number of the next "%C", which increments it.
 int next_number() {
   return std::stoi(expand("%C").text) + 1;
 }
 
-/// What an unguarded implementation does, written down literally and run with enough memory behind the
-/// buffer: the position moves on by the length that snprintf() reports, and a room computed as a negative
-/// difference is handed on as it is. The C library takes the huge size for no limit.
+/// A literal, unguarded implementation with enough memory behind the buffer. The position advances by the
+/// result of snprintf(), and a negative remaining size is passed on as a huge one, which the C library treats
+/// as no limit.
 Expansion model(std::size_t size, const std::string& templ, const tagLNBandImageParams* params, int& number) {
   std::vector<char> memory(size + 64 * (templ.size() + 1), 0x7f);
   char* volatile hidden_from_fortify = memory.data();
@@ -121,7 +121,7 @@ Expansion model(std::size_t size, const std::string& templ, const tagLNBandImage
     }
   }
   *position = '\0';
-  // Of all that, the buffer shows its own bytes; its last one is kept for the terminator.
+  // Only the buffer's own bytes are compared; the last one is for the terminator.
   return {good, std::string(out, strnlen(out, size - 1))};
 }
 
@@ -217,7 +217,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(TemplateExpansion, TheExampleNameIsMade) {
   const tagLNBandImageParams band = band_of(3000, 1000, 64);
-  // A process of its own, in which nothing was numbered yet.
+  // Run in a new process, in which no "%C" was expanded yet.
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
@@ -600,7 +600,7 @@ TEST_F(BandFiles, AFailureToCloseOrToChangeTheModeIsIgnored) {
 
 TEST_F(BandFiles, ASavedFileIsWholeAndClosed) {
   const std::string bytes = pixels();
-  // All within: the end of the capture writes out whatever stream is open.
+  // Inside the capture, because its end flushes all open streams.
   printed_by([&] {
     const auto before = open_files();
     EXPECT_TRUE(save_memory(path("a").c_str(), bytes.data(), bytes.size()));
@@ -655,7 +655,7 @@ TEST_F(BandFiles, NoFailureWritesToTheLog) {
 
 }  // namespace
 
-// These stand before those of the C library.
+// These replace functions of the C library.
 
 static bool this_formatting_fails() {
   ++formatting_calls;

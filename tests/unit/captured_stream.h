@@ -10,8 +10,8 @@ inline ssize_t append_to_string(void* text, const char* data, std::size_t size) 
   return static_cast<ssize_t>(size);
 }
 
-/// Runs `action` with a stream of ours in the place of `stream` (stdout, stderr) and returns what was written
-/// through it. The stream has no descriptor: what goes past it is not seen.
+/// Runs `action` with a replacement for `stream` (stdout, stderr) and returns what was written through it.
+/// The stream has no descriptor, so output that bypasses it is not captured.
 template <typename Action>
 std::string captured(FILE*& stream, Action action) {
   std::string text;
@@ -28,8 +28,7 @@ std::string captured_log(Action action) {
   return captured(stderr, action);
 }
 
-/// What a stream of ours gets in the place of stderr, each write by itself, and how many of the writes came
-/// before it was closed.
+/// The writes to a replacement for stderr, one element each, and how many of them came before it was closed.
 struct StreamWrites {
   std::vector<std::string> writes;
   std::size_t before_close = 0;

@@ -23,11 +23,11 @@ struct FakePrinter {
   int remaining = 200;
   int total = 400;
   std::vector<ReasonCode> errors;
-  /// What the next report of a command job shows instead, once; a second line of the same job is right.
+  /// Replaces the values of the next report once; a second command of the same job gets the correct values.
   std::optional<int> false_remaining;
 };
 
-/// FakeScheduler is a scheduler in a time of its own: no process, no clock, no waiting.
+/// FakeScheduler is a scheduler with simulated time: it has no process and no clock, and never waits.
 class FakeScheduler {
  public:
   struct FakeJob {
@@ -51,7 +51,7 @@ class FakeScheduler {
     return printers[name];
   }
 
-  /// Somebody sends a print that takes so long on the printer.
+  /// Sends a print that takes `takes` on the printer.
   int print(const std::string& queue, milliseconds takes = seconds(10), bool is_command = false) {
     FakeJob job;
     job.job.number = ++last_job;
@@ -85,7 +85,7 @@ class FakeScheduler {
     return Purged{};
   }
 
-  /// Lets the time pass.
+  /// Advances the time.
   void pass_to(Moment time) {
     for (bool changed = true; changed;) {
       changed = false;
@@ -265,7 +265,7 @@ class Simulation {
   }
   void run(seconds length = seconds(60)) { run_to(now() + length); }
 
-  /// Something that happens at a time, whatever the watch does then.
+  /// Adds an event that happens at a time, regardless of the watch.
   void at(seconds time, std::function<void()> what) { events_[Moment() + time].push_back(std::move(what)); }
 
   [[nodiscard]] Moment now() const { return scheduler.now; }

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-/// The printer's error codes by their group: written down here apart from the filter's own table, so that
-/// each checks the other.
+/// The printer's error codes by group. This list is independent of the filter's table, so that each checks
+/// the other.
 inline const auto& codes_of_group() {
-  // Local: other files' constants are made of it before main.
+  // Local, because constants of other files are initialised from it before main.
   static const std::vector<std::pair<const char*, std::vector<const char*>>> CODES = {
       {"0001", {"0001"}},
       {"0002", {"0002"}},

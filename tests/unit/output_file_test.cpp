@@ -150,7 +150,7 @@ TEST(OutputFile, AFailureLeavesNothingBehind) {
   EXPECT_EQ(files_in(folder.path()), 0U);
 }
 
-/// What one user can do to another: only root can be both.
+/// Attacks by another user. Only root can act as both.
 class OutputFileOfTwoUsers : public testing::Test {
  protected:
   static constexpr uid_t OTHER = 54321;
@@ -206,7 +206,7 @@ TEST_F(OutputFileOfTwoUsers, ALinkOfTheOtherIsNotFollowed) {
 }
 
 TEST_F(OutputFileOfTwoUsers, AFolderOfTheOthersThatWasMadeALinkIsNotFollowed) {
-  // As the owner of /var/lib/prometheus can do with the folder in it.
+  // The owner of /var/lib/prometheus can do this with its subfolder.
   const auto parent = folder.path() / "theirs";
   std::filesystem::create_directory(parent);
   ASSERT_EQ(chown(parent.c_str(), OTHER, OTHER), 0);

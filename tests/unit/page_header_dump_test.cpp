@@ -24,7 +24,7 @@ std::string dumped(const cups_page_header_t& header) {
   return testing::internal::GetCapturedStderr();
 }
 
-/// What stands in a header, as text: strings by the letter, numbers of which every field has its own.
+/// The values of a header as text: strings, and a different number for each field.
 struct Texts {
   std::map<std::string, std::string> fields;
   /// The field's text with its place in the line, or `otherwise`.
@@ -34,7 +34,7 @@ struct Texts {
   }
 };
 
-/// The whole dump of a header in which all fields of one kind have the same text, but for `own`.
+/// Returns the whole dump of a header in which all fields of a type except `own` have the same text.
 struct Expected {
   std::string text, number, advance, boolean, cut, jog, edge, orientation, order, color_space;
   Texts own;
@@ -160,7 +160,7 @@ INSTANTIATE_TEST_SUITE_P(PageHeaderDump, FilledHeader,
                                          FilledCase{"WithAllBits", 4294967295U, unnamed("-1")}),
                          [](const auto& the_case) { return the_case.param.name; });
 
-/// A header in which every field has a value of its own, up to one that is not dumped.
+/// Returns a header in which each field has a different value, except one that is not dumped.
 cups_page_header_t distinct() {
   cups_page_header_t header{};
   std::strcpy(header.MediaClass, "PwgRaster");

@@ -15,7 +15,7 @@ namespace {
 const std::string STATUS_REQUEST("\x1bGD0\0\0\1\x16", 8);
 const std::string LEVELS_REQUEST("\x1bGD0\0\0\3\x1e\x16\x2a", 10);
 
-/// A stream that takes `capacity` bytes and no more.
+/// A stream that accepts only `capacity` bytes.
 struct SmallDevice {
   std::size_t capacity;
   std::string taken;

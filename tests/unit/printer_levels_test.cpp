@@ -9,7 +9,7 @@
 
 namespace {
 
-/// A reply whose bytes are all `filler` but those that are set.
+/// A reply in which all bytes but those set are `filler`.
 std::array<char, 26> reply(unsigned char filler) {
   std::array<char, 26> bytes{};
   bytes.fill(static_cast<char>(filler));

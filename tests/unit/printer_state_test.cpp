@@ -30,7 +30,7 @@ TEST(PrinterState, NamedConstructorsSetTypeAndCode) {
   EXPECT_EQ(static_cast<int>(PrinterState::Any().type), 2);
 }
 
-/// A function of its own, so that the compiler does not drop what the memory held before.
+/// A separate function, so that the compiler does not optimise away the previous content of the memory.
 [[gnu::noinline]] void make_at(void* memory, PrinterState::Type type) {
   new (memory) PrinterState(type);
 }

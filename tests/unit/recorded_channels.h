@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// What the code under test asked of the side channel.
+/// A request of the code under test on the side channel.
 struct SideChannelCall {
   cups_sc_command_t command;
   int length;
@@ -15,15 +15,15 @@ struct SideChannelCall {
   bool operator==(const SideChannelCall&) const = default;
 };
 
-/// What it asked of the back channel.
+/// A read of the code under test from the back channel.
 struct BackChannelCall {
   std::size_t bytes;
   double timeout;
   bool operator==(const BackChannelCall&) const = default;
 };
 
-/// RecordedChannels stand in for libcups' two channel functions in this program: they answer as told and keep
-/// what was asked.
+/// RecordedChannels replaces libcups' two channel functions in this program. It returns the given answers and
+/// records the requests.
 struct RecordedChannels {
   cups_sc_status_t status = CUPS_SC_STATUS_OK;
   std::string answer = "\x01";    ///< the side channel's data

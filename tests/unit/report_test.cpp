@@ -33,7 +33,7 @@ TEST(Report, ARibbonAtTheLimitIsLow) {
 
 TEST(Report, AnEmptyRibbonIsAnError) {
   EXPECT_EQ(judge(refreshed(ribbon_reading("q", 0, 400, "10")), {}), Verdict::Error);
-  // Less than one percent, and yet not empty.
+  // Less than one percent, but not empty.
   EXPECT_EQ(judge(refreshed(ribbon_reading("q", 3, 400, "10")), {}), Verdict::Low);
   auto percent = refreshed(ribbon_reading("q", 0, 400, "10"));
   percent.reading.prints_remaining.reset();

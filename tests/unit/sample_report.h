@@ -31,7 +31,8 @@ inline QueueReport refreshed(const Reading& reading, double seconds = 0.125) {
   return {reading, Outcome::Refreshed, {}, seconds};
 }
 
-/// Two print servers with a queue in every condition that a view can show, and one that is down.
+/// Returns a report of two print servers, with queues in all conditions that a view can show, and of one that
+/// is down.
 inline Report sample_report() {
   Report report;
   report.time = 1795189293;  // 2026-11-20 15:41:33 UTC
@@ -130,7 +131,7 @@ inline Report hostile_report(const std::string& text) {
   return report;
 }
 
-/// Texts that somebody might put into a printer's name to break a view.
+/// Texts in a printer's name that may break a view.
 inline const std::string HOSTILE_TEXTS[] = {
     "<script>alert(1)</script>",
     "\"><img src=x onerror=alert(1)>",

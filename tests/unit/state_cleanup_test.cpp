@@ -15,13 +15,13 @@
 
 namespace {
 
-/// What the CUPS client library answers, and how often its list was given back.
+/// The answers of the CUPS client library, and how often its list was freed.
 int destinations = 0;
 cups_dest_t* list = nullptr;
 int freed_destinations = -1;
-/// The default destination's reasons when the list was given back.
+/// The default destination's reasons when the list was freed.
 std::string reasons_when_freed;
-/// Whether the log shows when the list is made and given back.
+/// Whether the log shows when the list is created and freed.
 bool calls_are_logged = false;
 
 const std::string START = "clean_printer_state() START\n";
@@ -31,7 +31,7 @@ std::string cleaned() {
   return captured_log(clean_printer_state);
 }
 
-/// Makes the list of one queue, the default one, and another with reasons of its own.
+/// Creates a list of the default queue and of another one with different reasons.
 void use_default_destination(const char* reasons) {
   destinations = cupsAddDest("aaa", nullptr, 0, &list);
   cups_dest_t* other = cupsGetDest("aaa", nullptr, destinations, list);
@@ -145,7 +145,7 @@ TEST(StateCleanup, WithoutADefaultDestinationNothingIsCleared) {
 
 }  // namespace
 
-// These stand before those of the library: the answers above instead of a scheduler's.
+// These replace functions of the library and return the answers above.
 
 int cupsGetDests(cups_dest_t** dests) {
   if (calls_are_logged) {

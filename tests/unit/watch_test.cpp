@@ -322,7 +322,7 @@ TEST_P(BehindARefresh, APrintWaitsLessThanASecond) {
   EXPECT_LE(one.scheduler.jobs.at(print).began, Moment() + milliseconds(1300));
   EXPECT_EQ(one.outcome(), Outcome::Busy);
 
-  // It is asked again, twice in one job, after that print.
+  // It is queried again after that print, twice in one job.
   one.scheduler.printers["booth"].manner = Manner::Answers;
   one.scheduler.printers["booth"].takes = milliseconds(100);
   one.run(seconds(40));

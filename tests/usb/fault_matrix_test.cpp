@@ -17,7 +17,7 @@
 
 namespace {
 
-/// A scheduler with two queues to one printer, which has had a report of its first condition.
+/// A scheduler with two queues to one printer. Both queues show the printer's first condition.
 struct Booth {
   Booth() {
     scheduler.add_queue("booth", UsbPrinter::device_uri());
@@ -45,7 +45,7 @@ struct Booth {
   UsbPrinter printer{scheduler, {"idle empty"}, {"--remaining", "200", "--total", "400", "--code", "0x2100"}};
 };
 
-/// What a client sees of a queue.
+/// Sight is what a client sees of a queue.
 struct Sight {
   std::string level;
   std::string reason;
@@ -260,7 +260,7 @@ TEST(UsbFaultMatrix, TheNextReportsAreAsTheTableSays) {
   if (const std::string reason = UsbPrinter::why_not(); !reason.empty()) {
     GTEST_SKIP() << reason;
   }
-  // Most of a row is waiting.
+  // Rows run in parallel because most of their time is waiting.
   std::vector<Outcome> outcomes(ROWS.size());
   std::atomic<std::size_t> next_row = 0;
   {

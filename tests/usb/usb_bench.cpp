@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a report costs behind the usb backend, and behind the socket backend in the same run.
+// Compares the time of a report with the usb backend and with the socket backend.
 
 #include <cstdio>
 #include <fstream>

@@ -32,11 +32,11 @@ constexpr std::array<std::string_view, 3> STRINGS = {"Brenvellis", "Photo Printe
 
 constexpr char SYSFS_PATH[] = "/sys/devices/1-1";
 
-/// A mock device node is always ready for poll(). A program that finds nothing to reap would ask again at
-/// once.
+/// A mock device node is always ready for poll(), so a program without completed transfers would ask again
+/// immediately.
 constexpr milliseconds NOTHING_TO_REAP(1);
 
-/// After so long, a program that waits for a transfer and does not ask has been killed.
+/// A program that waits for a transfer and does not ask for this long has been killed.
 constexpr milliseconds SILENCE_OF_THE_KILLED(2000);
 
 constexpr std::size_t SETUP_SIZE = 8;
@@ -300,8 +300,8 @@ UsbDevice::Client* UsbDevice::other_owner(Client* client) {
   return owner == hosts_.end() ? nullptr : owner->first;
 }
 
-/// A program that was killed while it waited for an answer is not reported as gone. One that waits for a
-/// transfer asks every millisecond, so it has gone if it does not ask any more.
+/// The kernel interface does not report a program that was killed while waiting for an answer. A program that
+/// waits for a transfer asks every millisecond, so it is gone if it stops asking.
 void UsbDevice::claim(Client* client, Host& host) {
   Client* const owner = other_owner(client);
   if (owner == nullptr) {

@@ -28,7 +28,7 @@ template <typename Object>
 using GObjectPointer = std::unique_ptr<Object, GObjectRelease<Object>>;
 
 /// UsbDevice is the USB side of a printer: a device node that answers the requests of the kernel's usbdevfs.
-/// What the computer writes goes to a TCP port; what comes from there waits in the device until it is read.
+/// Data from the computer is sent to a TCP port; replies from there stay in the device until they are read.
 ///
 /// All functions but the request handler run on the thread of the io_context.
 class UsbDevice {

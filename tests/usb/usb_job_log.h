@@ -6,9 +6,9 @@
 
 #include "tests/support/private_scheduler.h"
 
-/// The state of the job when it is not processed any more, or after 90 s. "completed" also for a job whose
-/// backend has crashed while it closed the printer: the backend does that from time to time if the printer
-/// gives an idle read no answer, and the scheduler then holds the job although all of it was sent.
+/// Returns the state of the job when it is no longer processing, or after 90 s. Returns "completed" also for
+/// a job whose backend crashed while closing the printer. This happens occasionally if the printer does not
+/// answer idle reads; the scheduler then holds the job although all data was sent.
 inline std::string end_of(const PrivateScheduler& scheduler, int job) {
   auto state = scheduler.job_state(job);
   for (int i = 0; i < 4500 && (state == IPP_JSTATE_PENDING || state == IPP_JSTATE_PROCESSING); ++i) {

@@ -22,7 +22,7 @@ void wait_until(const std::function<bool()>& condition, const std::string& what)
   const auto deadline = steady_clock::now() + seconds(30);
   while (!condition()) {
     if (steady_clock::now() > deadline) {
-      throw std::runtime_error("waited in vain until " + what);
+      throw std::runtime_error("timed out waiting until " + what);
     }
     std::this_thread::sleep_for(milliseconds(10));
   }
