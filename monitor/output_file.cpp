@@ -17,10 +17,10 @@
 
 namespace {
 
-/// A new file with a name that nobody can guess; the kernel takes the umask off the mode.
+/// Creates a file with an unpredictable name. The kernel applies the umask to the mode.
 std::pair<Descriptor, std::string> make_temporary(const Descriptor& folder, mode_t mode) {
   constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz012345";
-  // A collector takes files by their ends (.prom), which this name does not have.
+  // Collectors select files by their suffix (.prom), which this name does not have.
   std::string name = ".brenvellis-monitor.";
   std::array<unsigned char, 16> random{};
   if (getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size())) {
@@ -56,7 +56,7 @@ void replace(const Place& place, std::string_view text) {
   const mode_t mode = place.file ? place.file->st_mode & read_and_write : read_and_write;
   auto [file, temporary] = make_temporary(place.folder, mode);
   if (place.file && place.file->st_uid == geteuid()) {
-    // For a web server, for example; the group of somebody else's file means nothing.
+    // Keep the group, for example that of a web server, unless the file belongs to another user.
     keep_group(file, place.file->st_gid);
   }
   try {

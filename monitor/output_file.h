@@ -3,12 +3,11 @@
 
 #include <string>
 
-/// Writes a file under a temporary name in its folder and renames it, so that a reader sees the old text or
-/// the new one, never a part.
+/// Writes a file with a temporary name in its folder and renames it, so that a reader sees either the old or
+/// the new text.
 ///
-/// Links are followed, also those in the middle of the path, if they belong to the caller or to root; any
-/// other could have been planted. Whatever exists and is not a regular file is left alone. A new file has the
-/// mode of the umask; one that replaces another has only those of these rights that the old one had, and
-/// belongs to the caller.
-/// @return nothing on success, else what went wrong, for a person.
+/// Follows symbolic links anywhere in the path only if they belong to the caller or to root. Replaces only
+/// regular files. A new file has the mode that the umask allows. A replacement has at most the permissions of
+/// the old file, and belongs to the caller.
+/// @return nothing on success, otherwise an error message.
 [[nodiscard]] std::string write_whole(const std::string& path, const std::string& text);

@@ -12,11 +12,11 @@ constexpr std::string_view MESSAGE = "Ink Ribbon = ";
 constexpr std::string_view NAME = "InkSheetType: ";
 constexpr const char* RIBBON_TYPE = "ink-ribbon";
 
-/// The level by which the filter says that the printer did not answer; -1 is an unknown level.
+/// The level that the filter reports if the printer did not answer; -1 is an unknown level.
 constexpr int NO_ANSWER = -2;
 
-/// How long before `now` something was; nothing if either is not known. Both count the seconds of the
-/// scheduler's clock, which may have been set back.
+/// Returns the time from `then` to `now`; nothing if either is unknown. Both are seconds of the scheduler's
+/// clock, which may have been set back.
 std::optional<int> seconds_between(int past, int now) {
   if (past <= 0 || now <= 0) {
     return std::nullopt;
@@ -24,7 +24,7 @@ std::optional<int> seconds_between(int past, int now) {
   return std::max(0, now - past);
 }
 
-/// What is only needed until the whole queue has been read.
+/// Values that are needed only while a queue is read.
 struct MarkerTexts {
   std::vector<std::string> names;
   std::vector<std::string> types;
@@ -118,7 +118,7 @@ void read_counts(std::string_view message, Reading& reading) {
   }
 }
 
-/// A new ribbon may have some prints more than its name says, but not this many times as many.
+/// A new ribbon may have a few more prints than its nominal total, but not this many times the total.
 constexpr int IMPOSSIBLE_TIMES = 2;
 
 bool is_possible(const Reading& reading) {
@@ -151,7 +151,7 @@ void read_markers(const MarkerTexts& texts, Reading& reading) {
   if (*ribbon < texts.levels.size() && texts.levels[*ribbon] >= NO_ANSWER) {
     reading.answered = texts.levels[*ribbon] != NO_ANSWER;
   }
-  // The filter gives a sheet even when the printer did not answer: code 00, which says nothing.
+  // If the printer did not answer, the filter reports the meaningless sheet code 00.
   const std::string_view name = reading.markers[*ribbon].name;
   if (reading.answered != false && name.starts_with(NAME)) {
     reading.sheet = name.substr(NAME.size());
@@ -221,7 +221,7 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   }
 }
 
-/// Reads one queue and leaves `attribute` behind it.
+/// Reads one queue and moves `attribute` past it.
 Reading read_queue(ipp_t* answer, ipp_attribute_t*& attribute) {
   Reading reading;
   MarkerTexts texts;

@@ -12,8 +12,8 @@
 
 #include "monitor/reason_code.h"
 
-/// The most that is read of an attribute, whatever the scheduler sends: values, and bytes of a text (as many
-/// as IPP allows).
+/// The limits for an attribute: the number of values, and the bytes of a text (IPP's limit). The rest is
+/// ignored.
 inline constexpr std::size_t MAX_VALUES = 256;
 inline constexpr std::size_t MAX_TEXT_BYTES = 1023;
 
@@ -22,7 +22,7 @@ inline constexpr std::string_view PAUSED_MESSAGE = "Paused";
 
 enum class QueueState : std::uint8_t { Unknown, Idle, Processing, Stopped };
 
-/// One of a queue's markers (supplies), of this driver or of any other.
+/// Marker is one of a queue's markers (supplies), of this or another driver.
 struct Marker {
   std::string name;
   std::string type;
@@ -31,7 +31,7 @@ struct Marker {
   bool operator==(const Marker&) const = default;
 };
 
-/// Reading is what a scheduler knows about a queue. Texts are as the scheduler gave them: any bytes.
+/// Reading holds a scheduler's data about a queue. Texts are untrusted and may contain any bytes.
 struct Reading {
   std::string queue;
   std::string info;
@@ -39,45 +39,46 @@ struct Reading {
   std::string make_and_model;
   QueueState state = QueueState::Unknown;
   std::optional<bool> accepting;
-  std::string state_message;         ///< the scheduler's or the backend's own words about the state
+  std::string state_message;         ///< the message of the scheduler or the backend about the state
   std::optional<int> state_seconds;  ///< how long ago the state last changed
   std::optional<bool> shared;        ///< whether other computers may print to it
-  int active_jobs = 0;               ///< that wait, are held or print
-  bool reports_levels = false;       ///< the queue's filter knows the command ReportLevels
-  bool reports_status = false;       ///< and ReportStatus
-  bool other_commands = false;       ///< and others, which ours does not
+  int active_jobs = 0;               ///< pending, held or printing
+  bool reports_levels = false;       ///< the queue's filter supports ReportLevels
+  bool reports_status = false;       ///< the queue's filter supports ReportStatus
+  bool other_commands = false;       ///< the queue's filter supports other commands, unlike ours
 
-  /// The ribbon's values are unknown, too, where they cannot be: far more prints left than it had, or a total
-  /// of 0.
+  /// The ribbon's values are also unknown if they are impossible: far more prints left than in total, or a
+  /// total of 0.
   std::optional<int> prints_remaining;
   std::optional<int> prints_total;
   std::optional<int> level_percent;  ///< of the ribbon; may be above 100
-  std::string sheet;                 ///< empty if not known
-  std::string ribbon_words;          ///< the filter's words from which the prints are read
-  /// Whether the printer answered when it was last asked for its ribbon; nothing if it never was.
+  std::string sheet;                 ///< empty if unknown
+  std::string ribbon_words;          ///< the filter's message that the prints are parsed from
+  /// Whether the printer answered the last query of its ribbon; nothing if it was never queried.
   std::optional<bool> answered;
 
   std::vector<Marker> markers;
   std::vector<ReasonCode> errors;
   std::vector<std::string> reasons;  ///< all other printer-state-reasons
-  /// When the markers were last reported, in seconds of the scheduler's clock; 0 if they never were.
+  /// The time of the last marker report in seconds of the scheduler's clock; 0 if there was none.
   int reported_at = 0;
-  /// How long ago that is; nothing if they never were or the clock is not known.
+  /// The age of the last marker report; nothing if there was none or the clock is unknown.
   std::optional<int> age_seconds;
 
   bool operator==(const Reading&) const = default;
 };
 
-/// Whether this queue has our command filter: brenvellis-monitor looks after it without being told its name.
-/// Its PPD names the filter's two commands and no others, or the filter has reported its ribbon or an error.
+/// Returns whether this queue has our command filter, so that brenvellis-monitor selects it by default: its
+/// PPD lists exactly the filter's two commands, or the filter has reported its ribbon or an error.
 [[nodiscard]] bool is_brenvellis_queue(const Reading& reading);
 
-/// Prints remaining divided by prints total, or else the level; nothing if neither is known.
+/// Returns the prints remaining divided by the prints in total, otherwise the level; nothing if both are
+/// unknown.
 [[nodiscard]] std::optional<double> ribbon_ratio(const Reading& reading);
 
-/// The attributes that read_queues looks at.
+/// The attributes that read_queues uses.
 [[nodiscard]] const std::vector<const char*>& reading_attributes();
 
-/// The queues of an answer to CUPS-Get-Printers or Get-Printer-Attributes, in its order. Attributes that are
-/// missing, or of another type than they should be, leave their fields unknown.
+/// Returns the queues of an answer to CUPS-Get-Printers or Get-Printer-Attributes in its order. The fields of
+/// missing attributes and of attributes with an unexpected type are unknown.
 [[nodiscard]] std::vector<Reading> read_queues(ipp_t* answer);

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-/// ReasonCode is a printer's error as the driver's state reasons name it: a group of four digits, which the
-/// printer's manual explains, and the printer's own code of four hexadecimal digits.
+/// ReasonCode is a printer's error in the state reasons: a group of four digits and a code of four
+/// hexadecimal digits. The printer's manual explains both.
 struct ReasonCode {
   std::string group;
   std::string code;
@@ -14,15 +14,14 @@ struct ReasonCode {
   bool operator==(const ReasonCode&) const = default;
 };
 
-/// The error behind a printer-state-reasons keyword: com.brenvellis-errorGGGG_CCCC, or
-/// com.brenvellis-errorGGGG for a group whose only code is its own number; with or without a severity
-/// (-error, -warning, -report) at its end.
+/// Parses a printer-state-reasons keyword: com.brenvellis-errorGGGG_CCCC, or com.brenvellis-errorGGGG for a
+/// group whose only code is its own number. The keyword may end with a severity (-error, -warning, -report).
 /// @return nothing for any other keyword.
 [[nodiscard]] std::optional<ReasonCode> parse_reason(std::string_view keyword);
 
-/// The keyword of an error, without a severity.
+/// Returns the keyword of an error without a severity.
 [[nodiscard]] std::string reason_keyword(const ReasonCode& error);
 
-/// True for the keyword that the filter also raises when the printer does not answer, and for a code that the
-/// driver does not know.
+/// Returns whether this is the keyword that the filter also raises if the printer does not answer or reports
+/// an unknown code.
 [[nodiscard]] bool is_fallback(const ReasonCode& error);

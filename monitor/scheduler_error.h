@@ -5,6 +5,6 @@
 
 #include "monitor/scheduler.h"
 
-/// Why a scheduler did not do what it was asked, for a person, with its own words: any bytes.
+/// Returns an error message for a user. It may contain the scheduler's text, which may have any bytes.
 /// @param shared  whether the queue is shared with other computers, if that is known.
 [[nodiscard]] std::string explanation(const SchedulerError& error, std::optional<bool> shared = {});

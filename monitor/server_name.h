@@ -4,13 +4,13 @@
 #include <optional>
 #include <string>
 
-/// A print server as the user named it.
+/// ServerName is the name of a print server in the user's arguments.
 struct ServerName {
   std::string host;  ///< or the path of its socket
   int port = 0;
 };
 
-/// HOST, HOST:PORT, [IPV6]:PORT or the path of a socket; without a port that of IPP (or of CUPS' own
-/// settings).
-/// @return nothing if the text is none of these.
+/// Parses HOST, HOST:PORT, [IPV6]:PORT or the path of a socket. The default port is that of IPP, or of the
+/// CUPS configuration.
+/// @return nothing if the text is invalid.
 [[nodiscard]] std::optional<ServerName> parse_server(const std::string& text);

@@ -40,7 +40,7 @@ void limit(decltype(RLIMIT_CORE) resource, rlim_t value) {
   setrlimit(resource, &limits);
 }
 
-/// Gives up what a process that reads a stranger's bytes does not need.
+/// Drops the rights that a process that reads untrusted bytes does not need.
 void confine() {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
@@ -53,7 +53,7 @@ void confine() {
 #endif
 }
 
-/// Reads exactly so many bytes; false at the end.
+/// Reads exactly `size` bytes; returns false at the end.
 bool read_all(char* bytes, std::size_t size) {
   while (size > 0) {
     const auto length = recv(PARENT, bytes, size, 0);
@@ -90,7 +90,7 @@ std::optional<SchedulerRequest> read_request() {
   return read_all(message.data(), message.size()) ? decode_request(message) : std::nullopt;
 }
 
-/// The answer as a message. One that is too large becomes the error that it is.
+/// Encodes the answer. An answer that is too large becomes an error.
 std::string message_of(QueueClient& client, const SchedulerRequest& request) {
   const SchedulerError too_large{SchedulerError::Kind::InvalidAnswer, "its answer is too large"};
   try {

@@ -8,8 +8,8 @@
 #include <system_error>
 #include <utility>
 
-/// AcceptLoop holds an address and hands on every connection that is made to it while it listens. It must
-/// outlive the run of its io_context.
+/// AcceptLoop reserves an address and, while it listens, passes on each connection to it. It must outlive the
+/// run of its io_context.
 template <typename Protocol>
 class AcceptLoop {
  public:
@@ -19,10 +19,10 @@ class AcceptLoop {
   AcceptLoop(asio::io_context& io, std::function<void(Socket)> on_connection)
       : io_(io), pause_(io), on_connection_(std::move(on_connection)) {}
 
-  /// Takes the address for this process; who connects to it is refused until listen().
+  /// Reserves the address. Connections are refused until listen().
   std::error_code bind(const Endpoint& endpoint) {
     endpoint_ = endpoint;
-    // A new acceptor each time: a connection that the old one still delivers is known by it, and dropped.
+    // Use a new acceptor each time, so that connections from the old one can be recognised and dropped.
     acceptor_ = std::make_shared<Acceptor>(io_);
     std::error_code error;
     acceptor_->open(endpoint.protocol(), error);
@@ -54,7 +54,7 @@ class AcceptLoop {
     return error;
   }
 
-  /// Refuses connections until listen(), but keeps the address from others if it can.
+  /// Refuses connections until listen(), but keeps the address reserved if possible.
   void stop_listening() {
     std::error_code ignored;
     acceptor_->close(ignored);
@@ -64,7 +64,7 @@ class AcceptLoop {
 
   [[nodiscard]] bool listening() const { return listening_; }
 
-  /// @return the address that bind() took, with the real port in place of 0.
+  /// @return the address that bind() reserved, with the real port instead of 0.
   [[nodiscard]] const Endpoint& endpoint() const { return endpoint_; }
 
  private:
@@ -80,7 +80,7 @@ class AcceptLoop {
         accept();
         return;
       }
-      // Out of descriptors, most likely: others must close theirs first.
+      // Probably out of descriptors; wait until others are closed.
       pause_.expires_after(std::chrono::milliseconds(100));
       pause_.async_wait([this, acceptor](std::error_code aborted) {
         if (!aborted && acceptor == acceptor_) {

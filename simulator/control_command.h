@@ -10,29 +10,30 @@
 
 #include "simulator/simulated_printer.h"
 
-/// The longest control line, its line end not counted.
+/// The maximum length of a control line without its line end.
 constexpr std::size_t LONGEST_CONTROL_LINE = 1024;
 
-/// ControlLineReader cuts what one control connection sends into lines.
+/// ControlLineReader splits the data of a control connection into lines.
 class ControlLineReader {
  public:
-  /// Takes the next bytes of the connection.
+  /// Reads the next bytes of the connection.
   ///
-  /// @return the lines that these bytes completed, without their line ends; nothing in place of a line that
-  ///         was longer than LONGEST_CONTROL_LINE.
+  /// @return the lines that these bytes complete, without line ends. Nothing takes the place of a line that
+  /// is longer
+  ///         than LONGEST_CONTROL_LINE.
   std::vector<std::optional<std::string>> feed(std::string_view chunk);
 
  private:
   std::string begun_;
 };
 
-/// Makes one setting from its words: "code 0x2660", "fault slow 500".
+/// Applies one setting, such as "code 0x2660" or "fault slow 500".
 ///
-/// @return nothing on success; otherwise what is wrong and what to do, and the settings are as they were.
+/// @return nothing on success, otherwise an error message; the settings are then unchanged.
 std::optional<std::string> apply_setting(std::span<const std::string_view> words, PrinterSettings& settings);
 
-/// Carries out one control line.
+/// Executes a control line.
 ///
-/// @param line as ControlLineReader gave it; nothing stands for an over-long line.
-/// @return the reply without a line end: "ok", "ok TEXT", or "error: TEXT" when nothing was changed.
+/// @param line  a line of ControlLineReader; nothing if it was too long.
+/// @return the reply without a line end: "ok", "ok TEXT", or "error: TEXT" if nothing was changed.
 std::string execute_control_line(const std::optional<std::string>& line, SimulatedPrinter& printer);

@@ -9,7 +9,7 @@ using Bytes = std::vector<unsigned char>;
 /// RequestKind is a request that the printer answers.
 enum class RequestKind { Status, Levels };
 
-/// PrinterCondition is what the printer says about itself.
+/// PrinterCondition holds the values that the printer reports.
 struct PrinterCondition {
   std::uint16_t code = 0;         ///< status code; 0 means no error
   std::uint16_t total = 400;      ///< prints of a new ink ribbon
@@ -17,6 +17,5 @@ struct PrinterCondition {
   std::uint8_t sheet = 0x02;      ///< code of the ink sheet type
 };
 
-/// Makes the printer's answer: 15 bytes for the status, 26 for the levels. Every byte that carries nothing of
-/// the condition is 0.
+/// Returns the printer's reply: 15 bytes for the status, 26 for the levels. All other bytes are 0.
 Bytes make_reply(RequestKind kind, const PrinterCondition& condition);

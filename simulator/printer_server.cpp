@@ -10,16 +10,16 @@
 
 namespace {
 
-/// No more requests are read from a peer while so many pieces of replies wait for it.
+/// The number of pending pieces of replies at which reading further requests of a peer is paused.
 constexpr std::size_t MOST_WAITING_PIECES = 64;
 
-/// Small, since every request in it may cost a reply of 4096 bytes.
+/// Small, because each request in it may cause a reply of 4096 bytes.
 constexpr std::size_t CHUNK_SIZE = 512;
 
 }  // namespace
 
-/// PrinterConnection reads requests and sends replies, in the order of the requests, until the peer has ended
-/// its side and got all its replies. Its pending operations keep it alive.
+/// PrinterConnection reads requests and sends replies in the same order, until the peer has closed its side
+/// and received all replies. Pending operations keep it alive.
 class PrinterConnection : public std::enable_shared_from_this<PrinterConnection> {
  public:
   PrinterConnection(asio::ip::tcp::socket socket, PrinterServer& server)

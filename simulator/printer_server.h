@@ -12,17 +12,17 @@
 
 class PrinterConnection;
 
-/// PrinterServer is the printer's network side: raw TCP connections to a port of 127.0.0.1. It must outlive
-/// the run of its io_context.
+/// PrinterServer accepts raw TCP connections to a port of 127.0.0.1. It must outlive the run of its
+/// io_context.
 class PrinterServer {
  public:
   PrinterServer(asio::io_context& io, SimulatedPrinter& printer);
 
-  /// Takes the port (0: a free one) and listens on it, unless the printer's fault is to refuse connections.
+  /// Reserves the port (0 selects a free one) and listens on it, unless the fault is to refuse connections.
   std::error_code open(std::uint16_t port);
 
-  /// Listens or refuses, as the printer's fault says now; refusing also closes the connections there are.
-  /// To be called after the fault was changed. Fails if another program took the port in the meantime.
+  /// Listens or refuses connections according to the fault. Refusing also closes open connections. Must be
+  /// called after the fault was changed. Fails if another program has taken the port in the meantime.
   std::error_code follow_fault();
 
   [[nodiscard]] std::uint16_t port() const { return accept_loop_.endpoint().port(); }

@@ -24,7 +24,7 @@ std::vector<Bytes> RequestParser::feed(std::span<const unsigned char> chunk) {
   std::vector<Bytes> packets;
   for (const unsigned char byte : chunk) {
     if (begun_.size() < LEAD_IN.size() && byte != LEAD_IN.at(begun_.size())) {
-      // The lead-in holds ESC only at its start, so this byte alone can begin the next packet.
+      // The lead-in has ESC only at its start, so only this byte can begin the next packet.
       finish();
       if (byte != ESC) {
         ++other_bytes_;

@@ -8,19 +8,19 @@
 
 #include "simulator/printer_condition.h"
 
-/// RequestParser finds the request packets (1b 47 44 30 00 00, a count n, n selector bytes) in what one
-/// connection sends, however that is cut into chunks.
+/// RequestParser finds the request packets (1b 47 44 30 00 00, a count n, n selector bytes) in the data of a
+/// connection, in chunks of any size.
 class RequestParser {
  public:
-  /// Takes the next bytes of the connection.
+  /// Reads the next bytes of the connection.
   ///
-  /// @return the packets that these bytes completed, oldest first, each whole.
+  /// @return the packets that these bytes complete, oldest first.
   std::vector<Bytes> feed(std::span<const unsigned char> chunk);
 
-  /// Ends the stream: a packet begun and not completed turns out to be no packet.
+  /// Ends the stream. An incomplete packet is counted as other bytes.
   void finish();
 
-  /// @return the count so far of bytes that belong to no packet.
+  /// @return the number of bytes so far that belong to no packet.
   [[nodiscard]] std::size_t other_bytes() const { return other_bytes_; }
 
  private:
@@ -28,5 +28,5 @@ class RequestParser {
   std::size_t other_bytes_ = 0;
 };
 
-/// @return what a whole packet asks for; nothing if the printer does not answer such a packet.
+/// @return the request of a packet; nothing if the printer does not answer it.
 std::optional<RequestKind> identify_request(std::span<const unsigned char> packet);

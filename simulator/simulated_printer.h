@@ -7,13 +7,13 @@
 #include "simulator/fault.h"
 #include "simulator/printer_condition.h"
 
-/// PrinterSettings is what the options and the control commands set.
+/// PrinterSettings holds the settings of the options and control commands.
 struct PrinterSettings {
   PrinterCondition condition;
   Fault fault;
 };
 
-/// Traffic is what was asked of the printer since its start or the last "forget".
+/// Traffic counts the requests since the start or the last "forget".
 struct Traffic {
   std::size_t connections = 0;
   std::size_t status_requests = 0;
@@ -22,14 +22,14 @@ struct Traffic {
   std::deque<Bytes> requests;   ///< the last 1000 request packets, oldest first
 };
 
-/// SimulatedPrinter is the printer without its wires: the network side and the control side share one.
+/// SimulatedPrinter is the printer's state, shared by the network side and the control side.
 struct SimulatedPrinter {
   PrinterSettings settings;
   Traffic traffic;
   std::size_t open_connections = 0;
 };
 
-/// Records a whole request packet and answers it by the printer's settings of this moment.
+/// Records a request packet and answers it with the current settings.
 ///
-/// @return what is to be sent, in this order; nothing for a packet that is not answered.
+/// @return the pieces to send, in this order; empty for a packet that is not answered.
 std::vector<Piece> answer_request(SimulatedPrinter& printer, Bytes packet);

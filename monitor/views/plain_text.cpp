@@ -13,7 +13,7 @@ constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";
 constexpr utf8proc_int32_t BROKEN = -1;
 constexpr utf8proc_int32_t DOUBLE_PRIME = 0x2033;
 
-/// Takes one character off the text's front; BROKEN (and one byte) if that is not valid UTF-8.
+/// Removes the first character of the text and returns it; BROKEN, and one byte, if it is invalid UTF-8.
 utf8proc_int32_t take(std::string_view& text) {
   utf8proc_int32_t character = BROKEN;
   const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),

@@ -5,21 +5,21 @@
 #include <string>
 #include <string_view>
 
-/// The text as valid UTF-8 on one line: every broken byte sequence, control character, line separator and
-/// character that changes the direction of writing becomes U+FFFD. The same rule holds for all that a
-/// terminal gets.
+/// Returns the text as valid UTF-8 on one line. Invalid bytes, control characters, line separators and
+/// characters that change the writing direction become U+FFFD. All text for a terminal passes through this
+/// function.
 [[nodiscard]] std::string printable(std::string_view text);
 
-/// JSON that was written as UTF-8, with escapes for what printable() would replace: it means the same, and a
-/// terminal can show it.
+/// Returns JSON with escapes for the characters that printable() would replace, so that it is safe for a
+/// terminal and has the same meaning.
 [[nodiscard]] std::string escaped_json(std::string_view json);
 
-/// The text, which is valid UTF-8, with ASCII characters only: a double prime becomes a quotation mark, any
-/// other character a question mark.
+/// Converts a text in valid UTF-8 to ASCII: a double prime becomes a quotation mark, other characters become
+/// question marks.
 [[nodiscard]] std::string to_ascii(std::string_view text);
 
-/// How many columns of a terminal the text, which is valid UTF-8, takes.
+/// Returns the width of a text in valid UTF-8 in columns of a terminal.
 [[nodiscard]] std::size_t columns(std::string_view text);
 
-/// The text, which is valid UTF-8, cut to so many columns, with `mark` (one column) as its last if it was.
+/// Cuts a text in valid UTF-8 to `width` columns. If it is cut, it ends with `mark`, which has one column.
 [[nodiscard]] std::string cut(std::string_view text, std::size_t width, std::string_view mark);

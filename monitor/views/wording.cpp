@@ -11,7 +11,7 @@ namespace {
 constexpr const char* CONNECT = "Switch the printer on and check its cable.";
 constexpr const char* NEW_RIBBON = "Load a new ribbon.";
 
-/// What the usual state reasons of other filters and of backends mean.
+/// The meaning of common state reasons of other filters and of backends.
 struct KnownReason {
   std::string_view keyword;
   const char* cause;
@@ -35,7 +35,7 @@ Trouble trouble_of_error(const ReasonCode& error, const Reading& reading) {
                ? Trouble{"no answer, or error 0004", CONNECT, {}}
                : Trouble{"error 0004, or an unknown code", "Look up 0004 in the printer's manual.", {}};
   }
-  // Only parse_reason() makes codes, but a report may hold any text.
+  // A report may contain any text, not only the codes of parse_reason().
   if (error.group.size() > 4 || error.code.size() > 4) {
     return {"unknown error", "Look at the printer.", error_text(error, reading)};
   }
@@ -50,7 +50,7 @@ Trouble trouble_of_reason(const std::string& reason) {
                                       : Trouble{known->cause, known->action, {}};
 }
 
-/// What kept the queue from being refreshed; nothing if nothing did.
+/// Returns why the queue was not refreshed; nothing if it was.
 std::vector<Trouble> troubles_of_outcome(const QueueReport& queue) {
   switch (queue.outcome) {
     case Outcome::Refreshed:
@@ -77,7 +77,7 @@ std::vector<Trouble> troubles_of_outcome(const QueueReport& queue) {
   return {};
 }
 
-/// Why the level is not known.
+/// Returns why the level is unknown.
 Trouble trouble_of_level(const QueueReport& queue) {
   const auto& reading = queue.reading;
   if (queue.outcome == Outcome::Asking) {

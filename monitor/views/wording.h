@@ -8,13 +8,12 @@
 
 #include "monitor/report.h"
 
-/// The words in which a person is told a report, the same in every view. Texts of schedulers and printers in
-/// them are as they came.
+// User-visible wording, shared by all views. Texts of schedulers and printers are not changed.
 
-/// "200 of 400 prints left (50 %)", or what is known instead.
+/// "200 of 400 prints left (50 %)", or less if not all values are known.
 [[nodiscard]] std::string prints_left_text(const Reading& reading);
 
-/// Whether the queue's markers are another driver's, without a ribbon to stand for them.
+/// Returns whether the queue's markers are those of another driver without a ribbon.
 [[nodiscard]] bool has_other_supplies(const Reading& reading);
 
 /// "hall", or "hall@annex:8631" with the server.
@@ -23,10 +22,10 @@
 /// "Black 30 %, Cyan not known": every marker.
 [[nodiscard]] std::string supplies_text(const Reading& reading);
 
-/// The texts with `between` between them.
+/// Joins texts with `between`.
 [[nodiscard]] std::string joined(const std::vector<std::string>& parts, std::string_view between = ", ");
 
-/// "error 0008, code 2660"; for the keyword that also stands for a missing answer, both of what it may mean.
+/// "error 0008, code 2660"; for the fallback keyword, both possible causes.
 [[nodiscard]] std::string error_text(const ReasonCode& error, const Reading& reading);
 
 /// "5 s", "3 min", "7 h", "12 days".
@@ -47,27 +46,26 @@
 /// "2 prints wait"; empty if none does.
 [[nodiscard]] std::string waiting_text(const QueueReport& queue);
 
-/// What is wrong besides the printer's errors: "the print does not move (41 min): Waiting for printer to
-/// become available.". Empty if nothing is.
+/// The problem besides the printer's errors, if any: "the print does not move (41 min): Waiting for printer
+/// to become available.".
 [[nodiscard]] std::string trouble_text(const QueueReport& queue);
 
-/// Why the values are not new: "not refreshed: printing". Empty if nothing needs to be said.
+/// Why the values are not current: "not refreshed: printing". Empty if there is no reason to mention.
 [[nodiscard]] std::string outcome_text(const QueueReport& queue);
 
-/// Trouble is one thing that is wrong with a queue, and what a person can do about it.
+/// Trouble is a problem of a queue and its solution.
 struct Trouble {
   std::string cause;   ///< "error 0008, code 2660"; never a text of a scheduler, and at most 40 characters
   std::string action;  ///< "Look up 0008 / 2660 in the printer's manual."; empty if there is nothing to do
-  std::string detail;  ///< the scheduler's own words, as they came; may be empty
+  std::string detail;  ///< the scheduler's unchanged text; may be empty
 
   bool operator==(const Trouble&) const = default;
 };
 
-/// The cause, and the scheduler's own words if there are any: "stopped after an error: ...".
+/// The cause, with the scheduler's text if there is any: "stopped after an error: ...".
 [[nodiscard]] std::string to_text(const Trouble& trouble);
 
-/// Everything that is wrong with a queue, the most important first; empty if judge() says Well, and only
-/// then.
+/// Returns all problems of a queue, the most important first; empty if and only if judge() returns Well.
 [[nodiscard]] std::vector<Trouble> troubles(const QueueReport& queue, const Limits& limits);
 
 /// "2026-11-20 15:41 UTC", in the time zone of this process.
