@@ -25,7 +25,7 @@ TEST(CommandFile, AnEmptyOneIsProbedForAndNothingElse) {
   EXPECT_EQ(filter.side_requests, 1);
 }
 
-TEST(CommandFile, ReportStatusIsOneExchangeAndTheReconciliation) {
+TEST(CommandFile, ReportStatusIsOneExchangeAndOneReport) {
   FilterRun filter = answered_status(0x2660, 1);
   filter.run_file("ReportStatus\n");
   EXPECT_EQ(filter.exit_status, 0);
@@ -33,7 +33,7 @@ TEST(CommandFile, ReportStatusIsOneExchangeAndTheReconciliation) {
   EXPECT_EQ(filter.requests, STATUS_REQUEST);
 }
 
-TEST(CommandFile, ReportLevelsIsTheLevelsExchangeItsReportThenTheStatusExchangeAndItsOwn) {
+TEST(CommandFile, ReportLevelsReportsTheLevelsAndThenTheStatus) {
   FilterRun filter;
   filter.replies.push_back({.pieces = {levels_reply(200, 400, 2)}});
   filter.replies.push_back({.pieces = {status_reply(0)}});
@@ -79,7 +79,7 @@ TEST(CommandFile, LowerCaseReportLevelsIsAnswered) {
   EXPECT_EQ(filter.requests, LEVELS_REQUEST + STATUS_REQUEST);
 }
 
-TEST(CommandFile, WhatFollowsTheWordIsIgnored) {
+TEST(CommandFile, TheRestOfTheLineIsIgnored) {
   FilterRun filter = answered_status(0x2660, 2);
   filter.run_file("ReportStatus all the rest\nReportStatus\tReportLevels\n");
   EXPECT_EQ(filter.log, command_line("ReportStatus", 1) + STATUS_OF_2660 + command_line("ReportStatus", 2) +
@@ -92,7 +92,7 @@ TEST(CommandFile, CommentsAndBlankLinesAreCountedButNotCommands) {
   EXPECT_EQ(filter.log, command_line("ReportStatus", 5) + STATUS_OF_2660 + command_line("Other", 6));
 }
 
-TEST(CommandFile, LinesMayEndAsOtherSystemsEndThem) {
+TEST(CommandFile, LineEndsOfOtherSystemsAreAccepted) {
   FilterRun filter = answered_status(0x2660, 1);
   filter.run_file("Other\r\nReportStatus\r\n");
   EXPECT_EQ(filter.log, command_line("Other", 1) + command_line("ReportStatus", 2) + STATUS_OF_2660);
@@ -106,7 +106,7 @@ TEST(CommandFile, ALineLongerThanTheBufferIsReadInPieces) {
                             command_line("Other", 3));
 }
 
-TEST(CommandFile, NulAndControlBytesEndNoRun) {
+TEST(CommandFile, NulAndControlBytesDoNotEndTheRun) {
   FilterRun filter = answered_status(0x2660, 1);
   filter.run_file(std::string("Re\0port\n", 8) + "\x01\x02\x7f\x1b[31m\nReportStatus\n");
   EXPECT_EQ(filter.exit_status, 0);
@@ -114,7 +114,7 @@ TEST(CommandFile, NulAndControlBytesEndNoRun) {
                             command_line("ReportStatus", 3) + STATUS_OF_2660);
 }
 
-TEST(CommandFile, EveryLineIsAnsweredAfresh) {
+TEST(CommandFile, ResultsAreNotCached) {
   FilterRun filter;
   filter.replies.push_back({.pieces = {status_reply(0x2660)}});
   filter.replies.push_back({.pieces = {status_reply(0)}});
@@ -142,7 +142,7 @@ TEST(CommandFile, TenThousandCommandsAreAllAnswered) {
   EXPECT_TRUE(filter.log == expected);
 }
 
-TEST(CommandFile, AThousandExchangesInOneRunLoseNone) {
+TEST(CommandFile, AThousandExchangesInOneRunAreAllAnswered) {
   constexpr int COUNT = 1000;
   FilterRun filter;
   std::string commands;

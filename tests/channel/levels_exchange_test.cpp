@@ -53,7 +53,7 @@ TEST(LevelsExchange, TwentyFiveBytesAndSilenceAreNoReading) {
   EXPECT_EQ(levels_log({.pieces = {REPLY.substr(0, 25)}}), unanswered(-1) + GOOD_STATUS);
 }
 
-TEST(LevelsExchange, SilenceIsNoReadingAndTheStatusIsAskedForAllTheSame) {
+TEST(LevelsExchange, WithoutALevelsReplyTheStatusIsStillQueried) {
   EXPECT_EQ(levels_log({}), unanswered(-1) + GOOD_STATUS);
 }
 
@@ -68,14 +68,14 @@ TEST(LevelsExchange, AClosedBackChannelEndsBothQueries) {
 
 class LongLevelsReplies : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(LongLevelsReplies, AreTracedWholeAndDecodedAsEver) {
+TEST_P(LongLevelsReplies, AreTracedWholeAndDecodedAsUsual) {
   const std::string reply = levels_reply(200, 400, 2, GetParam());
   EXPECT_EQ(levels_log({.pieces = {reply}}), answered(reply));
 }
 
 INSTANTIATE_TEST_SUITE_P(LevelsExchange, LongLevelsReplies, testing::Values(27, 40, 512));
 
-TEST(LevelsExchange, AFailedDrainIsLoggedAndTheReplyIsReadAllTheSame) {
+TEST(LevelsExchange, AFailedDrainIsLoggedAndTheReplyIsStillRead) {
   EXPECT_EQ(levels_log({.drain = SideAnswer{CUPS_SC_STATUS_IO_ERROR, ""}, .pieces = {REPLY}}),
             command_line("ReportLevels", 1) + trace_lines("[CMD]", LEVELS_REQUEST) +
                 drain_line("CUPS_SC_STATUS_IO_ERROR", 2) + trace_lines("[REP]", REPLY) + MARKER +

@@ -13,7 +13,7 @@ struct ProbeCase {
 
 class Probes : public testing::TestWithParam<ProbeCase> {};
 
-TEST_P(Probes, DecideWhetherThePrinterIsAsked) {
+TEST_P(Probes, DecideWhetherThePrinterIsQueried) {
   const auto& [answer, bidirectional, name] = GetParam();
   FilterRun filter;
   filter.probe = answer;
@@ -71,7 +71,7 @@ TEST(Probe, AnAnswerThatIsTooBigForTheBufferIsNotBidirectional) {
   EXPECT_EQ(filter.log, no_bidirectional_line("CUPS_SC_STATUS_TOO_BIG", 6));
 }
 
-TEST(Probe, ThatIsNeverAnsweredTimesOutAndTheRunGoesOn) {
+TEST(Probe, ThatIsNeverAnsweredTimesOutAndTheRunContinues) {
   FilterRun filter;
   filter.probe.reset();
   filter.run_file("ReportStatus\n");

@@ -75,7 +75,7 @@ TEST(StatusExchange, ABackChannelClosedInTheMiddleIsNoReply) {
 
 class LongStatusReplies : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(LongStatusReplies, AreTracedWholeAndDecodedAsEver) {
+TEST_P(LongStatusReplies, AreTracedWholeAndDecodedAsUsual) {
   const std::string reply = status_reply(0x2660, GetParam());
   EXPECT_EQ(status_log({.pieces = {reply}}), answered(reply, REASON, "0x2660"));
 }
@@ -89,7 +89,7 @@ TEST(StatusExchange, TheLastReadMayFillTheBuffer) {
             answered(reply, REASON, "0x2660"));
 }
 
-TEST(StatusExchange, WhatDoesNotFitIntoTheBufferIsReadByTheNextQuery) {
+TEST(StatusExchange, ExcessBytesAreReadByTheNextQuery) {
   FilterRun filter;
   const std::string reply = status_reply(0x2660, 512);
   const std::string rest = status_reply(0x2100, 15);
@@ -107,7 +107,7 @@ struct DrainCase {
 
 class Drains : public testing::TestWithParam<DrainCase> {};
 
-TEST_P(Drains, AreLoggedAndTheReplyIsReadAllTheSame) {
+TEST_P(Drains, AreLoggedAndTheReplyIsStillRead) {
   const auto& [status, name] = GetParam();
   EXPECT_EQ(status_log({.drain = SideAnswer{status, ""}, .pieces = {REPLY}}),
             command_line("ReportStatus", 1) + trace_lines("[CMD]", STATUS_REQUEST) +
@@ -164,7 +164,7 @@ TEST(StatusExchange, AFullOutputIsAFailedFlush) {
                             "DEBUG: fflush() failed.\n" + state_lines("", "UNAVAILABLE"));
 }
 
-TEST(StatusExchange, AFullOutputStaysOneWhileTheBufferFillsUpAndTheRunGoesOn) {
+TEST(StatusExchange, AFullOutputFailsEachQueryAndTheRunContinues) {
   FilterRun filter;
   filter.output = Output::Full;
   std::string commands;
@@ -181,7 +181,7 @@ TEST(StatusExchange, AFullOutputStaysOneWhileTheBufferFillsUpAndTheRunGoesOn) {
   EXPECT_EQ(failures, 2000U);
 }
 
-TEST(StatusExchange, AClosedOutputEndsTheFilterByTheSystemsSignal) {
+TEST(StatusExchange, AClosedOutputTerminatesTheFilterWithSigpipe) {
   FilterRun filter;
   filter.output = Output::Closed;
   filter.run_file("ReportStatus\n");

@@ -48,7 +48,7 @@ class SystemCalls : public OnePrinter {
   std::vector<std::string> calls;
 };
 
-TEST_F(SystemCalls, WriteNowhereButToTheThreeStreams) {
+TEST_F(SystemCalls, WriteOnlyToTheThreeStreams) {
   const auto writes =
       called("write|writev|pwrite64|pwritev|pwritev2|send|sendto|sendmsg|sendfile|splice|copy_file_range");
   // Standard output, standard error and the side channel; the pipe of the back channel is only read.

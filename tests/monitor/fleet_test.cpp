@@ -15,7 +15,7 @@ namespace {
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-TEST(Metrics, PleaseTheirChecker) {
+TEST(Metrics, AreValid) {
   const NetworkPrinter printer({"--code", "0x2660"});
   const PrivateScheduler scheduler;
   scheduler.add_queue("booth", printer.device_uri());

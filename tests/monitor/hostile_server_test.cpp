@@ -94,7 +94,7 @@ TEST(HostileServerTest, EndlessTextsAreAnInvalidAnswer) {
   EXPECT_EQ(error.text, "its answer is too large");
 }
 
-TEST(HostileServerTest, WhatNeverEndsIsGivenUp) {
+TEST(HostileServerTest, EndlessAnswersAreGivenUp) {
   const std::string one_value = ipp_value(IPP_TAG_INTEGER, "", std::string(4, '\0'));
   std::string values;
   for (int i = 0; i < 1000; ++i) {
@@ -127,7 +127,7 @@ TEST(HostileServerTest, WhatNeverEndsIsGivenUp) {
   }
 }
 
-TEST(HostileServerTest, WhatIsNotIppIsAnInvalidAnswer) {
+TEST(HostileServerTest, OtherDataThanIppIsAnInvalidAnswer) {
   const struct {
     const char* name;
     std::string response;
@@ -165,7 +165,7 @@ TEST(HostileServerTest, RedirectsAreNotFollowed) {
   EXPECT_EQ(other.connections(), 0U);
 }
 
-TEST(HostileServerTest, RefusalsAreToldApart) {
+TEST(HostileServerTest, RefusalsAreDistinguished) {
   const char* upgrade = "Upgrade: TLS/1.2,HTTP/1.1\r\nConnection: Upgrade\r\n";
   const struct {
     std::string response;

@@ -152,7 +152,7 @@ struct StuckPrinter {
 
 class StuckPrint : public InTheWay, public testing::WithParamInterface<StuckPrinter> {};
 
-TEST_P(StuckPrint, IsAnErrorInTheSchedulersOwnWords) {
+TEST_P(StuckPrint, IsAnErrorWithTheSchedulersMessage) {
   scheduler.add_queue("booth", GetParam().device);
   const int print = scheduler.send_raw("booth", "a photo");
   ASSERT_TRUE(wait_for_processing(scheduler, print));
@@ -182,7 +182,7 @@ INSTANTIATE_TEST_SUITE_P(Devices, StuckPrint,
                                              "The printer may not exist or is unavailable at this time."}),
                          [](const auto& one) { return one.param.name; });
 
-TEST_F(InTheWay, AQueueThatWasPausedIsToldFromOneThatIsDown) {
+TEST_F(InTheWay, APausedQueueIsDistinguishedFromOneThatIsDown) {
   const TemporaryFolder programs;
   const auto backend = programs.path() / "failing";
   std::ofstream(backend)

@@ -49,7 +49,7 @@ TEST_F(Output, IsTextWithoutColorOrLiveLineWhereThereIsNoTerminal) {
   EXPECT_EQ(result.errors, "");
 }
 
-TEST_F(Output, IsColoredIfToldTo) {
+TEST_F(Output, IsColoredOnRequest) {
   EXPECT_THAT(run({"--color", "always"}).output, HasSubstr("\033[32m███████\033[0m"));
 }
 
@@ -80,20 +80,20 @@ TEST_F(Output, GoesToSeveralFilesOfOneRefresh) {
   EXPECT_EQ(printer.requests().size(), 2U);
 }
 
-TEST_F(Output, ThatCannotBeWrittenIsSaid) {
+TEST_F(Output, ThatCannotBeWrittenIsReported) {
   const auto result = run({"--json=/nonexistent/report.json"});
   EXPECT_EQ(result.errors, "brenvellis-monitor: /nonexistent/report.json: No such file or directory\n");
   EXPECT_EQ(result.exit_status, 74);
 }
 
-TEST_F(Output, OnAFullDiskIsSaid) {
+TEST_F(Output, OnAFullDiskIsReported) {
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
   ChildProcess monitor({{MONITOR_PROGRAM}, {{1, full}}, monitor_environment(scheduler.server())});
   close(full);
   EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 74);
 }
 
-TEST_F(Output, ThatNobodyReadsAnyMoreEndsAWatch) {
+TEST_F(Output, ToAClosedPipeEndsAWatch) {
   std::array<int, 2> ends{};
   ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
   ChildProcess monitor(
@@ -152,7 +152,7 @@ TEST_F(Output, NoColorIsRespectedOnATerminal) {
   EXPECT_THAT(run.shown, Not(HasSubstr("\033")));
 }
 
-TEST(Usage, WhatIsWrongIsSaidWithStatus64) {
+TEST(Usage, AUsageErrorExitsWithStatus64) {
   for (const std::vector<std::string>& arguments :
        std::vector<std::vector<std::string>>{{"--nonsense"},
                                              {"--timeout", "0"},

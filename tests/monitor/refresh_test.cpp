@@ -37,7 +37,7 @@ class Monitor : public testing::Test {
   PrivateScheduler scheduler;
 };
 
-TEST_F(Monitor, ShowsWhatThePrinterIsSetToNow) {
+TEST_F(Monitor, ShowsThePrintersCurrentValues) {
   auto one = run();
   EXPECT_EQ(one.exit_status, 0);
   EXPECT_EQ(one.outcome("booth"), "refreshed");
@@ -79,7 +79,7 @@ TEST_F(Monitor, TakesYoungValuesForNew) {
   EXPECT_EQ(one.exit_status, 0);
 }
 
-TEST_F(Monitor, WithoutRefreshAsksNobody) {
+TEST_F(Monitor, WithoutRefreshSendsNoJob) {
   const auto one = run({"--no-refresh"});
   EXPECT_EQ(one.outcome("booth"), "not-asked");
   EXPECT_TRUE(one.queue("booth")["ribbon"]["prints_remaining"].is_null());
@@ -233,7 +233,7 @@ TEST_F(Monitor, RefreshesAQueueWithAHeldPrint) {
   EXPECT_EQ(active_jobs(scheduler), std::vector<int>{print});
 }
 
-TEST_F(Monitor, WaitsForAPrintIfToldTo) {
+TEST_F(Monitor, WaitsForAPrintOnRequest) {
   make_printer_refuse();
   const int print = scheduler.send_raw("booth", "somebody's photo");
   ASSERT_TRUE(wait_for_processing(scheduler, print));
@@ -246,7 +246,7 @@ TEST_F(Monitor, WaitsForAPrintIfToldTo) {
   EXPECT_EQ(one.queue("booth")["ribbon"]["prints_remaining"], 199);
 }
 
-TEST_F(Monitor, WaitsForAPausedQueueIfToldTo) {
+TEST_F(Monitor, WaitsForAPausedQueueOnRequest) {
   scheduler.pause("booth");
   auto waiting = std::async(std::launch::async, [&] { return run({"--wait", "--timeout", "60"}); });
   std::this_thread::sleep_for(seconds(1));
@@ -255,7 +255,7 @@ TEST_F(Monitor, WaitsForAPausedQueueIfToldTo) {
   EXPECT_EQ(waiting.get().outcome("booth"), "refreshed");
 }
 
-TEST_F(Monitor, WaitsForARejectingQueueIfToldTo) {
+TEST_F(Monitor, WaitsForARejectingQueueOnRequest) {
   scheduler.reject("booth");
   auto waiting = std::async(std::launch::async, [&] { return run({"--wait", "--timeout", "60"}); });
   std::this_thread::sleep_for(seconds(1));
@@ -263,7 +263,7 @@ TEST_F(Monitor, WaitsForARejectingQueueIfToldTo) {
   EXPECT_EQ(waiting.get().outcome("booth"), "refreshed");
 }
 
-TEST_F(Monitor, LeavesNoJobInAPausedQueueThatItWaitedForInVain) {
+TEST_F(Monitor, LeavesNoJobInAPausedQueueAfterATimeout) {
   scheduler.pause("booth");
   EXPECT_EQ(run({"--wait", "--timeout", "1"}).outcome("booth"), "paused");
   EXPECT_THAT(all_jobs(scheduler), IsEmpty());
@@ -366,7 +366,7 @@ TEST_F(Monitor, OutlivesARestartOfTheScheduler) {
   EXPECT_EQ(one.queue("booth")["ribbon"]["prints_remaining"], 111);
 }
 
-TEST_F(Monitor, DoesNotTakeOldValuesForNewIfAKilledSchedulerForgotItsJob) {
+TEST_F(Monitor, DoesNotMistakeOldValuesForNewIfAKilledSchedulerForgotItsJob) {
   make_printer_refuse();
   auto running = std::async(std::launch::async, [&] { return run({"--timeout", "60"}); });
   ASSERT_TRUE(wait_for_active_jobs(scheduler, 1));

@@ -152,7 +152,7 @@ TEST_F(ServerProcessTest, AQueueThatRejectsJobsRefuses) {
   EXPECT_EQ(error.text, "Destination \"booth\" is not accepting jobs.");
 }
 
-TEST_F(ServerProcessTest, AServerWithoutQueuesIsNoError) {
+TEST_F(ServerProcessTest, AServerWithoutQueuesIsNotAnError) {
   const PrivateScheduler empty;
   ServerProcess its_server({empty.server(), 0}, HTTP_ENCRYPTION_IF_REQUESTED, seconds(10), MONITOR_PROGRAM);
   EXPECT_THAT(std::get<Look>(ask(its_server, LookRequest())).queues, IsEmpty());

@@ -110,7 +110,7 @@ TEST(ServiceUnit, IsRatedUnderTwo) {
   EXPECT_THAT(result.output, HasSubstr("Overall exposure level for brenvellis-monitor.service: 1."));
 }
 
-TEST(ServiceUnit, HasNoErrorThatSystemdKnows) {
+TEST(ServiceUnit, IsAcceptedBySystemd) {
   const TemporaryFolder folder;
   const auto copy = folder.path() / "brenvellis-monitor.service";
   std::ofstream(copy) << replaced(text_of(SERVICE_UNIT), "/usr/bin/brenvellis-monitor", MONITOR_PROGRAM);
@@ -119,7 +119,7 @@ TEST(ServiceUnit, HasNoErrorThatSystemdKnows) {
   EXPECT_EQ(result.output + result.errors, "");
 }
 
-TEST(ServiceUnit, CountsAnOutputThatWasNotWrittenAsAFailureButNoPrinter) {
+TEST(ServiceUnit, FailsForAnUnwrittenOutputButNotForAPrinter) {
   EXPECT_THAT(values_of("SuccessExitStatus"), testing::ElementsAre("1 2 3"));
 }
 
@@ -132,7 +132,7 @@ TEST_F(Service, WritesMetricsAndPage) {
   EXPECT_THAT(text_of(file("p.html")), HasSubstr("<!DOCTYPE html>"));
 }
 
-TEST_F(Service, LeavesOutWhatIsEmptyAndHasTheOptions) {
+TEST_F(Service, SkipsEmptyOutputsAndPassesTheOptions) {
   auto result = run_service(scheduler.server(),
                             {{"METRICS", ""}, {"PAGE", file("p q.html")}, {"OPTIONS", "--low 2% booth"}});
   EXPECT_EQ(result.exit_status, 0) << result.errors;
@@ -151,7 +151,7 @@ TEST_F(Service, FailsIfAnOutputCannotBeWritten) {
   EXPECT_TRUE(std::filesystem::exists(file("p")));
 }
 
-TEST_F(Service, NeedsNoSystemCallThatItMayNotMake) {
+TEST_F(Service, NeedsOnlyAllowedSystemCalls) {
   const auto trace = file("calls");
   const std::map<std::string, std::string> settings = {
       {"METRICS", file("m.prom")}, {"PAGE", file("p.html")}, {"OPTIONS", "--server " + scheduler.address()}};

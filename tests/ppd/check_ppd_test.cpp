@@ -193,7 +193,7 @@ TEST_F(CheckPpd, NamesTheFilterThatTheSchedulerStarts) {
   }
 }
 
-TEST_F(CheckPpd, APpdThatFollowsItsAdviceReportsTheRibbonStillPrintsAndIsFoundByTheMonitor) {
+TEST_F(CheckPpd, ACorrectedPpdReportsTheRibbonPrintsAndIsFoundByTheMonitor) {
   const PrivateScheduler scheduler;
   const NetworkPrinter printer({"--remaining", "200", "--total", "400"});
   for (const char* original :
@@ -233,7 +233,7 @@ TEST_F(CheckPpd, APpdThatFollowsItsAdviceReportsTheRibbonStillPrintsAndIsFoundBy
   }
 }
 
-TEST_F(CheckPpd, SaysWhichOfTwoDestinationsIsNotCertain) {
+TEST_F(CheckPpd, ReportsEqualCostsOfTwoDestinations) {
   const auto path = ppd(
       "tie", CUPS_FILTER_2,
       "*cupsFilter2: \"application/vnd.cups-command application/other 0 commandtops\"\n" + LINE_2 + COMMANDS);

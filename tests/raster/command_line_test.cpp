@@ -30,7 +30,7 @@ void PrintTo(const UsageCase& usage, std::ostream* out) {
 
 class WrongUsage : public Rasterdump, public testing::WithParamInterface<UsageCase> {};
 
-TEST_P(WrongUsage, HasAStatusOfItsOwnAndSaysWhy) {
+TEST_P(WrongUsage, ExitsWithStatus2AndSaysWhy) {
   const ProgramResult result = run(GetParam().arguments);
   EXPECT_EQ(result.exit_status, 2);
   EXPECT_THAT(result.errors, testing::StartsWith("brenvellis-rasterdump: "));
@@ -129,7 +129,7 @@ TEST_F(Rasterdump, ATerminalGetsNoControlBytesOfTheStream) {
   }
 }
 
-TEST_F(Rasterdump, AFileGetsAHeadersStringsAsTheyAre) {
+TEST_F(Rasterdump, AFileGetsAHeadersStringsUnchanged) {
   const std::vector<Page> pages = {page_with_control_bytes()};
   EXPECT_EQ(run({}, write_stream(pages, CUPS_RASTER_WRITE)).output, headers_of(pages));
 }

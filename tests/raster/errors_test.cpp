@@ -44,29 +44,29 @@ TEST_F(Rasterdump, AFileThatDoesNotExistIsNamed) {
   expect(run({path("none")}), INPUT, path("none") + ": No such file or directory");
 }
 
-TEST_F(Rasterdump, AFolderIsNoStream) {
+TEST_F(Rasterdump, AFolderIsNotAStream) {
   expect(run({path("")}), INPUT, path("") + ": cannot read: Is a directory");
 }
 
-TEST_F(Rasterdump, AnEmptyFileIsNoStream) {
+TEST_F(Rasterdump, AnEmptyFileIsNotAStream) {
   const std::string name = file("");
   expect(run({name}), INPUT, name + ": the stream is empty");
 }
 
-TEST_F(Rasterdump, APictureIsNoRasterStream) {
+TEST_F(Rasterdump, APictureIsNotARasterStream) {
   const std::string name = file("P6\n10 10\n255\n" + std::string(300, 'x'));
   expect(run({name}), INPUT, name + ": not a CUPS raster stream");
 }
 
-TEST_F(Rasterdump, AStreamOfTwoBytesIsNoRasterStream) {
+TEST_F(Rasterdump, AStreamOfTwoBytesIsNotARasterStream) {
   expect(run({"-"}, "3S"), INPUT, "standard input: not a CUPS raster stream");
 }
 
-TEST_F(Rasterdump, AStreamWithoutAPageSaysSo) {
+TEST_F(Rasterdump, AStreamWithoutPagesIsReported) {
   expect(run({}, uncompressed({})), INPUT, "standard input: the stream has no pages");
 }
 
-TEST_F(Rasterdump, APageThatIsNotThereIsAnError) {
+TEST_F(Rasterdump, AMissingPageIsAnError) {
   expect(run({"--page", "3"}, uncompressed(TWO_PAGES)), INPUT,
          "standard input: page 3 does not exist (the last page is 2)");
 }
@@ -89,25 +89,25 @@ class Broken : public Rasterdump, public testing::WithParamInterface<cups_mode_t
   static std::size_t first_page_size() { return write_stream({TWO_PAGES[0]}, GetParam()).size(); }
 };
 
-TEST_P(Broken, AtAPagesEndItIsWhole) {
+TEST_P(Broken, AtTheEndOfAPageIsComplete) {
   // This format begins with the number of pages, but the imaging library leaves checking it to the caller.
   EXPECT_EQ(run({"--quiet"}, cut_behind_first_page(0)).exit_status, 0);
 }
 
-TEST_P(Broken, InAHeaderItSaysSo) {
+TEST_P(Broken, InAHeaderIsReported) {
   for (const std::size_t bytes : {1U, 15U, 16U, 31U}) {
     expect(run({"--quiet"}, cut_behind_first_page(bytes)), INPUT,
            "page 2: unexpected end of the stream in the page header");
   }
 }
 
-TEST_P(Broken, InThePixelsWithoutCaptureItSaysWhere) {
+TEST_P(Broken, InThePixelsWithoutCaptureReportsThePosition) {
   const std::string stream = write_stream(PAGE, GetParam());
   expect(run({"--quiet"}, stream.substr(0, stream.size() - 1)), INPUT,
          "page 1, after 19 of 20 lines: unexpected end of the stream");
 }
 
-TEST_P(Broken, InThePixelsItKeepsAndNamesWhatCame) {
+TEST_P(Broken, InThePixelsKeepsAndNamesTheReceivedLines) {
   const std::string stream = write_stream(PAGE, GetParam());
   const ProgramResult result =
       run({"--quiet", "--bands", "8", "--capture", path("%C_%H.raw")}, stream.substr(0, stream.size() - 1));
@@ -183,7 +183,7 @@ TEST_F(Rasterdump, APageWithoutWidthCanBeDumped) {
   EXPECT_EQ(result.output, headers_of(pages, "CUPS raster version 1, uncompressed, little-endian"));
 }
 
-TEST_F(Rasterdump, ABandThatNoMemoryHoldsIsReadAsFarAsItComes) {
+TEST_F(Rasterdump, ABandLargerThanMemoryIsReadToItsEnd) {
   std::vector<Page> pages = PAGE;
   pages[0].header.cupsHeight = 4294967295U;
   pages[0].header.cupsBytesPerLine = 2147483646;
@@ -343,7 +343,7 @@ TEST_F(Rasterdump, ClosedOutputsDoNotBecomeABand) {
   EXPECT_EQ(joined_bands(), pages[0].pixels);
 }
 
-TEST_F(Rasterdump, AFullStandardErrorThatNothingIsWrittenToIsNoError) {
+TEST_F(Rasterdump, AFullStandardErrorIsNotAnErrorIfNothingIsWritten) {
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
   ChildProcess child({{RASTERDUMP_PROGRAM, "--quiet", file(uncompressed(PAGE))}, {{2, full}}, {}});
   close(full);

@@ -65,13 +65,13 @@ class Umask {
   mode_t before_;
 };
 
-TEST_P(SavedFile, HasTheRightsThatTheUmaskLeaves) {
+TEST_P(SavedFile, HasTheModeThatTheUmaskAllows) {
   const Umask umask(027);
   EXPECT_EQ(save(path("page")).exit_status, 0);
   EXPECT_EQ(rights(path("page")), 0640U);
 }
 
-TEST_P(SavedFile, HasNoneOfTheRightsOfTheFileThatItReplaces) {
+TEST_P(SavedFile, DoesNotInheritTheModeOfTheReplacedFile) {
   const std::string name = file("old", "page");
   ASSERT_EQ(chmod(name.c_str(), 06777), 0);
   const Umask umask(022);
@@ -115,11 +115,11 @@ TEST_P(SavedFile, FollowsNoLinkToNothing) {
   EXPECT_NE(access(path("none").c_str(), F_OK), 0);
 }
 
-TEST_P(SavedFile, IsNoDevice) {
+TEST_P(SavedFile, DoesNotReplaceADevice) {
   expect_refusal("/dev/full", "it is not a regular file");
 }
 
-TEST_P(SavedFile, WaitsForNoReaderOfAPipe) {
+TEST_P(SavedFile, DoesNotWaitForAPipe) {
   ASSERT_EQ(mkfifo(path("page").c_str(), 0666), 0);
   expect_refusal(path("page"), "it is not a regular file");
 }

@@ -144,7 +144,7 @@ TEST_F(Rasterdump, JsonNamesPwgAndAppleRaster) {
                                              "byteOrder": "big-endian"})"));
 }
 
-TEST_F(Rasterdump, JsonEscapesWhatCommandsATerminal) {
+TEST_F(Rasterdump, JsonEscapesTerminalControls) {
   Page page = make_page(3, 2);
   std::memcpy(page.header.MediaClass, "\x1b[2J\x7f\xc2\x9b\xe2\x80\xae\xff\"\n", 13);
   const std::string output = run({"--json"}, write_stream({page}, CUPS_RASTER_WRITE)).output;

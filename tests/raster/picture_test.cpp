@@ -65,7 +65,7 @@ TEST_F(Pictures, SixteenBitsOfCmykBecomeSixteenBitsOfRgb) {
   EXPECT_EQ(picture_of(page), std::string("P6\n1 1\n65535\n\xec\xcb\x00\x00\xfe\xff", 13 + 6));
 }
 
-TEST_F(Pictures, SingleBitsOfThreeColorsMayStandWithoutAGap) {
+TEST_F(Pictures, SingleBitsOfThreeColorsMayHaveNoGap) {
   // Writers other than Ghostscript may use three bits per pixel.
   Page page = page_of(4, 1, 1, 3, CUPS_ORDER_CHUNKED, CUPS_CSPACE_RGB, "\x8d\x70");  // 100 011 010 111
   EXPECT_EQ(page.header.cupsBitsPerPixel, 3U);
@@ -133,7 +133,7 @@ TEST_F(Pictures, OneNameIsEnoughForOnePage) {
   EXPECT_THAT(picture("page.pnm"), testing::StartsWith("P6\n3 2\n"));
 }
 
-TEST_F(Pictures, APageThatBreaksOffIsOneOfTheLinesThatCame) {
+TEST_F(Pictures, AnIncompletePageHasTheReceivedLines) {
   const Page page = make_page(10, 20);
   std::string stream = write_stream({page}, CUPS_RASTER_WRITE);
   stream.resize(stream.size() - 12 * 30 - 1);
@@ -145,7 +145,7 @@ TEST_F(Pictures, APageThatBreaksOffIsOneOfTheLinesThatCame) {
   EXPECT_EQ(picture("x"), "P6\n10  7\n255\n" + page.pixels.substr(0, 7UL * 30));
 }
 
-TEST_F(Pictures, PlanesThatBreakOffAreOneOfTheLinesThatCameInAll) {
+TEST_F(Pictures, AnIncompletePlaneGivesTheLinesThatAllPlanesHave) {
   const Page page = make_page(10, 20, 8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB);
   const std::string whole = picture_of(page, "whole");
   std::string stream = write_stream({page}, CUPS_RASTER_WRITE);
@@ -154,7 +154,7 @@ TEST_F(Pictures, PlanesThatBreakOffAreOneOfTheLinesThatCameInAll) {
   EXPECT_EQ(picture("x"), "P6\n10  7\n255\n" + whole.substr(13, 7UL * 30));
 }
 
-TEST_F(Pictures, PlanesOfWhichOneIsMissingAreNone) {
+TEST_F(Pictures, AreNotSavedIfAPlaneIsMissing) {
   std::string stream =
       write_stream({make_page(10, 20, 8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB)}, CUPS_RASTER_WRITE);
   stream.resize(stream.size() - 200);
@@ -240,7 +240,7 @@ TEST(PictureRefusal, WidthsThatOverflow32BitsAreTooLong) {
   EXPECT_NE(picture_refusal(header), "");
 }
 
-TEST_F(Pictures, OfAPageThatNoFileHoldsAreAnError) {
+TEST_F(Pictures, LargerThanTheLargestFileAreAnError) {
   Page page = make_page(10, 1, 8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB);
   page.header.cupsWidth = 2147483646;
   page.header.cupsBytesPerLine = 2147483646;

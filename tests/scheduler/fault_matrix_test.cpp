@@ -369,7 +369,7 @@ Rows slow_log() {
   return matrix.rows;
 }
 
-TEST(FaultMatrix, EveryFaultAtEveryStepEndsAsItShouldAndTheNextReportIsTrue) {
+TEST(FaultMatrix, EachFaultHasTheExpectedOutcomeAndTheNextReportIsCorrect) {
   std::vector<std::future<Rows>> groups;
   for (const auto group : {backend_and_printer_faults, cancelled_jobs, killed_scheduler, slow_log}) {
     groups.push_back(std::async(std::launch::async, group));
@@ -402,7 +402,7 @@ class ClosedLog : public OnePrinter {
   const fs::path once = scheduler.path() / "once";
 };
 
-TEST_F(ClosedLog, HasNoReportAndTheNextOneIsTrue) {
+TEST_F(ClosedLog, LosesTheReportAndTheNextOneIsCorrect) {
   const auto view = scheduler.report("booth");
   EXPECT_EQ(view.reasons, NO_REASON);
   EXPECT_TRUE(view.marker.empty());

@@ -13,7 +13,7 @@ struct FaultCase {
 
 class Faults : public OnePrinter, public testing::WithParamInterface<FaultCase> {};
 
-TEST_P(Faults, AreReportedAsTheyAreAndForgottenByTheNextReport) {
+TEST_P(Faults, AreReportedAndTheNextReportIsCorrect) {
   const auto& [fault, reasons, marker] = GetParam();
   printer.tell("fault " + std::string(fault));
   const auto view = scheduler.report("booth");

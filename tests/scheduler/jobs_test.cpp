@@ -36,13 +36,13 @@ TEST_F(Jobs, ACancelledJobLeavesNoProcessBehindAndTheNextOneWorks) {
   EXPECT_EQ(view.reasons, ERROR_2660);
 }
 
-TEST_F(Jobs, UnknownCommandsCompleteAndAskNothing) {
+TEST_F(Jobs, UnknownCommandsCompleteWithoutAQuery) {
   const int job = scheduler.send_commands("booth", "Clean all\nPrintSelfTestPage\n");
   EXPECT_EQ(scheduler.wait_for_job(job), IPP_JSTATE_COMPLETED);
   EXPECT_TRUE(printer.requests().empty());
 }
 
-TEST_F(Jobs, AReportAfterARestartOfTheSchedulerShowsTheTruth) {
+TEST_F(Jobs, AReportAfterARestartOfTheSchedulerIsCorrect) {
   static_cast<void>(scheduler.report("booth"));
   scheduler.restart(SIGTERM);
   printer.tell("code 0; remaining 100");
@@ -51,7 +51,7 @@ TEST_F(Jobs, AReportAfterARestartOfTheSchedulerShowsTheTruth) {
   EXPECT_EQ(view.marker, marker("25", "Ink Ribbon = 100 / 400", "InkSheetType: 10x15(4x6\xe2\x80\xb3)"));
 }
 
-TEST_F(Jobs, TheQueueTakesTheTwoCommands) {
+TEST_F(Jobs, TheQueueAcceptsTheTwoCommands) {
   const std::string ppd = scheduler.path() / "etc/ppd/booth.ppd";
   std::ifstream file(ppd);
   const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());

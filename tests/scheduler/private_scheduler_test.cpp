@@ -39,7 +39,7 @@ class OneOfBoth : public testing::TestWithParam<Configuration> {
   PrivateScheduler scheduler{{.configuration = GetParam()}};
 };
 
-TEST_P(OneOfBoth, NeverRunsAsRootAndNobodyElseCanEnterItsFolder) {
+TEST_P(OneOfBoth, NeverRunsAsRootAndHasAPrivateFolder) {
   const auto users = users_of(scheduler.pid());
   ASSERT_EQ(users.size(), 4U);
   EXPECT_THAT(users, Each(Not(0U)));
@@ -49,7 +49,7 @@ TEST_P(OneOfBoth, NeverRunsAsRootAndNobodyElseCanEnterItsFolder) {
   EXPECT_EQ(folder.st_uid, users.front());
 }
 
-TEST_P(OneOfBoth, ReportsWhatThePrinterSays) {
+TEST_P(OneOfBoth, ReportsThePrintersValues) {
   const auto view = scheduler.report("booth");
   EXPECT_EQ(view.marker, HALF_USED);
   EXPECT_EQ(view.reasons, ERROR_2660);
@@ -68,7 +68,7 @@ TEST_P(OneOfBoth, LetsTheOwnerOfAJobCancelAndPurgeIt) {
   EXPECT_THAT(printer.ask("show"), EndsWith(" other-bytes=0")) << "the photo was printed";
 }
 
-TEST_P(OneOfBoth, TakesNoQueueThatPrintsToAFile) {
+TEST_P(OneOfBoth, RejectsQueuesThatPrintToAFile) {
   const TemporaryFolder folder;
   EXPECT_THROW(scheduler.add_queue("file", "file://" + (folder.path() / "file").string()),
                std::runtime_error);

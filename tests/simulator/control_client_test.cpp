@@ -86,7 +86,7 @@ TEST(TellSimulator, AReplyReachesTheTerminalWithoutControlCharacters) {
   EXPECT_EQ(told.output, "ok ?[31m??? ?? ???~\n");
 }
 
-TEST(TellSimulator, SoDoesAnError) {
+TEST(TellSimulator, AnErrorReachesTheTerminalWithoutControlCharacters) {
   const auto told = tell(Impostor("error: \x1b]0;title\x07\n"));
   EXPECT_FALSE(told.ok);
   EXPECT_EQ(told.errors, "error: ?]0;title?\n");

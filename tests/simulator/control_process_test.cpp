@@ -118,7 +118,7 @@ TEST(Tell, PrintsTheReplyToStandardOutput) {
   EXPECT_THAT(simulator.tell("show"), StartsWith("ok code=0x2660 total=400 remaining=12 "));
 }
 
-TEST(Tell, TakesTheCommandAsOneWordToo) {
+TEST(Tell, AcceptsTheCommandAsOneWord) {
   const SimulatorProcess simulator;
   EXPECT_EQ(run_simulator({"--tell", simulator.control(), "fault slow 5"}).output, "ok\n");
   EXPECT_THAT(simulator.tell("show"), HasSubstr(" fault=slow,5 "));
@@ -132,7 +132,7 @@ TEST(Tell, PrintsAnErrorToStandardErrorAndFails) {
   EXPECT_EQ(outcome.errors, "error: 'nonsense' is no command; 'help' lists the commands\n");
 }
 
-TEST(Tell, PrintsEveryRequestHoweverManyThereAre) {
+TEST(Tell, PrintsAllRequests) {
   const SimulatorProcess simulator;
   const Connection peer = simulator.connect();
   std::string requests;
@@ -146,7 +146,7 @@ TEST(Tell, PrintsEveryRequestHoweverManyThereAre) {
   EXPECT_EQ(outcome.output.size(), 2 + 999U * 525 + 17 + 1);
 }
 
-TEST(Tell, FailsWhenNobodyAnswers) {
+TEST(Tell, FailsWithoutAnAnswer) {
   const TemporaryFolder folder;
   const std::string path = folder.path() / "nobody";
   const ProgramResult outcome = run_simulator({"--tell", path, "show"});
@@ -156,6 +156,6 @@ TEST(Tell, FailsWhenNobodyAnswers) {
                                 "' (No such file or directory); start one with --control " + path + "\n");
 }
 
-TEST(Tell, FailsOnAPathThatNoSocketCanHave) {
+TEST(Tell, FailsOnAnInvalidSocketPath) {
   EXPECT_EQ(run_simulator({"--tell", std::string(200, 'x'), "show"}).exit_status, 1);
 }

@@ -74,7 +74,7 @@ TEST(Fault, AnUnknownNameIsAnsweredWithTheNames) {
   }
 }
 
-TEST(Fault, NoFaultAtAllIsAnError) {
+TEST(Fault, AnEmptyFaultIsAnError) {
   std::string error;
   EXPECT_FALSE(parse("", &error));
   EXPECT_THAT(error, HasSubstr("use one of none silent"));
@@ -133,7 +133,7 @@ TEST(Fault, ShortSendsTheHeadOnly) {
   EXPECT_EQ(bytes_of(plan("short 4096")), REPLY);
 }
 
-TEST(Fault, DripSendsOneByteAPieceWithAPauseBeforeEachButTheFirst) {
+TEST(Fault, DripSendsOneBytePerPieceWithPausesBetween) {
   const auto pieces = plan("drip 30");
   ASSERT_THAT(pieces, SizeIs(REPLY.size()));
   for (std::size_t i = 0; i < pieces.size(); ++i) {

@@ -20,7 +20,7 @@ TEST(PrinterReply, LevelsAre26BytesWithEveryValueInItsPlace) {
                                  0x90, 0xff, 0xfe, 0, 0));
 }
 
-TEST(PrinterReply, APrinterThatNothingWasSetOnIsHealthyAndFull) {
+TEST(PrinterReply, ByDefaultThePrinterIsHealthyAndFull) {
   Bytes full(26);
   full[17] = 0x02;
   full[20] = full[22] = 0x01;

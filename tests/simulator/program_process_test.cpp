@@ -102,7 +102,7 @@ TEST(Program, TheControlSocketIsForItsOwnerAlone) {
   EXPECT_EQ(std::filesystem::status(simulator.control()).permissions(), std::filesystem::perms(0600));
 }
 
-TEST(Program, AFileThatIsNoSocketIsLeftAlone) {
+TEST(Program, AFileThatIsNotASocketIsLeftAlone) {
   const TemporaryFolder folder;
   const std::string path = folder.path() / "file";
   std::ofstream(path) << "precious";
@@ -133,7 +133,7 @@ TEST(Program, AControlPathOfAWrongLengthIsAnError) {
   }
 }
 
-TEST(Program, WrongUsageIsToldAndEndsWithStatus2) {
+TEST(Program, AUsageErrorExitsWithStatus2) {
   const std::string no_16_bits = " needs one number from 0 to 65535, decimal or hexadecimal with 0x";
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"extra"}, "The following argument was not expected: extra"},
@@ -168,7 +168,7 @@ TEST(Program, WrongUsageIsToldAndEndsWithStatus2) {
   }
 }
 
-TEST(Program, AnUriThatNobodyGetsIsAFailure) {
+TEST(Program, FailingToPrintTheUriIsAFailure) {
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
   ChildProcess simulator({{SIMULATOR_PROGRAM}, {{1, full}}, {}});
   close(full);

@@ -14,7 +14,7 @@ const Bytes UNKNOWN = {0x1b, 0x47, 0x44, 0x30, 0, 0, 1, 0x17};
 
 }  // namespace
 
-TEST(SimulatedPrinter, AnswersByItsConditionOfTheMoment) {
+TEST(SimulatedPrinter, AnswersWithItsCurrentCondition) {
   SimulatedPrinter printer;
   printer.settings.condition.code = 0x2660;
   const auto pieces = answer_request(printer, STATUS);

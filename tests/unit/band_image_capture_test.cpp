@@ -137,7 +137,7 @@ void expect_as_modelled(const std::string& templ, const tagLNBandImageParams* pa
   EXPECT_EQ(next_number() - 1, number) << "template " << templ;
 }
 
-TEST(TemplateExpansion, EveryTemplateOfThreePiecesIsCutAsItsModelAtEverySize) {
+TEST(TemplateExpansion, EveryTemplateOfThreePiecesIsCutLikeItsModelAtEverySize) {
   the_clock = Clock::Fixed;
   const tagLNBandImageParams band = band_of(3000, 1000, 64);
   for (const std::string& a : PIECES) {
@@ -149,7 +149,7 @@ TEST(TemplateExpansion, EveryTemplateOfThreePiecesIsCutAsItsModelAtEverySize) {
   }
 }
 
-TEST(TemplateExpansion, LongRandomTemplatesAreCutAsTheirModel) {
+TEST(TemplateExpansion, LongRandomTemplatesAreCutLikeTheirModel) {
   the_clock = Clock::Fixed;
   const std::vector<tagLNBandImageParams> bands = {band_of(3000, 1000, 64), band_of(-3000, 1000, -64),
                                                    band_of(9000000000000, -7, 9000000000000)};
@@ -275,7 +275,7 @@ TEST(TemplateExpansion, UnknownSequencesExpandToNothing) {
   EXPECT_EQ(expand("100%%"), (Expansion{true, "100"}));
 }
 
-TEST(TemplateExpansion, ANumberIsTakenAlsoWhenItIsCutAndTheCallFails) {
+TEST(TemplateExpansion, TheNumberIsIncrementedAlsoIfItIsCutAndTheCallFails) {
   const int number = next_number();
   EXPECT_FALSE(expand(3, "%C%Cxyz", nullptr).good);
   EXPECT_EQ(next_number(), number + 3);
@@ -470,7 +470,7 @@ TEST_F(BandFiles, ABandOfNegativeStrideIsReadForward) {
   EXPECT_EQ(content(path("1000_64_24")), bytes);
 }
 
-TEST_F(BandFiles, ABandWithoutLinesIsNotSavedButTakesANumber) {
+TEST_F(BandFiles, ABandWithoutLinesIsNotSavedButIncrementsTheNumber) {
   const std::string bytes = pixels();
   tagLNBandImageParams band = band_with(bytes, 3000);
   band.top = band.bottom;
@@ -487,7 +487,7 @@ TEST_F(BandFiles, ABandWithoutDataIsNotSaved) {
   EXPECT_TRUE(empty());
 }
 
-TEST_F(BandFiles, ANegativeHeightIsHandedOnAsAHugeCount) {
+TEST_F(BandFiles, ANegativeHeightIsPassedOnAsAHugeCount) {
   const std::string bytes = pixels();
   tagLNBandImageParams band = band_with(bytes, 3000);
   band.bottom = -64;
@@ -531,7 +531,7 @@ TEST_F(BandFiles, ANameThatWasCutIsNotSaved) {
   EXPECT_TRUE(empty());
 }
 
-TEST_F(BandFiles, EverybodyMayReadAndWriteWhateverTheMask) {
+TEST_F(BandFiles, TheModeIs0666RegardlessOfTheUmask) {
   const mode_t before = umask(077);
   printed_by([&] { EXPECT_TRUE(save_memory(path("a").c_str(), "abc", 3)); });
   umask(before);
@@ -555,7 +555,7 @@ TEST_F(BandFiles, NothingIsTouchedWithoutPathDataOrSize) {
   EXPECT_EQ(printed, "");
 }
 
-TEST_F(BandFiles, AFileThatCannotBeOpenedIsAFailureWithoutAWord) {
+TEST_F(BandFiles, AFileThatCannotBeOpenedIsAFailureWithoutAMessage) {
   std::string printed;
   const std::string log = captured_log(
       [&] { printed = printed_by([&] { EXPECT_FALSE(save_memory(path("no/a").c_str(), "abc", 3)); }); });
@@ -572,7 +572,7 @@ TEST_F(BandFiles, AFullDiskIsAFailure) {
   });
 }
 
-TEST_F(BandFiles, AShortenedFileStaysWithThePermissionsItWasMadeWithAndIsClosed) {
+TEST_F(BandFiles, AnIncompleteFileKeepsItsModeAndIsClosed) {
   const std::string bytes = pixels();
   const auto before = open_files();
   const mode_t mask = umask(077);

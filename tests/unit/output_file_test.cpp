@@ -69,7 +69,7 @@ TEST(OutputFile, LinksAreFollowed) {
   }
 }
 
-TEST(OutputFile, WhoHasTheOldFileOpenReadsTheOldText) {
+TEST(OutputFile, AnOpenOldFileKeepsTheOldText) {
   const TemporaryFolder folder;
   const auto path = folder.path() / "metrics.prom";
   EXPECT_EQ(write_whole(path, "old"), "");
@@ -103,7 +103,7 @@ TEST(OutputFile, ALoopOfLinksIsAnError) {
   EXPECT_EQ(write_whole(path, "text"), path + ": Too many levels of symbolic links");
 }
 
-TEST(OutputFile, AFifoIsLeftAloneWhetherSomebodyReadsItOrNot) {
+TEST(OutputFile, AFifoIsLeftAloneWithAndWithoutAReader) {
   const TemporaryFolder folder;
   const auto path = (folder.path() / "fifo").string();
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -120,7 +120,7 @@ TEST(OutputFile, ADeviceIsLeftAlone) {
   EXPECT_EQ(write_whole("/dev/null", "text"), "/dev/null: not a regular file");
 }
 
-TEST(OutputFile, OneThatReplacesAnotherNeverHasMoreRightsThanANewOne) {
+TEST(OutputFile, AReplacementNeverHasMoreRightsThanANewFile) {
   const TemporaryFolder folder;
   const auto path = folder.path() / "page.html";
   const mode_t before = umask(027);

@@ -120,7 +120,7 @@ TEST(PrinterLevels, TheLongestTextIsWhole) {
   EXPECT_EQ(PrinterLevels::Parse(bytes.data()).to_string(), "ink ribbon 65535 / 65535 ink_sheet_type=0xff");
 }
 
-TEST(PrinterLevels, ATypeThatIsNoneOfTheTwoIsUnknownAndNotGood) {
+TEST(PrinterLevels, AnInvalidTypeIsUnknownAndNotGood) {
   const PrinterLevels levels(static_cast<PrinterLevels::Type>(2));
   EXPECT_EQ(levels.to_string(), "UNKNOWN");
   EXPECT_FALSE(levels.isGood());

@@ -35,7 +35,7 @@ TEST(PrinterState, NamedConstructorsSetTypeAndCode) {
   new (memory) PrinterState(type);
 }
 
-TEST(PrinterState, ATypeAloneLeavesTheCodeAsItWasInMemory) {
+TEST(PrinterState, ATypeAloneLeavesTheCodeUninitialised) {
   using Type = PrinterState::Type;
   for (const auto type : {Type::Unavailable, Type::Error, Type::Any, NO_SUCH_TYPE}) {
     alignas(PrinterState) std::array<unsigned char, sizeof(PrinterState)> memory{};

@@ -123,7 +123,7 @@ TEST(Reading, EveryReportOfTheFilterIsUnderstood) {
   }
 }
 
-TEST(Reading, AMessageThatIsNoRibbonCountGivesNoCounts) {
+TEST(Reading, AnotherMessageGivesNoCounts) {
   for (const char* message :
        {"", " ", "Ink Ribbon = ", "Ink Ribbon = 200", "Ink Ribbon = 200 / ", "Ink Ribbon = / 400",
         "Ink Ribbon = -1 / 400", "Ink Ribbon = 200 / -400", "Ink Ribbon = 200 / 400 ",
@@ -136,7 +136,7 @@ TEST(Reading, AMessageThatIsNoRibbonCountGivesNoCounts) {
   }
 }
 
-TEST(Reading, ValuesThatCannotBeAreUnknownButTheirWordsAreKept) {
+TEST(Reading, ImpossibleValuesAreUnknownButTheirMessageIsKept) {
   const struct {
     int level;
     const char* words;
@@ -202,7 +202,7 @@ TEST(Reading, TheRibbonIsFoundAmongSeveralMarkers) {
                           Marker{"Waste", "waste-toner", {}}));
 }
 
-TEST(Reading, MarkersOfAnotherDriverAreNoRibbon) {
+TEST(Reading, MarkersOfAnotherDriverAreNotARibbon) {
   const auto reading = Answer()
                            .number("marker-levels", {80, -3})
                            .text("marker-names", {"Black", "Cyan"})

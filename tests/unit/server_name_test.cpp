@@ -25,7 +25,7 @@ TEST(ServerName, EveryFormIsUnderstood) {
   }
 }
 
-TEST(ServerName, WhatIsNoServerIsRefused) {
+TEST(ServerName, InvalidNamesAreRejected) {
   for (const char* text : {"", ":", ":631", "host:", "host:x", "host:0", "host:65536", "host:631x", "host:-1",
                            "[2001:db8::1", "[::1]x", "[::1]:"}) {
     EXPECT_FALSE(parse_server(text)) << text;

@@ -53,7 +53,7 @@ TEST(StateReport, NoErrorClearsAll109KeywordsInSortedOrder) {
   EXPECT_EQ(std::ranges::count(log, '\n'), 109);
 }
 
-TEST(StateReport, TheClearingOrderGoesByGroupNotByCode) {
+TEST(StateReport, TheClearingOrderIsByGroupNotByCode) {
   const std::string log = report(PrinterState::Good());
   EXPECT_THAT(log, testing::StartsWith("STATE: -com.brenvellis-error0001\n"
                                        "STATE: -com.brenvellis-error0002\n"
@@ -88,7 +88,7 @@ TEST(StateReport, AnUnavailablePrinterRaisesTheFallback) {
   EXPECT_EQ(report(PrinterState::Unavailable()), fallback_lines("UNAVAILABLE"));
 }
 
-TEST(StateReport, AStateOfNoKnownTypeRaisesTheFallback) {
+TEST(StateReport, AnInvalidTypeRaisesTheFallback) {
   EXPECT_EQ(report(PrinterState(static_cast<PrinterState::Type>(3))), fallback_lines("UNKNOWN"));
 }
 
@@ -232,7 +232,7 @@ TEST(StateReport, KeywordsBehindTheFirstNullAreNeitherRaisedNorCleared) {
                 " 0x0002\nDEBUG: error_number part mismatch processing \nSTATE: -a\n");
 }
 
-TEST(StateReport, TheScanGoesOnAfterAMatch) {
+TEST(StateReport, TheScanContinuesAfterAMatch) {
   const std::array<PrinterStateReason, 3> table = {{{0, 1, {"a"}}, {0, 2, {"b"}}, {0, 1, {"c"}}}};
   EXPECT_EQ(report(PrinterState::Error(1), table),
             "STATE: +a\nDEBUG: a 0x0001\nSTATE: +c\nDEBUG: c 0x0001\nSTATE: -b\n");
@@ -262,7 +262,7 @@ TEST(StateReport, BytesAbove127SortBehindLetters) {
   EXPECT_EQ(report(PrinterState::Good(), table), "STATE: -z\nSTATE: -\xc3\xa4\n");
 }
 
-TEST(StateReport, TheFallbackIsRaisedEvenIfTheTableDoesNotHoldIt) {
+TEST(StateReport, TheFallbackIsRaisedEvenIfTheTableDoesNotContainIt) {
   const std::array<PrinterStateReason, 1> table = {{{0, 1, {"a"}}}};
   EXPECT_EQ(report(PrinterState::Error(9), table),
             "STATE: +com.brenvellis-error0004\nDEBUG: com.brenvellis-error0004 0x0009\n"

@@ -256,7 +256,7 @@ std::string judged(const Sight& sight) {
   return sight == AFTERWARDS ? "correct" : "**" + cell(sight) + "**";
 }
 
-TEST(UsbFaultMatrix, TheNextReportsAreAsTheTableSays) {
+TEST(UsbFaultMatrix, TheNextReportsMatchTheTable) {
   if (const std::string reason = UsbPrinter::why_not(); !reason.empty()) {
     GTEST_SKIP() << reason;
   }

@@ -127,7 +127,7 @@ TEST_F(UsbQueue, ACancelledJobKeepsTheQueueUntilItsBackendHasWaited) {
   wait_for_log(job, "aborting the pending read");
 }
 
-TEST_F(UsbQueue, APulledCableFailsTheJobAndTheNextReportAfterwardsIsTrue) {
+TEST_F(UsbQueue, APulledCableFailsTheJobAndTheNextReportIsCorrect) {
   printer.answer_idle_reads(true);
   printer.set_busy(true);
   const int job = scheduler.send_commands("booth", "ReportLevels\n");
@@ -142,7 +142,7 @@ TEST_F(UsbQueue, APulledCableFailsTheJobAndTheNextReportAfterwardsIsTrue) {
   EXPECT_LT(scheduler.job_state(job), IPP_JSTATE_CANCELED) << "the job waits to be tried again";
 }
 
-TEST_F(UsbQueue, ALateReplyReachesTheNextJobAndTheOneAfterThatIsRight) {
+TEST_F(UsbQueue, ALateReplyReachesTheNextJobAndTheFollowingOneIsCorrect) {
   // Longer than the filter waits for anything; the first reply finds the backend waiting for its reader.
   printer.inside().tell("fault slow 8000");
   const int late = scheduler.send_commands("booth", "ReportLevels\n");
@@ -165,7 +165,7 @@ class OneWayUsbQueue : public UsbQueue {
   OneWayUsbQueue() : UsbQueue({"protocol 1"}) {}
 };
 
-TEST_F(OneWayUsbQueue, IsNotAskedAndItsLevelIsUnknown) {
+TEST_F(OneWayUsbQueue, IsNotQueriedAndItsLevelIsUnknown) {
   const auto view = scheduler.report("booth");
   EXPECT_EQ(view.marker, UNKNOWN_LEVEL);
   EXPECT_EQ(view.reasons, NO_REASON);
