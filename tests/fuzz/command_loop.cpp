@@ -107,7 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(!channels.probing, "the probe is made");
   const bool bidirectional = channels.probe_status == CUPS_SC_STATUS_OK && channels.probe_answer == "\x01";
   require(log.starts_with("DEBUG: Unable to retrieve supply status") == !bidirectional,
-          "a connection that is not bidirectional is told first");
+          "a connection that is not bidirectional is reported first");
   const Account account = account_of(log);
   require(account.marker_reports == account.levels_commands, "every ReportLevels reports the markers");
   require(account.state_reports == account.status_commands + (bidirectional ? account.levels_commands : 0),

@@ -35,7 +35,7 @@ bool read_page(RasterStream& stream) {
       }
       most -= part;
       if (!stream.read_pixels(std::span(buffer).first(part))) {
-        require(!stream.error().empty(), "a failure is told");
+        require(!stream.error().empty(), "a failure is reported");
         return false;
       }
       left -= part;
@@ -69,7 +69,7 @@ bool make_pictures(RasterStream& stream) {
       most -= header.cupsBytesPerLine;
       if (!stream.read_pixels(
               std::span(pixels).subspan(plane * header.cupsBytesPerLine, header.cupsBytesPerLine))) {
-        require(!stream.error().empty(), "a failure is told");
+        require(!stream.error().empty(), "a failure is reported");
         return false;
       }
     }
@@ -98,10 +98,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   {
     RasterStream stream(file);
     bool more = stream.open();
-    require(more || !stream.error().empty(), "a failure is told");
+    require(more || !stream.error().empty(), "a failure is reported");
     for (int page = 0; more && page < 1000; ++page) {
       const auto next = stream.next_page();
-      require(next != RasterStream::Next::Failure || !stream.error().empty(), "a failure is told");
+      require(next != RasterStream::Next::Failure || !stream.error().empty(), "a failure is reported");
       more = next == RasterStream::Next::Page && use_page(stream);
     }
   }

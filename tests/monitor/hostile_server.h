@@ -18,9 +18,9 @@ class HostileServer {
    public:
     Exchange(int socket, ipp_op_t operation) : operation_(operation), socket_(socket) {}
     [[nodiscard]] ipp_op_t operation() const { return operation_; }
-    /// Sends the bytes; false once nobody reads them.
+    /// Sends the bytes. Returns false when the client has closed the connection.
     bool send(const std::string& bytes);
-    /// Waits; false once nobody waits for the answer.
+    /// Waits. Returns false when the client has closed the connection.
     bool wait(std::chrono::milliseconds length);
 
    private:

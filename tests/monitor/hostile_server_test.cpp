@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a print server can send to a ServerProcess, at its worst.
+// Sends malicious answers of a print server to a ServerProcess.
 
 #include "tests/monitor/hostile_server.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a monitor does to prints and to a scheduler, with the distribution's own configuration.
+// Checks that a monitor does not delay prints, with the distribution's scheduler configuration.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,7 +36,7 @@ class InTheWay : public testing::Test {
   }
   [[nodiscard]] std::string file() const { return (folder.path() / "report.json").string(); }
 
-  /// What the watch wrote last.
+  /// Returns the watch's latest output.
   [[nodiscard]] JsonRun written() const {
     std::ifstream stream(file());
     return {0, nlohmann::json::parse(stream, nullptr, false)};

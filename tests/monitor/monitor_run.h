@@ -27,7 +27,7 @@ inline std::unique_ptr<ChildProcess> start_monitor(const std::string& server,
   return std::make_unique<ChildProcess>(ChildProcess::Options{arguments, {}, monitor_environment(server)});
 }
 
-/// What --json said, and the exit status.
+/// The output of --json, and the exit status.
 struct JsonRun {
   int exit_status;
   nlohmann::json object;

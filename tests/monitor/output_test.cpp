@@ -115,14 +115,14 @@ TerminalRun run_on_terminal(const std::vector<std::string>& arguments,
                             const std::map<std::string, std::string>& environment) {
   const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
   if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) {
-    throw std::runtime_error("there is no terminal");
+    throw std::runtime_error("cannot open a terminal");
   }
   const int inner = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
   ChildProcess monitor({arguments, {{1, inner}, {2, inner}}, environment});
   TerminalRun result;
   result.exit_status = monitor.exit_status(std::chrono::seconds(30));
   close(inner);
-  // What was written last may still be on its way through the terminal; its end is told as an error.
+  // The last output may still be in the terminal. A closed terminal is reported as a read error.
   std::array<char, 4096> part{};
   for (ssize_t count = 0; (count = read(terminal, part.data(), part.size())) > 0;) {
     result.shown.append(part.data(), static_cast<std::size_t>(count));

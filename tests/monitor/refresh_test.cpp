@@ -27,7 +27,7 @@ class Monitor : public testing::Test {
   Monitor() { scheduler.add_queue("booth", printer.device_uri()); }
 
   JsonRun run(std::vector<std::string> arguments = {}) { return run_json(scheduler.server(), arguments); }
-  /// Lets the next command job wait for ever, after the queue has its first values.
+  /// Makes the next command job wait forever, after the queue has its first values.
   void make_printer_refuse() {
     ASSERT_EQ(run().exit_status, 0);
     printer.tell("fault refuse");
@@ -406,8 +406,8 @@ TEST_F(Monitor, FindsANamedQueueOnAnyOfSeveralServers) {
   EXPECT_EQ(one.exit_status, 0);
 }
 
-/// Something on a port that is no scheduler: it says its text to whoever comes, and then goes, stays silent,
-/// or says its last byte again and again.
+/// StrangeServer is a server on a port that is not a scheduler. It sends its text to each client, and then
+/// closes the connection, stays silent, or repeats its last byte.
 class StrangeServer {
  public:
   enum class Manner : std::uint8_t { Goes, StaysSilent, DripsOn };
@@ -516,7 +516,7 @@ TEST(MonitorAlone, EndsByASignalWhileAServerDrips) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   monitor->signal(SIGTERM);
-  // Ten seconds are those of a request that nobody ends.
+  // Ten seconds is the timeout of a request.
   EXPECT_EQ(monitor->exit_status(seconds(8)), 128 + SIGTERM);
 }
 

@@ -165,7 +165,7 @@ class Worker:
         return False
 
     def verdict(self, mutant):
-        """What noticed the change; SAME if the programs are the same with it, SURVIVED if nobody did."""
+        """The test that detected the change; SAME if the program is the same, SURVIVED if no test did."""
         target = os.path.join(self.tree, mutant.path)
         with open(target, "w", encoding="utf-8") as file:
             file.write(mutant.mutated())
@@ -312,7 +312,7 @@ def main():
         print(*everything, f"{len(everything)} changes", sep="\n")
         return 0
 
-    # What a change makes of a loop must not fill the machine.
+    # A changed loop must not use up all memory.
     resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
     resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))

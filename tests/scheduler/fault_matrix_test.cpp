@@ -110,7 +110,7 @@ class Matrix {
     for (const auto& fault : faults) {
       for (const auto& step : STEPS) {
         if (fault == ASKED_AGAIN && index_of(step) < index_of("between")) {
-          continue;  // is asked again anyway
+          continue;  // is queried again anyway
         }
         Row row{step, fault, expected_outcome(step, fault)};
         row.queue = "q" + std::to_string(rows.size());

@@ -62,7 +62,7 @@ void close_log() {
   pid_t reader = -1;
   std::ifstream(plan_file + ".reader") >> reader;
   if (reader <= 0 || kill(reader, SIGKILL) != 0) {
-    fprintf(stderr, "ERROR: nobody reads the log\n");
+    fprintf(stderr, "ERROR: the log has no reader\n");
     std::exit(1);
   }
   // A pipe without a reader cannot be opened.

@@ -91,7 +91,7 @@ ProgramResult run_program(const std::vector<std::string>& arguments, const std::
       throw std::runtime_error("pipe2() failed");
     }
   }
-  // A pipe holds 64 KiB, so nobody has to read while this is written.
+  // A pipe holds 64 KiB, so writing this does not require a reader.
   if (write(pipes[0][1], input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
     throw std::runtime_error("the input does not fit into a pipe");
   }

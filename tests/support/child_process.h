@@ -37,7 +37,7 @@ class ChildProcess {
   std::optional<int> status_;
 };
 
-/// What a program that ran to its end left behind.
+/// The output and exit status of a program that has exited.
 struct ProgramResult {
   int exit_status = -1;  ///< -1 if a signal ended it
   std::string output;    ///< standard output

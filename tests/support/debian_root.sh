@@ -15,17 +15,17 @@ become_inside() {
     DEBIAN_FRONTEND=noninteractive "$@"
 }
 
-# inside COMMAND...: runs it there.
+# inside COMMAND...: runs the command in $root.
 inside() (become_inside "$@")
 
-# this_release: the code name of the release that this system is.
+# this_release: prints the code name of this system's release.
 this_release() { sed -n 's/^VERSION_CODENAME=//p' /etc/os-release; }
 
-# make_debian RELEASE: a minimal one in $root, from the server that this system has its packages from; nothing that
-# is installed there starts by itself.
+# make_debian RELEASE: creates a minimal system in $root from this system's package server. Packages installed there do not
+# start services.
 make_debian() {
   local server
-  [ "$(id -u)" = 0 ] || fail "only root can make a Debian"
+  [ "$(id -u)" = 0 ] || fail "creating a Debian system requires root"
   server=$(apt-get indextargets --format '$(SITE)' "Codename: $(this_release)" | sort -u | head -n 1)
   rm -rf "$root"
   debootstrap --variant=minbase "$1" "$root" "$server"
@@ -33,7 +33,7 @@ make_debian() {
   chmod 755 "$root/usr/sbin/policy-rc.d"
 }
 
-# copy_tree: the committed tree, to /src in $root.
+# copy_tree: copies the committed tree to /src in $root.
 copy_tree() {
   rm -rf "$root/src"
   mkdir "$root/src"

@@ -8,7 +8,7 @@
 
 #include <stdexcept>
 
-/// A port of 127.0.0.1 that nobody listens on at the moment.
+/// Returns a port of 127.0.0.1 on which no program is listening.
 inline int free_port() {
   const int probe = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};

@@ -32,8 +32,8 @@ void add_job_uri(ipp_t* request, int job) {
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
 }
 
-/// When the process was started, in the system's own unit; empty if there is no such process. With it, a
-/// process id is not mistaken for that of a later process.
+/// Returns when the process was started, in the system's unit; empty if there is no such process. This
+/// distinguishes it from a later process with the same id.
 std::string start_time(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/stat");
   // A process that ends meanwhile makes the read fail; getline() does not throw then.
@@ -58,7 +58,7 @@ PrivateScheduler::PrivateScheduler() : PrivateScheduler(Options{}) {}
 PrivateScheduler::PrivateScheduler(Options options)
     : options_(std::move(options)), port_(options_.port ? free_port() : 0) {
   if (geteuid() == 0) {
-    // The scheduler's user passes through it to its own folder.
+    // The scheduler's user must be able to reach its folder in it.
     std::filesystem::permissions(folder_.path(), std::filesystem::perms(0711));
   }
   start();
@@ -66,7 +66,7 @@ PrivateScheduler::PrivateScheduler(Options options)
 
 PrivateScheduler::~PrivateScheduler() {
   end(SIGTERM);
-  // A scheduler that ended by itself has told its children to end.
+  // A scheduler that has exited normally has stopped its children.
   const auto deadline = steady_clock::now() + seconds(killed_ ? 0 : 5);
   const auto runs = [](const auto& child) { return start_time(child.first) == child.second; };
   while (std::ranges::any_of(children_, runs) && steady_clock::now() < deadline) {
