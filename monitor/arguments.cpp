@@ -89,6 +89,13 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   app.add_flag("--prometheus{-}", prometheus, "Write metrics, to FILE with --prometheus=FILE");
   app.add_flag("--html{-}", html, "Write a web page, to FILE with --html=FILE");
 
+  app.add_option("--page-interval", arguments.page_interval,
+                 "Without --watch: a timer writes the page at least so often")
+      ->check(CLI::Range(1, day))
+      ->type_name("SECONDS")
+      ->excludes(watch_option)
+      ->capture_default_str();
+
   const auto refuse = [](const std::string& why) {
     fprintf(stderr, "brenvellis-monitor: %s\nRun with --help for more information.\n", why.c_str());
     return WRONG_USAGE;

@@ -38,6 +38,7 @@ struct Arguments {
   http_encryption_t encryption = HTTP_ENCRYPTION_IF_REQUESTED;
   WatchRules rules;
   std::vector<Output> outputs;
+  int page_interval = 60;  ///< seconds between two runs, without a watch
   std::string color;  ///< always, auto or never
 };
 

@@ -93,19 +93,26 @@ class LiveLine {
   std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
 };
 
+/// A watch writes the page at its own interval; what is not a watch is run again by a timer.
+PageTimes times_of_page(const Arguments& arguments) {
+  constexpr int shortest = 5;
+  constexpr int longest_reload = 30;
+  PageTimes times;
+  times.interval =
+      arguments.rules.again ? static_cast<int>(arguments.rules.shortest.count()) : arguments.page_interval;
+  times.interval = std::max(times.interval, shortest);
+  times.reload = std::min(times.interval, longest_reload);
+  return times;
+}
+
 std::string rendered(const Report& report, View view, const Arguments& arguments, const TextStyle& style) {
-  constexpr int shortest_reload = 5;
-  constexpr int usual_reload = 30;
   switch (view) {
     case View::Json:
       return json_view(report, arguments.rules.again ? -1 : 2);
     case View::Prometheus:
       return prometheus_view(report);
     case View::Html:
-      return html_view(report,
-                       arguments.rules.again
-                           ? std::max(shortest_reload, static_cast<int>(arguments.rules.shortest.count()))
-                           : usual_reload);
+      return html_view(report, times_of_page(arguments));
     case View::Text:
       break;
   }

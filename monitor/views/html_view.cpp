@@ -1,60 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/views/html_view.h"
 
+#include <cups/cups.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 
+#include "monitor/views/page_files.h"
 #include "monitor/views/plain_text.h"
 #include "monitor/views/wording.h"
 
 namespace {
 
-constexpr const char* STYLE = R"(
-:root { color-scheme: light dark;
-  --page: #eef1f4; --card: #ffffff; --text: #14181d; --faint: #4d5864; --track: #d9dfe5; --edge: #c9d1d9;
-  --well: #11703a; --low: #8f5a00; --low-fill: #e0910a; --error: #b3171e; --unknown: #4d5864; }
-@media (prefers-color-scheme: dark) { :root {
-  --page: #0d1117; --card: #171c24; --text: #f0f4f8; --faint: #a4b0bd; --track: #2e3743; --edge: #2e3743;
-  --well: #3fc46f; --low: #f5b642; --low-fill: #f5b642; --error: #ff7b72; --unknown: #a4b0bd; } }
-* { box-sizing: border-box; }
-body { margin: 0; padding: clamp(1rem, 2.5vw, 2.5rem); background: var(--page); color: var(--text);
-  font-family: system-ui, "Segoe UI", Roboto, "DejaVu Sans", "Liberation Sans", sans-serif; line-height: 1.35; }
-header { display: flex; flex-wrap: wrap; gap: .25rem 2rem; align-items: baseline; justify-content: space-between;
-  margin-bottom: clamp(1rem, 2vw, 2rem); }
-h1 { margin: 0; font-size: clamp(1.5rem, 3vw, 2.5rem); }
-header p { margin: 0; color: var(--faint); font-size: 1.1rem; }
-ul.printers { list-style: none; margin: 0; padding: 0; display: grid; gap: clamp(1rem, 2vw, 2rem);
-  grid-template-columns: repeat(auto-fill, minmax(min(100%, 24rem), 1fr)); }
-.card { --tone: var(--well); --fill: var(--well); background: var(--card); border: 1px solid var(--edge);
-  border-top: .6rem solid var(--tone); border-radius: .8rem; padding: 1.25rem 1.5rem 1.4rem; overflow-wrap: anywhere; }
-.card.low { --tone: var(--low); --fill: var(--low-fill); }
-.card.error { --tone: var(--error); }
-.card.unknown { --tone: var(--unknown); }
-.card.error.ribbon-low, .card.unknown.ribbon-low { --fill: var(--low-fill); }
-.card p { margin: .35rem 0 0; }
-.top { display: flex; gap: 1rem; align-items: baseline; justify-content: space-between; }
-ul.printers > li { display: grid; }
-section.card { margin-bottom: clamp(1rem, 2vw, 2rem); }
-section.card .problem { margin: 0; }
-h2 { margin: 0; font-size: 2rem; line-height: 1.2; display: -webkit-box; -webkit-line-clamp: 2;
-  -webkit-box-orient: vertical; overflow: hidden; }
-.card .verdict { margin: 0; flex: none; color: var(--tone); font-weight: 700; font-size: 1.35rem; white-space: nowrap; }
-.card .where, .card .age { color: var(--faint); font-size: 1.1rem; }
-.card .left { margin-top: .6rem; display: flex; flex-wrap: wrap; align-items: center; gap: 0 .75rem; font-size: 1.3rem;
-  line-height: 1.2; }
-.left strong { font-size: 5.4rem; line-height: 1; font-variant-numeric: tabular-nums;
-  letter-spacing: -.02em; }
-.gauge { display: block; width: 100%; height: 1.6rem; margin-top: .8rem; }
-.gauge .track { fill: var(--track); } .gauge .fill { fill: var(--fill); }
-.card .facts { margin-top: .8rem; font-size: 1.15rem; }
-.card .problem { color: var(--error); font-weight: 700; font-size: 1.6rem; line-height: 1.2; margin-top: .8rem; }
-.card .note { color: var(--low); font-size: 1.15rem; font-weight: 600; }
-.empty { font-size: 1.5rem; }
-footer { margin-top: 2rem; color: var(--faint); }
-@media print { body { background: none; } .card { break-inside: avoid; } }
-)";
+/// More printers than this become a wall, with tiles for the healthy ones.
+constexpr std::size_t MANY = 6;
 
 /// A queue and where it belongs, so that queues of all servers can be sorted.
 struct Card {
@@ -96,8 +57,18 @@ std::string capitalized(std::string text) {
   return text;
 }
 
-std::string paragraph(const char* kind, const std::string& text) {
-  return text.empty() ? "" : std::string("<p class=\"") + kind + "\">" + escaped(text) + "</p>\n";
+/// A text of a scheduler or printer, in any script and direction, that does not move its surroundings.
+std::string foreign(std::string_view text) {
+  return "<bdi>" + escaped(text) + "</bdi>";
+}
+
+std::string element(const char* name, const char* kind, const std::string& content) {
+  const std::string tag = name;
+  return content.empty() ? "" : "<" + tag + " class=\"" + kind + "\">" + content + "</" + tag + ">\n";
+}
+
+std::string paragraph(const char* kind, const std::string& content) {
+  return element("p", kind, content);
 }
 
 const char* class_of(Verdict verdict) {
@@ -117,13 +88,13 @@ const char* class_of(Verdict verdict) {
 const char* verdict_text(Verdict verdict) {
   switch (verdict) {
     case Verdict::Well:
-      return "✓ OK";
+      return "✓ <span>OK</span>";
     case Verdict::Low:
-      return "▼ Ribbon low";
+      return "▼ <span>Low</span>";
     case Verdict::Error:
-      return "✕ Error";
+      return "✕ <span>Error</span>";
     case Verdict::Unknown:
-      return "? Not read";
+      return "? <span>Not read</span>";
   }
   return "";
 }
@@ -131,8 +102,7 @@ const char* verdict_text(Verdict verdict) {
 std::string gauge(const Reading& reading) {
   const auto ratio = ribbon_ratio(reading);
   if (!ratio) {
-    return "<svg class=\"gauge\" viewBox=\"0 0 100 8\" preserveAspectRatio=\"none\" role=\"img\" "
-           "aria-label=\"Ribbon level not known\"><rect class=\"track\" width=\"100\" height=\"8\"/></svg>\n";
+    return "";
   }
   std::array<char, 320> text{};
   snprintf(text.data(), text.size(),
@@ -144,46 +114,53 @@ std::string gauge(const Reading& reading) {
 }
 
 /// The large figure, and what it counts.
-std::string prints_left(const Reading& reading) {
-  std::string figure = "–";
-  std::string unit = "prints left<br>not known";
-  if (reading.prints_remaining && reading.prints_total && reading.level_percent) {
-    figure = std::to_string(*reading.prints_remaining);
-    unit = "of " + std::to_string(*reading.prints_total) + "<br>prints left";
-  } else if (reading.level_percent) {
-    figure = std::to_string(*reading.level_percent) + "&nbsp;%";
-    unit = "left";
+std::string figure(const Reading& reading) {
+  std::string number;
+  std::string unit = "left";
+  if (reading.prints_remaining && reading.prints_total) {
+    number = std::to_string(*reading.prints_remaining);
+    unit = "of " + std::to_string(*reading.prints_total) + " prints left";
+  } else {
+    number = std::to_string(reading.level_percent.value_or(0)) + " %";
   }
-  return "<p class=\"left\"><strong>" + figure + "</strong> <span>" + unit + "</span></p>\n";
+  constexpr std::size_t usual = 3;
+  return "<p class=\"figure\"><strong style=\"--digits:" + std::to_string(std::max(usual, number.size())) +
+         "\">" + number + "</strong> <span>" + unit + "</span></p>\n";
 }
 
-/// What the printer's silence means, unless an error says so already.
-std::string silence(const Reading& reading) {
-  const bool is_told = std::ranges::any_of(reading.errors, is_fallback);
-  return reading.answered == false && !is_told ? prints_left_text(reading) : "";
+/// The time of the last reading; the script adds the age and counts it on.
+std::string read_at(const Report& report, const Reading& reading) {
+  if (!reading.age_seconds) {
+    return "Never read";
+  }
+  constexpr int half_a_day = 12 * 60 * 60;
+  const std::time_t at = report.time - *reading.age_seconds;
+  return std::string(reading.answered == false ? "Asked" : "Read") + " <time datetime=\"" +
+         utc_time_text(at) + "\" data-age=\"" + std::to_string(*reading.age_seconds) + "\">at " +
+         escaped(*reading.age_seconds < half_a_day ? local_clock_text(at) : local_time_text(at)) + "</time>";
 }
 
-std::string facts(const Reading& reading) {
+std::string facts(const Report& report, const QueueReport& queue) {
+  const auto& reading = queue.reading;
   std::vector<std::string> parts;
-  if (reading.level_percent) {
-    parts.push_back(std::to_string(*reading.level_percent) + " % left");
-  }
   if (!reading.sheet.empty()) {
-    parts.push_back("Sheet " + reading.sheet);
+    parts.push_back("Sheet " + foreign(reading.sheet));
   }
-  parts.push_back(capitalized(state_text(reading)));
+  if (reading.state == QueueState::Processing && !queue.stuck) {
+    parts.emplace_back("Printing");
+  } else if (queue.outcome == Outcome::Asking && reading.level_percent) {
+    parts.emplace_back("Asking");
+  }
+  if (queue.prints_waiting > 0) {
+    parts.push_back(waiting_text(queue));
+  }
+  for (const auto& reason : reading.reasons) {
+    if (!reason.ends_with("-error")) {
+      parts.push_back(foreign(reason));
+    }
+  }
+  parts.push_back(read_at(report, reading));
   return joined(parts, " · ");
-}
-
-std::string age(const Report& report, const Reading& reading) {
-  std::string text = capitalized(read_text(reading));
-  if (reading.age_seconds) {
-    constexpr int half_a_day = 12 * 60 * 60;
-    const std::time_t read_at = report.time - *reading.age_seconds;
-    text +=
-        ", at " + (*reading.age_seconds < half_a_day ? local_clock_text(read_at) : local_time_text(read_at));
-  }
-  return text;
 }
 
 std::string where(const Card& card, bool with_server) {
@@ -192,101 +169,239 @@ std::string where(const Card& card, bool with_server) {
   for (const auto& part : {reading.info == reading.queue ? std::string() : reading.info, reading.location,
                            with_server ? card.server->server : std::string()}) {
     if (!part.empty()) {
-      parts.push_back(part);
+      parts.push_back(foreign(part));
     }
   }
   return joined(parts, " · ");
 }
 
-std::string card_text(const Report& report, const Card& card, std::size_t number, bool with_server) {
-  const auto& reading = card.queue->reading;
-  const std::string id = "printer-" + std::to_string(number);
-  std::string text = "<li>\n<article class=\"card ";
-  text += class_of(card.verdict);
-  text += is_under(reading, report.limits.low) ? " ribbon-low" : "";
-  text += "\" aria-labelledby=\"" + id + "\">\n<div class=\"top\"><h2 id=\"" + id + "\">";
-  text += escaped(reading.queue) + "</h2><p class=\"verdict\">" + verdict_text(card.verdict) + "</p></div>\n";
-  text += paragraph("where", where(card, with_server));
-  for (const auto& error : reading.errors) {
-    text += paragraph("problem", capitalized(error_text(error, reading)));
+/// The text with "0008 / 2660" and "12 %" on one line.
+std::string unbroken(std::string text) {
+  for (const std::string_view mark : {"/ ", " /", " %"}) {
+    for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark)) {
+      text.replace(text.find(' ', at), 1, "&nbsp;");
+    }
   }
-  text += paragraph("problem", capitalized(trouble_text(*card.queue)));
-  if (card.queue->outcome == Outcome::NotFound) {
-    return text + paragraph("problem", capitalized(outcome_text(*card.queue))) + "</article>\n</li>\n";
-  }
-  for (const auto& reason : reading.reasons) {
-    text += paragraph("note", reason);
-  }
-  if (has_other_supplies(reading)) {
-    text += paragraph("facts", supplies_text(reading));
-  } else {
-    text += prints_left(reading);
-    text += gauge(reading);
-  }
-  text += paragraph("note", capitalized(silence(reading)));
-  text += paragraph("facts", facts(reading));
-  text += paragraph(card.queue->stuck ? "note" : "facts", capitalized(waiting_text(*card.queue)));
-  text += paragraph(is_good(card.queue->outcome) ? "age" : "note", capitalized(outcome_text(*card.queue)));
-  text += paragraph("age", age(report, reading));
-  return text + "</article>\n</li>\n";
+  return text;
 }
 
-std::string summary(const std::vector<Card>& cards) {
-  const auto trouble =
-      std::ranges::count_if(cards, [](const Card& card) { return card.verdict != Verdict::Well; });
-  const std::string of = std::to_string(cards.size()) + (cards.size() == 1 ? " printer" : " printers");
-  return trouble == 0
-             ? of + ", all well"
-             : std::to_string(trouble) + " of " + of + (trouble == 1 ? " needs" : " need") + " attention";
+/// The first trouble in large letters, and the others.
+std::string trouble_text(const QueueReport& queue, const std::vector<Trouble>& list) {
+  std::string text;
+  for (const auto& trouble : list) {
+    std::string cause = escaped(capitalized(trouble.cause));
+    if (queue.stuck && queue.job_seconds) {
+      const std::string duration = duration_text(*queue.job_seconds);
+      if (cause.ends_with(" " + duration)) {
+        cause.erase(cause.size() - duration.size());
+        cause += "<span data-lasts=\"" + std::to_string(*queue.job_seconds) + "\">" + duration + "</span>";
+      }
+    }
+    if (text.empty()) {
+      text = paragraph("cause", cause) + paragraph("action", unbroken(escaped(trouble.action)));
+      text += paragraph("detail", trouble.detail.empty() ? "" : foreign(trouble.detail));
+    } else {
+      text +=
+          paragraph("more", std::string("<b>") + cause + ".</b> " + escaped(trouble.action) +
+                                (trouble.detail.empty() ? "" : std::string(" ") + foreign(trouble.detail)));
+    }
+  }
+  return text;
+}
+
+std::string card_text(const char* kind, const std::string& id, const std::string& name,
+                      const std::string& verdict, const std::string& rest) {
+  return std::string("<li class=\"card ") + kind + "\"><article aria-labelledby=\"" + id +
+         "\">\n<div class=\"top\"><h2 id=\"" + id + "\">" + foreign(name) + "</h2><p class=\"verdict\">" +
+         verdict + "</p></div>\n" + rest + "</article></li>\n";
+}
+
+std::string printer_card(const Report& report, const Card& card, const std::string& id, bool with_server) {
+  const auto& reading = card.queue->reading;
+  std::string rest;
+  std::string text;
+  if (card.verdict == Verdict::Well) {
+    text = figure(reading);
+    rest = gauge(reading);
+  } else {
+    text = trouble_text(*card.queue, troubles(*card.queue, report.limits));
+    if (has_other_supplies(reading)) {
+      rest = paragraph("supplies", foreign(supplies_text(reading)));
+    } else if (reading.level_percent) {
+      rest = paragraph("left", unbroken(prints_left_text(reading))) +
+             (card.verdict == Verdict::Low ? gauge(reading) : "");
+    }
+  }
+  rest += paragraph("where", where(card, with_server));
+  if (card.queue->outcome != Outcome::NotFound) {
+    rest += paragraph("facts", facts(report, *card.queue));
+  }
+  return card_text(class_of(card.verdict), id, reading.queue, verdict_text(card.verdict),
+                   text + element("div", "rest", rest));
+}
+
+std::string server_card(const ServerReport& server, const std::string& id) {
+  return card_text("error", id, server.server, "✕ <span>Error</span>",
+                   paragraph("cause", "Print server not reached") +
+                       paragraph("action", "Switch the server on and check the network.") +
+                       paragraph("detail", foreign(server.error)));
+}
+
+std::string tile(const Reading& reading) {
+  const std::string total = reading.prints_total ? "of " + std::to_string(*reading.prints_total) : "left";
+  const std::string left = reading.prints_remaining
+                               ? std::to_string(*reading.prints_remaining)
+                               : std::to_string(reading.level_percent.value_or(0)) + "&nbsp;%";
+  return "<li class=\"tile well\"><div><h2>" + foreign(reading.queue) + "</h2><p><strong>" + left +
+         "</strong> " + total + "</p>" + gauge(reading) + "</div></li>\n";
+}
+
+/// In how many columns so many boxes come out largest in an area of this ratio of width to height, if a box
+/// needs to be `box_ratio` times as wide as high.
+std::size_t columns_for(std::size_t boxes, double area_ratio, double box_ratio) {
+  std::size_t best = 1;
+  double best_size = 0;
+  for (std::size_t columns = 1; columns <= boxes; ++columns) {
+    const std::size_t rows = (boxes + columns - 1) / columns;
+    const double size =
+        std::min(area_ratio / static_cast<double>(columns) / box_ratio, 1 / static_cast<double>(rows));
+    if (size > best_size) {
+      best = columns;
+      best_size = size;
+    }
+  }
+  return best;
+}
+
+/// A list that fills `share` percent of the screen's height. The first box may take the place that is left
+/// over.
+std::string grid(const char* kind, const std::string& items, std::size_t count, int share, double box_ratio,
+                 bool widens_first) {
+  if (count == 0) {
+    return "";
+  }
+  constexpr double landscape = 1.75;
+  constexpr double portrait = 0.6;
+  const auto columns = [&](const std::string& name, double screen_ratio) {
+    const std::size_t number = columns_for(count, screen_ratio * 100 / std::max(share, 1), box_ratio);
+    const std::size_t left_over = (number - count % number) % number;
+    return "--" + name + ":" + std::to_string(number) + ";--" + name +
+           "-first:" + std::to_string(widens_first ? 1 + left_over : 1);
+  };
+  return std::string("<ul class=\"") + kind + "\" style=\"" + columns("wide", landscape) + ";" +
+         columns("tall", portrait) + "\">\n" + items + "</ul>\n";
+}
+
+/// What the page says first: "3 of 40 printers need attention".
+std::string summary(std::size_t printers, std::size_t in_trouble, std::size_t servers_unreached) {
+  const auto counted = [](std::size_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+  };
+  std::vector<std::string> parts;
+  if (in_trouble > 0) {
+    parts.push_back((in_trouble < printers ? std::to_string(in_trouble) + " of " : "") +
+                    counted(printers, "printer") + (in_trouble == 1 ? " needs" : " need") + " attention");
+  }
+  if (servers_unreached > 0) {
+    parts.push_back(counted(servers_unreached, "print server") + " not reached");
+  }
+  if (parts.empty()) {
+    return printers == 0 ? "No printer" : "All well: " + counted(printers, "printer");
+  }
+  return joined(parts);
+}
+
+/// The source that a content security policy names to let this script run.
+std::string hash_source(std::string_view script) {
+  std::array<unsigned char, 32> hash{};
+  std::array<char, 64> text{};
+  if (cupsHashData("sha2-256", script.data(), script.size(), hash.data(), hash.size()) < 0) {
+    return "'none'";
+  }
+  httpEncode64_2(text.data(), text.size(), reinterpret_cast<const char*>(hash.data()), hash.size());
+  return std::string("'sha256-") + text.data() + "'";
 }
 
 }  // namespace
 
-std::string html_view(const Report& report, int reload_seconds) {
+std::string html_view(const Report& report, const PageTimes& times) {
   const bool with_server = report.servers.size() > 1;
-  std::vector<Card> cards;
-  std::string unreached_text;
-  int unreached = 0;
+  std::vector<Card> queues;
+  std::string cards;
+  std::size_t unreached = 0;
   for (const auto& server : report.servers) {
     for (const auto& queue : server.queues) {
-      cards.push_back({&server, &queue, judge(queue, report.limits)});
+      queues.push_back({&server, &queue, judge(queue, report.limits)});
     }
     if (!server.error.empty()) {
       ++unreached;
-      unreached_text += paragraph("problem", "Print server " + server.server + ": " + server.error);
+      cards += server_card(server, "server-" + std::to_string(unreached));
     }
   }
-  std::ranges::stable_sort(cards, [](const Card& one, const Card& other) {
-    return one.verdict != other.verdict && worse(one.verdict, other.verdict) == one.verdict;
-  });
+  std::ranges::stable_sort(
+      queues, [](const Card& one, const Card& other) { return is_worse(one.verdict, other.verdict); });
 
+  std::string tiles;
+  std::size_t tile_count = 0;
+  std::size_t in_trouble = 0;
+  for (const auto& card : queues) {
+    in_trouble += card.verdict == Verdict::Well ? 0 : 1;
+    if (card.verdict == Verdict::Well && queues.size() + unreached > MANY) {
+      ++tile_count;
+      tiles += tile(card.queue->reading);
+    } else {
+      cards +=
+          printer_card(report, card, "printer-" + std::to_string(&card - queues.data() + 1), with_server);
+    }
+  }
+  const std::size_t card_count = queues.size() + unreached - tile_count;
+
+  // The cards' part of the height, in percent: what the tiles leave, but 40 at least.
+  constexpr double half_screen = 3.5;
+  constexpr double tile_ratio = 2.2;
+  constexpr int tile_height = 10;
+  int share = 100;
+  if (tile_count > 0) {
+    const std::size_t tile_columns = columns_for(tile_count, half_screen, tile_ratio);
+    const auto rows = static_cast<int>((tile_count + tile_columns - 1) / tile_columns);
+    share = card_count == 0 ? 0 : std::max(40, 100 - rows * tile_height);
+  }
+
+  const std::string said = summary(queues.size(), in_trouble, unreached);
+  const std::string written = escaped(local_time_text(report.time));
+  const std::string reload = std::to_string(times.reload);
   std::string text =
       "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-      "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
-      "'unsafe-inline'\">\n"
+      "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'; "
+      "script-src " +
+      hash_source(PAGE_SCRIPT) +
+      "; connect-src 'self'; frame-src file:\">\n"
       "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-      "<meta http-equiv=\"refresh\" content=\"" +
-      std::to_string(reload_seconds) + "\">\n<title>";
-  std::string said = cards.empty() ? "No printer" : summary(cards);
-  if (unreached > 0) {
-    said += ", " + std::to_string(unreached) + (unreached == 1 ? " print server" : " print servers") +
-            " not reached";
+      "<noscript><meta http-equiv=\"refresh\" content=\"" +
+      reload + "\"></noscript>\n<title>" + said + "</title>\n<style>" + PAGE_STYLE + "</style>\n<script>" +
+      PAGE_SCRIPT + "</script>\n</head>\n<body>\n" +
+      "<div id=\"stopped\" hidden><strong role=\"alert\">The monitor has stopped.</strong> <span>Nothing new "
+      "since "
+      "<time></time>.</span> <span>Start brenvellis-monitor again.</span></div>\n<header><h1 "
+      "aria-live=\"polite\">" +
+      said + "</h1><p>Updated <time datetime=\"" + utc_time_text(report.time) + "\" data-age=\"0\">" +
+      written +
+      "</time><noscript>. If this time is old, brenvellis-monitor is no longer "
+      "running.</noscript></p></header>\n"
+      "<main data-time=\"" +
+      std::to_string(report.time) + "\" data-written=\"" + written + "\" data-interval=\"" +
+      std::to_string(times.interval) + "\" data-reload=\"" + reload +
+      "\" style=\"--share:" + std::to_string(share) + "\">\n";
+  if (card_count + tile_count == 0) {
+    text +=
+        "<p class=\"none\">No Brenvellis queue found. Run brenvellis-check-ppd on the queue's PPD, or name "
+        "the "
+        "queue.</p>\n";
   }
-  text += said + "</title>\n<style>" + STYLE + "</style>\n</head>\n<body>\n<header><h1>" + said +
-          "</h1><p>Written at <time datetime=\"" + utc_time_text(report.time) + "\">" +
-          escaped(local_time_text(report.time)) + "</time></p></header>\n<main>\n";
-  if (unreached > 0) {
-    text += "<section class=\"card error\" aria-label=\"Print servers\">\n" + unreached_text + "</section>\n";
-  } else if (cards.empty()) {
-    text += "<p class=\"empty\">There is no Brenvellis printer's queue.</p>\n";
-  }
-  if (!cards.empty()) {
-    text += "<ul class=\"printers\">\n";
-    for (std::size_t i = 0; i < cards.size(); ++i) {
-      text += card_text(report, cards[i], i + 1, with_server);
-    }
-    text += "</ul>\n";
-  }
-  return text + "</main>\n<footer>This page reads itself again every " + std::to_string(reload_seconds) +
-         " seconds. If the time above is old, nobody writes it any more.</footer>\n</body>\n</html>\n";
+  // A figure needs a narrower card than a sentence.
+  const bool any_trouble = in_trouble + unreached > 0;
+  text +=
+      grid("cards", cards, card_count, share, any_trouble ? 1.35 : 0.9, any_trouble && card_count <= MANY);
+  text += grid("tiles", tiles, tile_count, 100 - share, tile_ratio, false);
+  return text + "</main>\n</body>\n</html>\n";
 }
