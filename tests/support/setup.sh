@@ -11,7 +11,7 @@ CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript cups-filters binutils stra
   umockdev"
 FUZZ_PACKAGES="clang libclang-rt-14-dev"
 BENCH_PACKAGES="libbenchmark-dev valgrind strace gnuplot-nox"
-MUTATION_PACKAGES="python3 lld"
+MUTATION_PACKAGES="python3-clang-14 lld"
 CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind systemd chromium prometheus prometheus-node-exporter fish zsh
   system-config-printer python3-cups python3-gi-cairo xvfb xdotool imagemagick dbus fonts-dejavu-core $FUZZ_PACKAGES"
 
