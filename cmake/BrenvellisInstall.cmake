@@ -85,7 +85,8 @@ if(TARGET brenvellis-monitor)
     DESTINATION ${SYSTEMD_UNIT_DIR} COMPONENT monitor)
   install(FILES monitor/fleet/brenvellis-monitor.sysusers DESTINATION ${SYSUSERS_DIR} RENAME brenvellis-monitor.conf
     COMPONENT monitor)
-  install(FILES monitor/views/kiosk.html monitor/fleet/alerts.yml monitor/fleet/brenvellis-monitor.default
+  install(FILES monitor/views/kiosk.html monitor/views/brenvellis-monitor-1.schema.json
+    monitor/fleet/alerts.yml monitor/fleet/brenvellis-monitor.default
     DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis COMPONENT monitor)
 endif()
 

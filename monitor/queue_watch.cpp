@@ -283,6 +283,12 @@ void QueueWatch::take_values(Moment now) {
 }
 
 void QueueWatch::accept_values() {
+  // Ages are whole seconds: computed from each of them, this moment would vary.
+  if (!reading_.age_seconds) {
+    values_at_.reset();
+  } else if (!values_at_ || reading_.reported_at != told_.reported_at) {
+    values_at_ = read_at_ - seconds(*reading_.age_seconds);
+  }
   told_ = reading_;
   told_at_ = read_at_;
 }
@@ -466,12 +472,16 @@ bool QueueWatch::is_stuck(Moment now) const {
          (print_->unreachable_since && now - *print_->unreachable_since >= UNREACHABLE);
 }
 
-QueueReport QueueWatch::report(Moment now) const {
+QueueReport QueueWatch::report(Moment now, TimeOfDay time) const {
   QueueReport report;
   report.reading = reading_;
   copy_ribbon(told_, report.reading);
   add_time(report.reading.age_seconds, told_at_, now);
   add_time(report.reading.state_seconds, read_at_, now);
+  if (values_at_) {
+    report.read_at = std::chrono::system_clock::to_time_t(std::chrono::floor<seconds>(
+        time - std::chrono::duration_cast<TimeOfDay::duration>(now - *values_at_)));
+  }
   // The scheduler calls a queue that works on a command job processing, too.
   if (report.reading.state == QueueState::Processing && !print_) {
     report.reading.state = QueueState::Idle;

@@ -15,6 +15,9 @@
 /// A point in time. The watches have no clock: their callers say what time it is.
 using Moment = std::chrono::steady_clock::time_point;
 
+/// The time of day, which may be set while the monitor runs.
+using TimeOfDay = std::chrono::system_clock::time_point;
+
 /// WatchRules says when queues are asked, and from when on something is trouble.
 struct WatchRules {
   bool ask = true;     ///< false: only read
@@ -90,7 +93,8 @@ class QueueWatch {
   /// Whether prints are printing or waiting.
   [[nodiscard]] bool has_prints() const { return !moving_.empty() || print_.has_value(); }
 
-  [[nodiscard]] QueueReport report(Moment now) const;
+  /// @param time  the time of day at `now`.
+  [[nodiscard]] QueueReport report(Moment now, TimeOfDay time) const;
 
  private:
   enum class Step : std::uint8_t { Resting, Sending, Out, Ended, Told };
@@ -127,6 +131,7 @@ class QueueWatch {
   /// credible.
   Reading told_;
   Moment told_at_;
+  std::optional<Moment> values_at_;  ///< when the printer was asked for them
 
   // The command job.
   Moment sent_at_;

@@ -35,6 +35,8 @@ struct QueueReport {
   bool stuck = false;      ///< a print does not move; the reading's message may say why
   int prints_waiting = 0;  ///< behind the one that is printing
   std::optional<int> job_seconds = std::nullopt;  ///< how long the current print has been printing
+  /// When the values were read, by this computer's clock; it stays the same until they are read again.
+  std::optional<std::time_t> read_at = std::nullopt;
 };
 
 /// ServerReport is a print server and its queues.

@@ -320,10 +320,10 @@ bool ServerWatch::has_jobs() const {
   return !given_up_ && (jobs() > 0 || (asked_ && !is_looking()));
 }
 
-ServerReport ServerWatch::report(Moment now) const {
+ServerReport ServerWatch::report(Moment now, TimeOfDay time) const {
   ServerReport report{label_, error_, seconds_, {}};
   for (const auto& [name, queue] : queues_) {
-    auto one = queue.report(now);
+    auto one = queue.report(now, time);
     if (rules_.again && !error_.empty()) {
       one.outcome = Outcome::Failed;
       one.detail = "the print server went away: " + error_;

@@ -42,7 +42,8 @@ class ServerWatch {
   /// Whether it has command jobs that are to be purged, or may be about to.
   [[nodiscard]] bool has_jobs() const;
 
-  [[nodiscard]] ServerReport report(Moment now) const;
+  /// @param time  the time of day at `now`.
+  [[nodiscard]] ServerReport report(Moment now, TimeOfDay time) const;
 
   /// How many queues were sent a command job, and how many of them have answered.
   [[nodiscard]] std::size_t sent() const;

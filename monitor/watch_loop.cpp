@@ -202,10 +202,11 @@ class WatchLoop {
 
   [[nodiscard]] Report report(Moment now) const {
     Report report;
-    report.time = std::time(nullptr);
+    const TimeOfDay time = std::chrono::system_clock::now() - (steady_clock::now() - now);
+    report.time = std::chrono::system_clock::to_time_t(time);
     report.limits = rules_.limits;
     for (const auto& server : servers_) {
-      report.servers.push_back(server.watch.report(now));
+      report.servers.push_back(server.watch.report(now, time));
     }
     add_not_found(names_, report.servers);
     return report;

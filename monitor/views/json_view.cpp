@@ -65,7 +65,8 @@ Json number_in(const Limit& limit, Limit::Unit unit) {
   return limit.unit == unit ? Json(limit.number) : Json(nullptr);
 }
 
-Json ribbon_of(const Reading& reading, const Limits& limits) {
+Json ribbon_of(const QueueReport& queue, const Limits& limits) {
+  const auto& reading = queue.reading;
   return {
       {"prints_remaining", value_or_null(reading.prints_remaining)},
       {"prints_total", value_or_null(reading.prints_total)},
@@ -74,6 +75,7 @@ Json ribbon_of(const Reading& reading, const Limits& limits) {
       {"sheet", text_or_null(reading.sheet)},
       {"words", text_or_null(reading.ribbon_words)},
       {"answered", value_or_null(reading.answered)},
+      {"read_at", queue.read_at ? Json(utc_time_text(*queue.read_at)) : Json(nullptr)},
       {"age_seconds", value_or_null(reading.age_seconds)},
   };
 }
@@ -111,7 +113,7 @@ Json queue_of(const QueueReport& queue, const Limits& limits) {
        {{"outcome", name_of(queue.outcome)},
         {"detail", text_or_null(queue.detail)},
         {"seconds", value_or_null(queue.seconds)}}},
-      {"ribbon", ribbon_of(reading, limits)},
+      {"ribbon", ribbon_of(queue, limits)},
       {"errors", errors},
       {"reasons", reading.reasons},
       {"markers", markers},

@@ -37,10 +37,7 @@ class InTheWay : public testing::Test {
   [[nodiscard]] std::string file() const { return (folder.path() / "report.json").string(); }
 
   /// Returns the watch's latest output.
-  [[nodiscard]] JsonRun written() const {
-    std::ifstream stream(file());
-    return {0, nlohmann::json::parse(stream, nullptr, false)};
-  }
+  [[nodiscard]] JsonRun written() const { return {0, read_json(file())}; }
   [[nodiscard]] bool shows(const std::function<bool(const JsonRun&)>& condition,
                            seconds limit = seconds(90)) const {
     for (const auto end = steady_clock::now() + limit; steady_clock::now() < end;) {

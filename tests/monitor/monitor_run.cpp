@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/monitor/monitor_run.h"
 
+#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -34,6 +35,16 @@ std::vector<int> list_jobs(const PrivateScheduler& scheduler, int which) {
 }
 
 }  // namespace
+
+nlohmann::json read_json(const std::filesystem::path& file) {
+  std::ifstream stream(file);
+  if (!stream) {
+    return nlohmann::json(nlohmann::json::value_t::discarded);
+  }
+  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  EXPECT_EQ(schema_error(text), "");
+  return nlohmann::json::parse(text);
+}
 
 std::vector<int> active_jobs(const PrivateScheduler& scheduler) {
   return list_jobs(scheduler, CUPS_WHICHJOBS_ACTIVE);

@@ -2,12 +2,15 @@
 #pragma once
 
 #include <cups/cups.h>
+#include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "tests/support/child_process.h"
+#include "tests/support/json_schema.h"
 #include "tests/support/private_scheduler.h"
 
 /// The arguments and environment of a monitor that has `server` as its print server and UTF-8.
@@ -51,8 +54,12 @@ struct JsonRun {
 inline JsonRun run_json(const std::string& server, std::vector<std::string> arguments = {}) {
   arguments.push_back("--json");
   const auto result = run_monitor(server, std::move(arguments));
+  EXPECT_EQ(schema_error(result.output), "");
   return {result.exit_status, nlohmann::json::parse(result.output)};
 }
+
+/// The JSON that a monitor wrote to the file last, checked by the schema; discarded if there is no file yet.
+[[nodiscard]] nlohmann::json read_json(const std::filesystem::path& file);
 
 /// The jobs that have not ended, of all queues.
 std::vector<int> active_jobs(const PrivateScheduler& scheduler);

@@ -325,8 +325,7 @@ TEST_F(Monitor, WatchesTheValuesChange) {
   const auto monitor = start_monitor(scheduler.server(), {"--watch", "1", "--json=" + file.string()});
   const auto shows = [&](int remaining) {
     for (int i = 0; i < 1000; ++i) {
-      std::ifstream stream(file);
-      const auto object = nlohmann::json::parse(stream, nullptr, false);
+      const auto object = read_json(file);
       if (!object.is_discarded() &&
           object["servers"][0]["queues"][0]["ribbon"]["prints_remaining"] == remaining) {
         return true;

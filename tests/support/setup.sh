@@ -8,7 +8,7 @@ BUILD_PACKAGES="g++ cmake ninja-build libcups2-dev libcupsimage2-dev libcli11-de
   libutf8proc-dev cups-ppdc cups-common"
 SCHEDULER_PACKAGES="cups cups-client"
 CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript cups-filters binutils strace mandoc pkg-config libumockdev-dev
-  umockdev"
+  umockdev python3 python3-jsonschema"
 FUZZ_PACKAGES="clang libclang-rt-14-dev"
 BENCH_PACKAGES="libbenchmark-dev valgrind strace gnuplot-nox"
 MUTATION_PACKAGES="python3-clang-14 lld"

@@ -270,7 +270,7 @@ class Simulation {
 
   [[nodiscard]] Moment now() const { return scheduler.now; }
   [[nodiscard]] QueueReport queue(const std::string& name) const {
-    for (const auto& queue : watch.report(now()).queues) {
+    for (const auto& queue : watch.report(now(), TimeOfDay() + now().time_since_epoch()).queues) {
       if (queue.reading.queue == name) {
         return queue;
       }

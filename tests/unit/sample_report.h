@@ -103,6 +103,13 @@ inline Report sample_report() {
       {"annex:8631", {}, 30.5, {office, slow, missing}},
       {"cellar", "it cannot be reached: Connection refused", 0.25, {}},
   };
+  for (auto& server : report.servers) {
+    for (auto& queue : server.queues) {
+      if (queue.reading.age_seconds) {
+        queue.read_at = report.time - *queue.reading.age_seconds;
+      }
+    }
+  }
   return report;
 }
 

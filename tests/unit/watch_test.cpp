@@ -235,7 +235,7 @@ TEST(Once, AServerThatCannotBeReachedIsGivenUpAtOnce) {
   one.run();
   EXPECT_TRUE(one.watch.is_done());
   EXPECT_LE(one.now(), Moment() + seconds(1));
-  EXPECT_EQ(one.watch.report(one.now()).error, "it cannot be reached: Connection refused");
+  EXPECT_EQ(one.watch.report(one.now(), TimeOfDay()).error, "it cannot be reached: Connection refused");
 }
 
 TEST(Once, AServerThatRestartsIsWaitedFor) {
@@ -653,7 +653,7 @@ TEST(Fleet, QueuesComeAndGo) {
   one.scheduler.add("new");
   one.scheduler.readings.erase("booth");
   one.run(seconds(60));
-  const auto report = one.watch.report(one.now());
+  const auto report = one.watch.report(one.now(), TimeOfDay());
   ASSERT_THAT(report.queues, SizeIs(1));
   EXPECT_EQ(report.queues[0].reading.queue, "new");
   EXPECT_EQ(report.queues[0].outcome, Outcome::Refreshed);
@@ -665,12 +665,12 @@ TEST(Servers, OneThatIsAwayIsAskedAgainAndItsQueuesAreNotForgotten) {
   one.run(seconds(10));
   one.scheduler.error = {SchedulerError::Kind::Unreachable, "gone"};
   one.run(seconds(600));
-  EXPECT_EQ(one.watch.report(one.now()).error, "it cannot be reached: gone");
+  EXPECT_EQ(one.watch.report(one.now(), TimeOfDay()).error, "it cannot be reached: gone");
   EXPECT_EQ(one.outcome(), Outcome::Failed);
   EXPECT_EQ(one.queue("booth").reading.prints_remaining, 200);
   one.scheduler.error.reset();
   one.run(seconds(61));
-  EXPECT_EQ(one.watch.report(one.now()).error, "");
+  EXPECT_EQ(one.watch.report(one.now(), TimeOfDay()).error, "");
   EXPECT_EQ(one.outcome(), Outcome::Refreshed);
 }
 
@@ -715,6 +715,29 @@ TEST(Unreachable, IsWhatBackendsSayWhileTheyTry) {
     reading.reasons = {one.reason};
     EXPECT_EQ(is_unreachable(reading), one.unreachable) << one.message << one.reason;
   }
+}
+
+TEST(ReadAt, IsWhenThePrinterWasAskedUntilItIsAskedAgain) {
+  Simulation one(again());
+  one.scheduler.add("booth");
+  std::set<std::time_t> seen;
+  for (int i = 1; i <= 590; ++i) {
+    one.run_to(Moment() + i * milliseconds(100) + milliseconds(37));
+    if (one.scheduler.sends["booth"].size() == 1 && one.outcome() == Outcome::Refreshed) {
+      seen.insert(one.queue("booth").read_at.value_or(-1));
+    }
+  }
+  EXPECT_THAT(seen, ElementsAre(0));
+  one.run_to(Moment() + seconds(65));
+  ASSERT_EQ(one.scheduler.sends["booth"].size(), 2U);
+  EXPECT_EQ(one.queue("booth").read_at, 60);
+}
+
+TEST(ReadAt, IsNotKnownOfAPrinterThatWasNeverAsked) {
+  Simulation one(with([](auto& rules) { rules.ask = false; }));
+  one.scheduler.add("booth");
+  one.run();
+  EXPECT_EQ(one.queue("booth").read_at, std::nullopt);
 }
 
 }  // namespace
