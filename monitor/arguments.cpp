@@ -66,6 +66,12 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
       ->type_name("SECONDS")
       ->needs(watch_option)
       ->capture_default_str();
+  auto* on_change_option = app.add_option("--on-change", arguments.on_change,
+                                          "Run COMMAND when the condition of a queue has changed")
+                               ->type_name("COMMAND")
+                               ->needs(watch_option);
+  app.add_flag("--on-change-at-start", arguments.on_change_at_start, "and for its first condition, too")
+      ->needs(on_change_option);
   auto* max_age_option = app.add_option("--max-age", max_age, "Do not ask where the values are not older")
                              ->check(CLI::Range(0, day))
                              ->type_name("SECONDS")
@@ -118,6 +124,9 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
     return refuse(error.what());
   }
 
+  if (on_change_option->count() > 0 && arguments.on_change.empty()) {
+    return refuse("--on-change: missing command");
+  }
   for (const auto& [path, view] :
        {std::pair(json, View::Json), {prometheus, View::Prometheus}, {html, View::Html}}) {
     if (!path.empty()) {

@@ -39,7 +39,9 @@ struct Arguments {
   WatchRules rules;
   std::vector<Output> outputs;
   int page_interval = 60;  ///< seconds between two runs, without a watch
-  std::string color;  ///< always, auto or never
+  std::string color;       ///< always, auto or never
+  std::string on_change;   ///< a command for each change of a watch; empty: none
+  bool on_change_at_start = false;
 };
 
 /// Reads the command line.

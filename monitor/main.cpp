@@ -20,6 +20,7 @@
 
 #include "monitor/arguments.h"
 #include "monitor/output_file.h"
+#include "monitor/run_command.h"
 #include "monitor/server_process.h"
 #include "monitor/server_requests.h"
 #include "monitor/views/html_view.h"
@@ -187,6 +188,14 @@ int monitor(const Arguments& arguments) {
     return written.standard_output;
   };
 
+  std::optional<ChangeCommands> changes;
+  if (!arguments.on_change.empty()) {
+    changes.emplace(
+        ChangeCommands::Options{.command = arguments.on_change, .tell_first = arguments.on_change_at_start},
+        caller.note);
+    caller.changes = &*changes;
+  }
+
   const auto end = watch(servers, arguments.queues, arguments.rules, caller);
   line.clear();
   if (end == WatchEnd::Stopped || stop_signal != 0) {
@@ -212,6 +221,9 @@ void take_signals() {
 int main(int argc, char** argv) {
   std::setlocale(LC_ALL, "");
   if (const auto status = serve_requests(argc, argv)) {
+    return *status;
+  }
+  if (const auto status = run_command(argc, argv)) {
     return *status;
   }
   try {

@@ -76,7 +76,13 @@ bool is_unreachable(const Reading& reading) {
 }
 
 QueueWatch::QueueWatch(const std::string& queue, const WatchRules& rules, Moment now)
-    : rules_(rules), read_at_(now), told_at_(now), sent_at_(now), asked_at_(now), due_(now) {
+    : rules_(rules),
+      read_at_(now),
+      told_at_(now),
+      sent_at_(now),
+      asked_at_(now),
+      due_(now),
+      sightings_(rules.shortest) {
   reading_.queue = queue;
 }
 
@@ -130,6 +136,7 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
       print_->unreachable_since = print_->seen_before ? now : print_->moved_at;
     }
   }
+  note_sighting(now);
   if (!rules_.again && !done_ && step_ == Step::Resting) {
     const auto why = obstacle();
     if (!rules_.ask || (!confirming_ && is_fresh(now) && (!why || *why == Outcome::Busy))) {
@@ -140,6 +147,22 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
       outcome_ = *why;
     }
   }
+}
+
+/// A look is a sighting where the printer cannot be asked. Where it can, only its answers are: what it said
+/// before may be over.
+void QueueWatch::note_sighting(Moment now) {
+  const auto why = obstacle();
+  const bool is_printing = why == Outcome::Busy;
+  if (!rules_.ask || (why && (!is_printing || is_stuck(now)))) {
+    sightings_.note(now);
+  }
+  if (was_hindered_ && !why) {
+    // It is asked now, and once more before the intervals grow again.
+    due_ = std::min(due_, asked_at_ + rules_.shortest);
+    interval_ = seconds(0);
+  }
+  was_hindered_ = why && !is_printing;
 }
 
 /// Takes a reading that a command job of somebody else's may have brought. If the printer may still have owed
@@ -325,6 +348,7 @@ bool QueueWatch::is_fresh(Moment now) const {
 
 /// Ends an exchange and says when the next is due.
 void QueueWatch::finish(Outcome outcome, const std::string& detail, Moment asked_at, Moment now) {
+  sightings_.note(now);
   outcome_ = outcome;
   detail_ = detail;
   seconds_.reset();
@@ -396,6 +420,7 @@ void QueueWatch::not_sent(const SchedulerError& error, Moment now) {
     case Kind::Busy:
       due_ = now + BUSY_PAUSE;
       outcome_ = Outcome::Failed;
+      sightings_.note(now);
       detail_ = explanation(error, reading_.shared);
       return;
     default:
@@ -502,6 +527,7 @@ QueueReport QueueWatch::report(Moment now, TimeOfDay time) const {
     report.seconds.reset();
   }
   report.stuck = is_stuck(now);
+  report.sightings = sightings_.count();
   report.prints_waiting = waiting_;
   if (print_) {
     report.job_seconds = print_->seconds;

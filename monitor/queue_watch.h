@@ -11,6 +11,7 @@
 #include "monitor/report.h"
 #include "monitor/scheduler.h"
 #include "monitor/scheduler_error.h"
+#include "monitor/sightings.h"
 
 /// A point in time. The watches have no clock: their callers say what time it is.
 using Moment = std::chrono::steady_clock::time_point;
@@ -118,6 +119,7 @@ class QueueWatch {
   void take_values(Moment now);
   void take_report_of_others(Moment now);
   void accept_values();
+  void note_sighting(Moment now);
   void finish(Outcome outcome, const std::string& detail, Moment asked_at, Moment now);
   [[nodiscard]] bool is_surprising() const;
   [[nodiscard]] bool is_in_trouble() const;
@@ -162,6 +164,8 @@ class QueueWatch {
   Moment asked_at_;
   Moment due_;
   std::chrono::seconds interval_{0};
+  bool was_hindered_ = false;  ///< it could not be asked, for another reason than a print
+  Sightings sightings_;
 
   // The queue and its prints.
   bool found_ = true;

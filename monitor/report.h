@@ -37,6 +37,7 @@ struct QueueReport {
   std::optional<int> job_seconds = std::nullopt;  ///< how long the current print has been printing
   /// When the values were read, by this computer's clock; it stays the same until they are read again.
   std::optional<std::time_t> read_at = std::nullopt;
+  unsigned sightings = 0;  ///< how often the queue was seen in a watch; grows with each new one
 };
 
 /// ServerReport is a print server and its queues.
@@ -45,6 +46,7 @@ struct ServerReport {
   std::string error;   ///< why it could not be reached; empty if it was
   double seconds = 0;  ///< how long its queues took, or, in a watch, its last answer
   std::vector<QueueReport> queues;
+  unsigned sightings = 0;  ///< likewise, of the server itself
 };
 
 /// Report is the result of one call: what every view shows.

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/server_process.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
@@ -20,6 +18,7 @@
 
 #include "monitor/server_messages.h"
 #include "monitor/server_requests.h"
+#include "monitor/spawn.h"
 
 namespace {
 
@@ -27,34 +26,6 @@ using std::chrono::milliseconds;
 using Kind = SchedulerError::Kind;
 
 constexpr const char* NAME = "brenvellis-monitor";
-
-/// Starts the program with `socket` as its standard input and the user's wishes to end it blocked, since it
-/// is needed until the last job is purged.
-/// @return 0, or why not, as errno.
-int spawn(const std::string& program, const std::array<std::string, 6>& arguments, int socket, pid_t& pid) {
-  posix_spawn_file_actions_t files;
-  posix_spawn_file_actions_init(&files);
-  posix_spawn_file_actions_adddup2(&files, socket, STDIN_FILENO);
-  posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t blocked;
-  sigemptyset(&blocked);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
-    sigaddset(&blocked, signal);
-  }
-  posix_spawnattr_setsigmask(&attributes, &blocked);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-
-  std::array<char*, 7> pointers{};
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    pointers.at(i) = const_cast<char*>(arguments.at(i).c_str());
-  }
-  const int error = posix_spawn(&pid, program.c_str(), &files, &attributes, pointers.data(), environ);
-  posix_spawnattr_destroy(&attributes);
-  posix_spawn_file_actions_destroy(&files);
-  return error;
-}
 
 /// Makes the timer readable after `delay`.
 void set_timer(int timer, milliseconds delay) {
@@ -122,10 +93,13 @@ void ServerProcess::start() {
     return answer_at_once({Kind::Unreachable, std::strerror(errno)});
   }
   const int error =
-      spawn(program_,
-            {NAME, SERVE_OPTION, server_.host, std::to_string(server_.port),
-             std::to_string(static_cast<int>(encryption_)), std::to_string((patience_ * 4 / 5).count())},
-            sockets[1], pid_);
+      spawn({program_,
+             {NAME, SERVE_OPTION, server_.host, std::to_string(server_.port),
+              std::to_string(static_cast<int>(encryption_)), std::to_string((patience_ * 4 / 5).count())},
+             sockets[1],
+             -1,
+             environ},
+            pid_);
   close(sockets[1]);
   if (error != 0) {
     close(sockets[0]);

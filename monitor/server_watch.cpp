@@ -49,7 +49,8 @@ ServerWatch::ServerWatch(std::string label, std::vector<std::string> queues, con
       rules_(rules),
       asked_at_(now),
       began_at_(now),
-      sent_at_(now) {}
+      sent_at_(now),
+      sightings_(rules.shortest) {}
 
 LookRequest ServerWatch::look_request(bool queues) const {
   int first = newest_job_ > 0 ? newest_job_ + 1 : 0;
@@ -239,6 +240,7 @@ void ServerWatch::take_look(const LookRequest& request, const Look& look, Moment
   }
 
   looked_at_queues_ = now;
+  sightings_.note(now);
   std::map<std::string, const Reading*> readings;
   for (const auto& reading : look.queues) {
     const bool wanted = names_.empty() ? is_brenvellis_queue(reading)
@@ -278,6 +280,7 @@ void ServerWatch::take_error(const SchedulerError& error, Moment now) {
   const bool comes_back = is_absence(error) && looked_at_;
   if (winding_up_ || !comes_back || now - *away_since_ > ABSENCE) {
     error_ = explanation(error);
+    sightings_.note(now);
     if (!rules_.again) {
       give_up(error_);
     }
@@ -321,7 +324,7 @@ bool ServerWatch::has_jobs() const {
 }
 
 ServerReport ServerWatch::report(Moment now, TimeOfDay time) const {
-  ServerReport report{label_, error_, seconds_, {}};
+  ServerReport report{label_, error_, seconds_, {}, sightings_.count()};
   for (const auto& [name, queue] : queues_) {
     auto one = queue.report(now, time);
     if (rules_.again && !error_.empty()) {

@@ -76,6 +76,7 @@ class ServerWatch {
   Moment sent_at_;                          ///< the last command job
   int newest_job_ = 0;
   double seconds_ = 0;
+  Sightings sightings_;
 
   std::string error_;  ///< while it does not answer
   std::optional<Moment> away_since_;

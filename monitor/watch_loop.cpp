@@ -43,6 +43,7 @@ void add_not_found(const std::vector<std::string>& names, std::vector<ServerRepo
       QueueReport missing;
       missing.reading.queue = name;
       missing.outcome = Outcome::NotFound;
+      missing.sightings = asked->sightings;
       asked->queues.push_back(missing);
     }
   }
@@ -118,7 +119,7 @@ class WatchLoop {
  private:
   enum class Event : std::uint8_t { None, Stop, OutputLost };
 
-  /// Takes answers and makes requests; returns when there is more to do.
+  /// Takes answers and makes requests, and takes leave of commands; returns when there is more to do.
   Moment advance(Moment now) {
     Moment wake = Moment::max();
     for (auto& server : servers_) {
@@ -142,6 +143,9 @@ class WatchLoop {
         caller_.note(note);
       }
     }
+    if (caller_.changes != nullptr) {
+      caller_.changes->serve();
+    }
     std::size_t answered = 0;
     std::size_t sent = 0;
     for (const auto& server : servers_) {
@@ -158,6 +162,8 @@ class WatchLoop {
     for (const auto& server : servers_) {
       polls.push_back({server.is_out ? server.scheduler.descriptor() : -1, POLLIN, 0});
     }
+    const auto* changes = caller_.changes;
+    polls.push_back({changes != nullptr ? changes->descriptor() : -1, POLLIN, 0});
     polls.push_back({heeds_caller ? caller_.stop : -1, POLLIN, 0});
     polls.push_back({heeds_caller ? caller_.output : -1, 0, 0});
     int limit = -1;
@@ -169,7 +175,7 @@ class WatchLoop {
     if (poll(polls.data(), polls.size(), limit) <= 0) {
       return Event::None;
     }
-    if (polls[servers_.size()].revents != 0) {
+    if (polls[servers_.size() + 1].revents != 0) {
       return Event::Stop;
     }
     return polls.back().revents != 0 ? Event::OutputLost : Event::None;
@@ -189,10 +195,16 @@ class WatchLoop {
 
   WatchEnd end(WatchEnd why) {
     wind_up();
+    auto* changes = caller_.changes;
+    if (changes != nullptr) {
+      changes->wind_up();
+    }
     const Moment limit = steady_clock::now() + LAST_WORDS;
     for (auto now = steady_clock::now(); now < limit; now = steady_clock::now()) {
       const auto wake = advance(now);
-      if (std::ranges::none_of(servers_, [](const auto& one) { return one.watch.has_jobs(); })) {
+      const bool are_running = changes != nullptr && changes->is_running();
+      if (!are_running &&
+          std::ranges::none_of(servers_, [](const auto& one) { return one.watch.has_jobs(); })) {
         break;
       }
       wait(std::min(wake, limit), false);
@@ -222,6 +234,9 @@ class WatchLoop {
       auto next = report(now);
       const bool is_first = all_known && !shown_at_ && (now >= earliest || !is_asking(next));
       const bool is_next = shown_at_ && (now >= due || (now >= earliest && is_news(next, shown_)));
+      if (caller_.changes != nullptr && (is_first || shown_at_)) {
+        caller_.changes->see(next);
+      }
       if (is_first || is_next) {
         shown_ = std::move(next);
         shown_at_ = now;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "monitor/change_commands.h"
 #include "monitor/server_watch.h"
 
 /// A print server and the name under which it is shown.
@@ -22,6 +23,8 @@ struct WatchCaller {
   std::function<void(std::size_t answered, std::size_t sent)> progress;
   /// Is given a text for the user.
   std::function<void(const std::string&)> note;
+  /// Takes what a watch reports; may be null.
+  ChangeCommands* changes = nullptr;
   /// Readable when the user wants to end it; -1: never.
   int stop = -1;
   /// Without a reader, it ends; -1: nothing is written that needs one.

@@ -177,6 +177,9 @@ TEST(Usage, AUsageErrorExitsWithStatus64) {
                                              {"--output", "y"},
                                              {"--json=x", "--html=x"},
                                              {"--json="},
+                                             {"--on-change", "true"},
+                                             {"--watch", "60", "--on-change", ""},
+                                             {"--watch", "60", "--on-change-at-start"},
                                              {"--wait", "--no-refresh"}}) {
     const auto result = run_monitor("/nonexistent/cups.sock", arguments);
     EXPECT_EQ(result.exit_status, 64) << arguments[0];

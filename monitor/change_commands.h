@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "monitor/change_watch.h"
+
+/// ChangeCommands runs a command of the user's for each change of a watch, beside the watch, at most one for
+/// each queue and MOST in all at a time. The others wait.
+///
+/// The command runs below a process of this same program, see run_command(), which ends it when its time is
+/// over and when this program ends, however that happens. What the command reads is in memory before it
+/// starts, so that nothing waits for it.
+class ChangeCommands {
+ public:
+  static constexpr std::size_t MOST = 8;
+
+  struct Options {
+    std::string command;                     ///< for /bin/sh
+    bool tell_first = false;                 ///< run it for the first condition of each queue, too
+    std::chrono::milliseconds limit{30000};  ///< that a command may take
+    std::string program = "/proc/self/exe";  ///< whose main() calls run_command()
+  };
+
+  /// @param note  is given a text for the user.
+  ChangeCommands(Options options, std::function<void(const std::string&)> note);
+  ~ChangeCommands();
+  ChangeCommands(const ChangeCommands&) = delete;
+  ChangeCommands& operator=(const ChangeCommands&) = delete;
+
+  /// Takes the next report of the watch.
+  void see(const Report& report);
+  /// Takes that commands have ended, and starts those that wait.
+  void serve();
+  /// Readable when serve() has something to do.
+  [[nodiscard]] int descriptor() const { return events_; }
+
+  /// Starts no more commands.
+  void wind_up() { winding_up_ = true; }
+  [[nodiscard]] bool is_running() const { return !running_.empty(); }
+
+ private:
+  struct Running {
+    pid_t pid;
+    int output;  ///< ends with the process
+    std::string server;
+    std::string queue;
+    std::string what;  ///< for a person
+    std::string failure;
+  };
+
+  void start_waiting();
+  void start(const Change& change);
+  [[nodiscard]] bool has_ended(Running& one) const;
+  void end(Running& one);
+  void report_failure(const std::string& what, const std::string& failure) const;
+
+  Options options_;
+  std::function<void(const std::string&)> note_;
+  ChangeWatch watch_;
+  std::vector<Running> running_;
+  int events_;
+  bool winding_up_ = false;
+};
