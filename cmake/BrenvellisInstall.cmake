@@ -40,19 +40,30 @@ foreach(program brenvellis-monitor brenvellis-rasterdump brenvellis-simulator)
   install(TARGETS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
   install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
 
-  # Generated from the program's --help, so that they have the same options.
+  # The program prints them from its own options.
   if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
     continue()
   endif()
   set(completions ${CMAKE_BINARY_DIR}/completions)
   set(made ${completions}/bash/${program} ${completions}/zsh/_${program} ${completions}/fish/${program}.fish)
+  file(MAKE_DIRECTORY ${completions}/bash ${completions}/zsh ${completions}/fish)
+  if(program STREQUAL brenvellis-monitor)
+    add_custom_command(
+      OUTPUT ${made}
+      COMMAND ${program} --help > ${program}.help
+      COMMAND ${CMAKE_COMMAND} -D PROGRAM=${program} -D HELP=${program}.help -D FOLDER=${completions}
+              -P ${CMAKE_SOURCE_DIR}/cmake/WriteCompletions.cmake
+      DEPENDS ${program} ${CMAKE_SOURCE_DIR}/cmake/WriteCompletions.cmake
+      VERBATIM)
+  else()
   add_custom_command(
     OUTPUT ${made}
-    COMMAND ${program} --help > ${program}.help
-    COMMAND ${CMAKE_COMMAND} -D PROGRAM=${program} -D HELP=${program}.help -D FOLDER=${completions}
-            -P ${CMAKE_SOURCE_DIR}/cmake/WriteCompletions.cmake
-    DEPENDS ${program} ${CMAKE_SOURCE_DIR}/cmake/WriteCompletions.cmake
+    COMMAND ${program} --completion bash > ${completions}/bash/${program}
+    COMMAND ${program} --completion zsh > ${completions}/zsh/_${program}
+    COMMAND ${program} --completion fish > ${completions}/fish/${program}.fish
+    DEPENDS ${program}
     VERBATIM)
+  endif()
   add_custom_target(${program}-completions ALL DEPENDS ${made})
   install(FILES ${completions}/bash/${program}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${component})

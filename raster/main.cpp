@@ -3,9 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
-#include <charconv>
 #include <cinttypes>
 #include <cstddef>
 #include <cstdint>
@@ -14,8 +12,8 @@
 #include <exception>
 #include <span>
 #include <string>
-#include <string_view>
 
+#include "command_line/command_line.h"
 #include "raster/file_name.h"
 #include "raster/full_header.h"
 #include "raster/page_files.h"
@@ -191,106 +189,87 @@ ExitStatus dump_stream(int descriptor, const Options& options) {
   return job.refused ? EXIT_INPUT : EXIT_OK;
 }
 
-ExitStatus refuse(const std::string& why) {
-  fprintf(stderr, "brenvellis-rasterdump: %s\nRun with --help for more information.\n", why.c_str());
-  return EXIT_USAGE;
-}
-
-/// Adds an option whose value `read` takes; it returns false for one that is not `expected`.
-template <typename Read>
-void add_option(CLI::App& app, const char* name, const char* value, const char* expected, const char* help,
-                Read read) {
-  app.add_option_function<std::string>(
-         name,
-         [=](const std::string& text) {
-           if (!read(text)) {
-             throw CLI::ValidationError(name, "invalid value '" + text + "' (expected " + expected + ")");
-           }
-         },
-         help)
-      ->type_name(value);
-}
-
-bool read_rows(const std::string& text, std::uint32_t& rows) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), rows);
-  return error == std::errc() && end == text.data() + text.size() && rows != 0;
-}
-
-/// @return which options do not go together; empty if all do.
+/// @return why the templates do not fit; empty if they do.
 std::string contradiction(const Options& options) {
   const bool capture = !options.capture.text().empty();
-  if (options.quiet && (options.all || options.json)) {
-    return options.all ? "--quiet excludes --all" : "--quiet excludes --json";
-  }
-  if ((options.bands != 0) != capture) {
-    return capture ? "--capture requires --bands" : "--bands requires --capture";
-  }
-  if (capture && !options.pnm.text().empty()) {
-    return "--pnm excludes --capture";
-  }
   if (capture && !options.capture.has('C') && !options.capture.has('P') && !options.pages.is_one_page()) {
     return "--capture: '" + options.capture.text() + "' names only one file (add %C or %P)";
   }
   return {};
 }
 
-ExitStatus run(int argc, char** argv) {
-  // CLI11 would take the next argument for the value.
-  for (const std::string_view argument : std::span(argv, static_cast<std::size_t>(argc))) {
-    if (argument == "--") {
-      break;
-    }
-    if (argument == "--bands=" || argument == "--capture=" || argument == "--page=" || argument == "--pnm=") {
-      return refuse(std::string(argument) + " has no value");
-    }
-  }
+/// The value of an option that is a template.
+OptionValue template_in(FileName& target) {
+  return text_that(
+      [&target](const std::string& text) {
+        target = FileName(text);
+        return !text.empty();
+      },
+      "a file name");
+}
 
+CommandLine command_line(Options& options) {
+  const auto read_pages = [&options](const std::string& text) {
+    const auto pages = PageRanges::parse(text);
+    options.pages = pages.value_or(PageRanges());
+    return pages.has_value();
+  };
+  return {
+      {.name = "brenvellis-rasterdump",
+       .version = BRENVELLIS_VERSION,
+       .summary = "Shows the page headers of a CUPS raster stream on standard output, and saves its pages as "
+                  "pictures or raw bands. Reads standard input if FILE is - or missing.",
+       .arguments = "[FILE]",
+       .notes = "Exit status:\n"
+                "  0  done\n"
+                "  1  the input is invalid or cannot be read\n"
+                "  2  usage error\n"
+                "  3  an output cannot be written\n",
+       .usage_error = EXIT_USAGE,
+       .output_error = EXIT_OUTPUT},
+      {{.name = "all", .help = "Show all fields of a version 2 header", .value = flag(options.all)},
+       {.name = "json",
+        .help = "Show one JSON object per page, with all fields",
+        .value = flag(options.json)},
+       {.name = "quiet",
+        .help = "Do not show the headers",
+        .value = flag(options.quiet),
+        .excludes = {"all", "json"}},
+       {.name = "page",
+        .placeholder = "PAGES",
+        .help = "Only these pages, such as 2-4,7",
+        .value = text_that(read_pages, "page numbers from 1 and ranges, such as 2-4,7")},
+       {.name = "pnm",
+        .placeholder = "TEMPLATE",
+        .help = "Save each page as a PBM, PGM or PPM picture, or as a PAM if the name ends in .pam; "
+                "TEMPLATE may contain %P for the page, %W and %H for the size, %T for the time",
+        .value = template_in(options.pnm),
+        .excludes = {"capture"}},
+       {.name = "bands",
+        .placeholder = "ROWS",
+        .help = "Cut each page into bands of ROWS lines",
+        .value =
+            number_from(1, UINT32_MAX, [&](auto rows) { options.bands = static_cast<std::uint32_t>(rows); }),
+        .needs = "capture"},
+       {.name = "capture",
+        .placeholder = "TEMPLATE",
+        .help = "Save each band, without a header, to the file of this name; also %B for bits per pixel, %C "
+                "for a running number, %L for the plane",
+        .value = template_in(options.capture),
+        .needs = "bands"}}};
+}
+
+ExitStatus run(int argc, char** argv) {
   Options options;
-  CLI::App app(
-      "Shows the page headers of a CUPS raster stream on standard output, and saves its pages as pictures or "
-      "raw bands.",
-      "brenvellis-rasterdump");
-  app.set_version_flag("--version", "brenvellis-rasterdump " BRENVELLIS_VERSION);
-  app.add_option("FILE", options.file, "The stream; - or none: standard input")->type_name("");
-  app.add_flag("--all", options.all, "Show all fields of a version 2 header");
-  app.add_flag("--json", options.json, "Show one JSON object per page, with all fields");
-  app.add_flag("--quiet", options.quiet, "Leave the headers out");
-  add_option(app, "--page", "PAGES", "page numbers from 1 and ranges, such as 2-4,7",
-             "Only these pages, such as 2-4,7", [&options](const std::string& text) {
-               const auto pages = PageRanges::parse(text);
-               options.pages = pages.value_or(PageRanges());
-               return pages.has_value();
-             });
-  add_option(app, "--pnm", "TEMPLATE", "a file name",
-             "Save each page as a PBM, PGM or PPM picture, or as a PAM\n"
-             "if the name ends in .pam; in the name stand\n"
-             "%P for the page, %W and %H for the size, %T for the time",
-             [&options](const std::string& text) {
-               options.pnm = FileName(text);
-               return !text.empty();
-             });
-  add_option(app, "--bands", "ROWS", "1-4294967295", "Cut each page into bands of ROWS lines",
-             [&options](const std::string& text) { return read_rows(text, options.bands); });
-  add_option(app, "--capture", "TEMPLATE", "a file name",
-             "Save each band, without a header, to the file of this name;\n"
-             "also %B for bits per pixel, %C for a running number,\n"
-             "%L for the plane",
-             [&options](const std::string& text) {
-               options.capture = FileName(text);
-               return !text.empty();
-             });
-  app.footer("Exit status: 0 done, 1 input at fault, 2 usage, 3 output at fault.");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) {
-      app.exit(error);
-      return EXIT_OK;
-    }
-    return refuse(error.what());
+  CommandLine line = command_line(options);
+  if (const auto status = line.read(argc, argv, 1)) {
+    return static_cast<ExitStatus>(*status);
+  }
+  if (!line.arguments().empty()) {
+    options.file = line.arguments().front();
   }
   if (const std::string why = contradiction(options); !why.empty()) {
-    return refuse(why);
+    return static_cast<ExitStatus>(line.refuse(why));
   }
 
   if (options.file == "-") {
@@ -321,6 +300,9 @@ void fill_closed_descriptors() {
 /// @return EXIT_OUTPUT if `status` is EXIT_OK but standard output or standard error failed, otherwise
 /// `status`.
 ExitStatus check_output(ExitStatus status) {
+  if (status == EXIT_OUTPUT) {
+    return status;
+  }
   errno = 0;
   if (fflush(stdout) != 0 || ferror(stdout) != 0) {
     fprintf(stderr, "brenvellis-rasterdump: cannot write to standard output%s%s\n", errno != 0 ? ": " : "",

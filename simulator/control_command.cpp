@@ -57,11 +57,7 @@ std::string forget(SimulatedPrinter& printer) {
   return "ok";
 }
 
-std::string help(SimulatedPrinter& /*printer*/) {
-  return "ok code N; total N; remaining N; sheet N; fault none|refuse; "
-         "fault silent|short N|drip [MS]|split N [MS]|long N|garbage|slow MS|close N [status|levels]; "
-         "show; requests; forget; help";
-}
+std::string help(SimulatedPrinter& /*printer*/);
 
 struct Question {
   std::string_view name;
@@ -70,6 +66,21 @@ struct Question {
 
 constexpr std::array<Question, 4> QUESTIONS = {
     {{"show", show}, {"requests", show_requests}, {"forget", forget}, {"help", help}}};
+
+std::string help(SimulatedPrinter& /*printer*/) {
+  std::string text = "ok";
+  for (const NumberSetting& setting : NUMBER_SETTINGS) {
+    text.append(" ").append(setting.name).append(" N;");
+  }
+  for (const std::string_view form : fault_forms()) {
+    text.append(" fault ").append(form).append(";");
+  }
+  for (const Question& question : QUESTIONS) {
+    text.append(" ").append(question.name).append(";");
+  }
+  text.pop_back();
+  return text;
+}
 
 bool is_printable(char character) {
   return character >= ' ' && character <= '~';

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulator/control_server.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
 #include <deque>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -67,10 +69,16 @@ struct SocketFile {
 };
 
 /// @return nothing if it is not a socket.
-std::optional<SocketFile> socket_file(const std::string& path) {
+std::optional<SocketFile> socket_file(const Place& place) {
   struct stat status {};
-  const bool found = lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+  const bool found = fstatat(place.folder.number(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                     S_ISSOCK(status.st_mode);
   return found ? std::optional(SocketFile{status.st_ino, status.st_uid}) : std::nullopt;
+}
+
+/// The address of a socket file in a folder that is open: nobody can lead elsewhere.
+Local::endpoint endpoint_in(const Place& place) {
+  return "/proc/self/fd/" + std::to_string(place.folder.number()) + "/" + place.name;
 }
 
 /// Makes the socket file with mode 0600.
@@ -90,9 +98,9 @@ ControlServer::ControlServer(asio::io_context& io, Execute execute)
 
 ControlServer::~ControlServer() {
   // Another simulator may have taken the path since.
-  const auto file = socket_file(path_);
+  const auto file = place_ ? socket_file(*place_) : std::nullopt;
   if (file && file_ == file->number) {
-    unlink(path_.c_str());
+    unlinkat(place_->folder.number(), place_->name.c_str(), 0);
   }
 }
 
@@ -102,36 +110,48 @@ std::optional<std::string> ControlServer::open(const std::string& path) {
     return name + ": the path must have 1 to " + std::to_string(sizeof(sockaddr_un::sun_path) - 1) +
            " characters; choose another";
   }
-  const Local::endpoint endpoint(path);
-  std::error_code error = bind_for_owner(accept_loop_, endpoint);
-  if (error == asio::error::address_in_use) {
-    const auto file = socket_file(path);
-    if (!file) {
-      return name + ": a file of another kind has this name; choose another path";
+  try {
+    place_ = find_place(path, false);
+    const Local::endpoint endpoint = endpoint_in(*place_);
+    std::error_code error = bind_for_owner(accept_loop_, endpoint);
+    if (error == asio::error::address_in_use) {
+      if (const std::string why = remove_stale(endpoint); !why.empty()) {
+        return name + ": " + why;
+      }
+      error = bind_for_owner(accept_loop_, endpoint);
     }
-    if (file->owner != geteuid()) {
-      return name + ": it belongs to another user; choose another path";
-    }
-    Local::socket simulator(io_);
-    simulator.connect(endpoint, error);
     if (!error) {
-      return name + ": a running simulator serves it; end that one or choose another path";
+      if (const auto file = socket_file(*place_)) {
+        file_ = file->number;
+      }
+      error = accept_loop_.listen();
     }
-    if (error != asio::error::connection_refused) {
-      return name + ": it exists, and " + error.message() + "; choose another path";
+    if (error) {
+      return name + ": " + error.message() + "; choose another path";
     }
-    unlink(path.c_str());
-    error = bind_for_owner(accept_loop_, endpoint);
-  }
-  if (!error) {
-    path_ = path;
-    if (const auto file = socket_file(path)) {
-      file_ = file->number;
-    }
-    error = accept_loop_.listen();
-  }
-  if (error) {
-    return name + ": " + error.message() + "; choose another path";
+  } catch (const std::exception& error) {
+    return name + ": " + error.what() + "; choose another path";
   }
   return std::nullopt;
+}
+
+std::string ControlServer::remove_stale(const Local::endpoint& endpoint) {
+  const auto file = socket_file(*place_);
+  if (!file) {
+    return "a file of another kind has this name; choose another path";
+  }
+  if (file->owner != geteuid()) {
+    return "it belongs to another user; choose another path";
+  }
+  std::error_code error;
+  Local::socket simulator(io_);
+  simulator.connect(endpoint, error);
+  if (!error) {
+    return "a running simulator serves it; end that one or choose another path";
+  }
+  if (error != asio::error::connection_refused) {
+    return "it exists, and " + error.message() + "; choose another path";
+  }
+  unlinkat(place_->folder.number(), place_->name.c_str(), 0);
+  return {};
 }

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "files/place.h"
 #include "simulator/accept_loop.h"
 
 /// ControlServer is the Unix socket over which a running simulator is told and asked. It must outlive the run
@@ -23,7 +24,7 @@ class ControlServer {
   ~ControlServer();
 
   /// Makes the socket file, for its owner alone, and listens on it. A file that a killed simulator of the
-  /// same user left there is replaced.
+  /// same user left there is replaced. A symbolic link of another user on the way to it is refused.
   ///
   /// @return nothing on success; otherwise what is wrong and what to do.
   std::optional<std::string> open(const std::string& path);
@@ -31,9 +32,14 @@ class ControlServer {
  private:
   using Local = asio::local::stream_protocol;
 
+  /// Removes the socket file of a simulator that has ended.
+  ///
+  /// @return why it stays; empty if it was removed.
+  std::string remove_stale(const Local::endpoint& endpoint);
+
   asio::io_context& io_;
   std::function<std::string(const std::optional<std::string>&)> execute_;
   AcceptLoop<Local> accept_loop_;
-  std::string path_;
+  std::optional<Place> place_;
   std::optional<ino_t> file_;  ///< the socket that this server made
 };

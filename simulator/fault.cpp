@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 #include "simulator/command_words.h"
 
@@ -104,6 +105,12 @@ std::optional<Fault> parse_fault(std::span<const std::string_view> words, std::s
             std::to_string(LARGEST_PAUSE);
   }
   return fault;
+}
+
+std::vector<std::string_view> fault_forms() {
+  std::vector<std::string_view> forms;
+  std::ranges::transform(FAULT_FORMS, std::back_inserter(forms), &FaultForm::usage);
+  return forms;
 }
 
 std::string to_string(const Fault& fault, char separator) {

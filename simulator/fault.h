@@ -33,6 +33,9 @@ struct Piece {
 /// @return the fault; nothing if the words are none, and `error` then says what to write instead.
 std::optional<Fault> parse_fault(std::span<const std::string_view> words, std::string& error);
 
+/// How every fault is written: "none", "short N [status|levels]".
+std::vector<std::string_view> fault_forms();
+
 /// @return the fault as parse_fault reads it, its default values written out, with `separator` for the
 /// blanks.
 std::string to_string(const Fault& fault, char separator = ' ');

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // brenvellis-simulator: a printer's end of a raw network connection; see man/brenvellis-simulator.1.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <asio.hpp>
@@ -15,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "command_line/command_line.h"
 #include "simulator/command_words.h"
 #include "simulator/control_client.h"
 #include "simulator/control_command.h"
@@ -24,31 +24,6 @@
 namespace {
 
 enum ExitStatus { DONE = 0, FAILED = 1, WRONG_USAGE = 2 };
-
-struct SettingOption {
-  std::string_view command;
-  const char* placeholder;
-  const char* help;
-  std::string value;
-};
-
-struct Options {
-  std::string port = "0";
-  std::optional<std::string> control;
-  std::vector<std::string> tell;
-  std::array<SettingOption, 5> settings = {{
-      {"code", "CODE", "Status code (default 0: no error)", ""},
-      {"total", "N", "Prints of a new ink ribbon (default 400)", ""},
-      {"remaining", "N", "Prints left on the ribbon (default 400)", ""},
-      {"sheet", "CODE", "Ink sheet type (default 0x02)", ""},
-      {"fault", "FAULT", "What goes wrong (default none), e.g. silent or \"slow 500\"", ""},
-  }};
-};
-
-ExitStatus refuse_usage(const std::string& message) {
-  fprintf(stderr, "brenvellis-simulator: %s\nRun with --help for more information.\n", message.c_str());
-  return WRONG_USAGE;
-}
 
 ExitStatus fail(const std::string& message) {
   fprintf(stderr, "brenvellis-simulator: %s\n", message.c_str());
@@ -92,75 +67,94 @@ ExitStatus simulate(std::uint16_t port, const std::optional<std::string>& contro
   return DONE;
 }
 
-ExitStatus run(int argc, char** argv) {
-  Options options;
-  CLI::App app(
-      "The printer's end of a raw network connection, for tests and demonstrations without a printer.",
-      "brenvellis-simulator");
-  // Newer releases of CLI11 wrap lines of 80 columns and more.
-  app.footer(
+/// An option that sets what the control command `name` sets.
+Option setting(const char* name, const char* placeholder, const char* help, PrinterSettings& settings) {
+  const auto store = [name, &settings](const std::string& value) {
+    auto words = split_words(value);
+    words.insert(words.begin(), name);
+    return apply_setting(words, settings).value_or("");
+  };
+  return {.name = name, .placeholder = placeholder, .help = help, .value = {store, {}}};
+}
+
+std::string notes() {
+  std::string text =
       "Prints the CUPS device URI as its only line when it is ready, and runs until\n"
-      "SIGINT or SIGTERM. Numbers are decimal or hexadecimal with 0x.\n"
-      "Faults: none, silent, short N, drip [MS], split N [MS], long N, garbage,\n"
-      "slow MS, close N, refuse; all but none and refuse take a last word \"status\" or\n"
-      "\"levels\" that limits them to this request. Send the command \"help\" for the\n"
-      "control commands.\n\n"
-      "Exit status: 0 ended by a signal, or told \"ok\"; 1 cannot listen, cannot make the\n"
-      "control socket, told \"error\", or nobody answers; 2 wrong usage.");
-  app.set_version_flag("--version", "brenvellis-simulator " BRENVELLIS_VERSION);
-  auto* tell =
-      app.add_option("--tell", options.tell,
-                     "Send COMMAND to the simulator with the control socket PATH, print the reply, end")
-          ->type_name("PATH COMMAND")
-          ->expected(2, CLI::detail::expected_max_vector_size);
-  app.add_option("--port", options.port, "TCP port of 127.0.0.1 (default 0: a free one)")->type_name("N");
-  app.add_option("--control", options.control, "Make a Unix socket that takes commands")->type_name("PATH");
-  for (SettingOption& setting : options.settings) {
-    app.add_option("--" + std::string(setting.command), setting.value, setting.help)
-        ->type_name(setting.placeholder);
+      "SIGINT or SIGTERM. Numbers are decimal, or hexadecimal with 0x.\n"
+      "\n"
+      "Faults (N in bytes, MS in milliseconds; the last word limits a fault to this\n"
+      "request):\n";
+  for (const std::string_view form : fault_forms()) {
+    text.append("  ").append(form).append("\n");
   }
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) {
-      app.exit(error);
-      return DONE;
-    }
-    return refuse_usage(error.what());
-  }
+  return text +
+         "\n"
+         "Exit status:\n"
+         "  0  ended by a signal, or the reply to --tell is \"ok\"\n"
+         "  1  cannot listen or make the control socket, or the reply to --tell is an\n"
+         "     error or missing\n"
+         "  2  usage error\n";
+}
 
-  if (!options.tell.empty()) {
-    const auto& given = app.parse_order();
-    if (!std::all_of(given.begin(), given.end(),
-                     [tell](const CLI::Option* option) { return option == tell; })) {
-      return refuse_usage("--tell goes with no other option; send the settings as commands");
-    }
-    std::string line;
-    std::for_each(options.tell.begin() + 1, options.tell.end(),
-                  [&line](const std::string& word) { line += (line.empty() ? "" : " ") + word; });
-    if (line.find('\n') != std::string::npos) {
-      return refuse_usage("--tell: the command holds a line end; send one line");
-    }
-    return tell_simulator(options.tell.front(), line) ? DONE : FAILED;
+int tell(const CommandLine& line, const std::string& path) {
+  std::string command;
+  for (const std::string& word : line.arguments()) {
+    command += (command.empty() ? "" : " ") + word;
   }
+  if (line.is_given_besides("tell")) {
+    return line.refuse("--tell excludes all other options (send the settings as commands)");
+  }
+  if (command.empty()) {
+    return line.refuse("--tell: no command (try \"help\")");
+  }
+  if (command.find('\n') != std::string::npos) {
+    return line.refuse("--tell: the command contains a line end (send one line)");
+  }
+  return tell_simulator(path, command) ? DONE : FAILED;
+}
 
-  const auto port = parse_number(options.port, 0xffff);
-  if (!port) {
-    return refuse_usage("--port: '" + options.port + "' is no number from 0 to 65535");
-  }
+int run(int argc, char** argv) {
+  std::uint16_t port = 0;
+  std::string control;
+  std::string told;
   PrinterSettings settings;
-  for (const SettingOption& setting : options.settings) {
-    const std::string option = "--" + std::string(setting.command);
-    if (app.count(option) == 0) {
-      continue;
-    }
-    auto words = split_words(setting.value);
-    words.insert(words.begin(), setting.command);
-    if (const auto error = apply_setting(words, settings)) {
-      return refuse_usage(option + ": " + *error);
-    }
+  CommandLine line(
+      {.name = "brenvellis-simulator",
+       .version = BRENVELLIS_VERSION,
+       .summary =
+           "The printer's end of a raw network connection, for tests and demonstrations without a printer.",
+       .arguments = "[--tell PATH COMMAND...]",
+       .notes = notes(),
+       .usage_error = WRONG_USAGE,
+       .output_error = FAILED},
+      {{.name = "port",
+        .placeholder = "N",
+        .help = "TCP port of 127.0.0.1 (default 0: a free one)",
+        .value = number_from(0, 0xffff, [&](auto number) { port = static_cast<std::uint16_t>(number); })},
+       {.name = "control",
+        .placeholder = "PATH",
+        .help = "Make a Unix socket that takes commands",
+        .value = text_in(control)},
+       setting("code", "CODE", "Status code (default 0: no error)", settings),
+       setting("total", "N", "Prints of a new ink ribbon (default 400)", settings),
+       setting("remaining", "N", "Prints left on the ribbon (default 400)", settings),
+       setting("sheet", "CODE", "Ink sheet type (default 0x02)", settings),
+       setting("fault", "FAULT", "What goes wrong (default none), e.g. silent or \"slow 500\"", settings),
+       {.name = "tell",
+        .placeholder = "PATH",
+        .help = "Send COMMAND to the simulator with this control socket, print the reply and exit; \"help\" "
+                "lists the commands",
+        .value = text_in(told)}});
+  if (const auto status = line.read(argc, argv)) {
+    return *status;
   }
-  return simulate(static_cast<std::uint16_t>(*port), options.control, settings);
+  if (!told.empty()) {
+    return tell(line, told);
+  }
+  if (!line.arguments().empty()) {
+    return line.refuse("unexpected argument '" + line.arguments().front() + "'");
+  }
+  return simulate(port, control.empty() ? std::nullopt : std::optional(control), settings);
 }
 
 }  // namespace

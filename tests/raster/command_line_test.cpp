@@ -74,7 +74,7 @@ TEST_F(Rasterdump, AFileMayBeNamedLikeAnOptionWithoutValue) {
 TEST_F(Rasterdump, HelpNamesEveryOption) {
   const ProgramResult result = run({"--help"});
   EXPECT_EQ(result.exit_status, 0);
-  for (const char* option : {"FILE ", "--all ", "--json ", "--quiet ", "--page PAGES", "--pnm TEMPLATE",
+  for (const char* option : {"[FILE]", "--all ", "--json ", "--quiet ", "--page PAGES", "--pnm TEMPLATE",
                              "--bands ROWS", "--capture TEMPLATE", "--version"}) {
     EXPECT_THAT(result.output, HasSubstr(option));
   }

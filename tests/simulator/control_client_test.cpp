@@ -99,6 +99,27 @@ TEST(TellSimulator, AReplyWithoutEndIsGivenUp) {
   EXPECT_THAT(told.errors, HasSubstr("(Message too long)"));
 }
 
+TEST(TellSimulator, APeerThatAcceptsNoConnectionIsGivenUp) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path() / "control";
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int waiting = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const auto* const name = reinterpret_cast<const sockaddr*>(&address);
+  ASSERT_EQ(bind(listener, name, sizeof address), 0);
+  ASSERT_EQ(listen(listener, 0), 0);
+  // The only place in the queue.
+  ASSERT_EQ(connect(waiting, name, sizeof address), 0);
+
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(tell_simulator(path, "show", std::chrono::milliseconds(200)));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("(Connection timed out)"));
+  close(waiting);
+  close(listener);
+}
+
 TEST(TellSimulator, ASimulatorOfAnotherUserIsRefusedButNotByRoot) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can act for two users";

@@ -3,6 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <regex>
+
 #include "simulator/command_words.h"
 
 using testing::Each;
@@ -183,4 +186,23 @@ TEST(Fault, ALimitedFaultSparesTheOtherRequest) {
   EXPECT_EQ(bytes_of(plan("silent status", RequestKind::Levels)), REPLY);
   EXPECT_THAT(plan("silent levels", RequestKind::Levels), IsEmpty());
   EXPECT_EQ(bytes_of(plan("silent levels", RequestKind::Status)), REPLY);
+}
+
+TEST(Fault, TheManualPageHasEveryFault) {
+  std::ifstream page(MANUAL_PAGE);
+  std::vector<std::string> in_page;
+  bool faults = false;
+  for (std::string line; std::getline(page, line);) {
+    if (line.starts_with(".Sh ")) {
+      faults = line == ".Sh FAULTS";
+    } else if (faults && line.starts_with(".It Cm ")) {
+      line = std::regex_replace(line.substr(7), std::regex("Op Ar (\\w+)"), "[$1]");
+      in_page.push_back(std::regex_replace(line, std::regex("Ar "), ""));
+    }
+  }
+  std::vector<std::string> forms;
+  for (const std::string_view form : fault_forms()) {
+    forms.emplace_back(form.substr(0, form.find(" [status")));
+  }
+  EXPECT_EQ(in_page, forms);
 }

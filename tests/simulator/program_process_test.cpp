@@ -124,24 +124,41 @@ TEST(Program, AControlSocketInAMissingFolderIsAnError) {
                                 "': No such file or directory; choose another path\n");
 }
 
-TEST(Program, AControlPathOfAWrongLengthIsAnError) {
-  for (const std::string& path : {std::string(), "/tmp/" + std::string(103, 'x')}) {
-    const ProgramResult outcome = run_simulator({"--control", path});
-    EXPECT_EQ(outcome.exit_status, 1);
-    EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
-                                  "': the path must have 1 to 107 characters; choose another\n");
+TEST(Program, AControlPathThatIsTooLongIsAnError) {
+  const std::string path = "/tmp/" + std::string(103, 'x');
+  const ProgramResult outcome = run_simulator({"--control", path});
+  EXPECT_EQ(outcome.exit_status, 1);
+  EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
+                                "': the path must have 1 to 107 characters; choose another\n");
+}
+
+// Only root can make a link of another user.
+TEST(Program, AnotherUsersLinkOnTheWayToTheControlSocketIsNotFollowed) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can make another user's link";
   }
+  const TemporaryFolder folder;
+  const auto link = folder.path() / "link";
+  std::filesystem::create_directory(folder.path() / "elsewhere");
+  std::filesystem::create_directory_symlink(folder.path() / "elsewhere", link);
+  ASSERT_EQ(lchown(link.c_str(), 65534, 65534), 0);
+  const std::string path = link / "control";
+  const ProgramResult outcome = run_simulator({"--control", path});
+  EXPECT_EQ(outcome.exit_status, 1);
+  EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
+                                "': the link 'link' belongs to another user; choose another path\n");
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path() / "elsewhere"));
 }
 
 TEST(Program, AUsageErrorExitsWithStatus2) {
   const std::string no_16_bits = " needs one number from 0 to 65535, decimal or hexadecimal with 0x";
   const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{"extra"}, "The following argument was not expected: extra"},
-      {{"--colour", "1"}, "The following arguments were not expected: 1 --colour"},
-      {{"--port"}, "--port: 1 required N missing"},
-      {{"--port", "65536"}, "--port: '65536' is no number from 0 to 65535"},
-      {{"--port", "http"}, "--port: 'http' is no number from 0 to 65535"},
-      {{"--port", "1", "--port", "2"}, "--port: At Most 1 required but received 2"},
+      {{"extra"}, "unexpected argument 'extra'"},
+      {{"--colour", "1"}, "unknown option '--colour'"},
+      {{"--port"}, "--port requires N"},
+      {{"--port", "65536"}, "--port: invalid value '65536' (expected 0-65535)"},
+      {{"--port", "http"}, "--port: invalid value 'http' (expected 0-65535)"},
+      {{"--port", "1", "--port", "2"}, "--port is given twice"},
       {{"--code", "0x10000"}, "--code: 'code'" + no_16_bits},
       {{"--code", ""}, "--code: 'code'" + no_16_bits},
       {{"--code", "1; total 2"}, "--code: 'code'" + no_16_bits},
@@ -154,10 +171,11 @@ TEST(Program, AUsageErrorExitsWithStatus2) {
       {{"--fault", "slow"},
        "--fault: wrong arguments of fault 'slow'; write 'slow MS [status|levels]', N from 0 to 4096, MS from "
        "0 to 60000"},
-      {{"--tell", "path"}, "--tell: At least 2 required but received 1"},
+      {{"--control", ""}, "--control: invalid value '' (expected a name)"},
+      {{"--tell", "path"}, "--tell: no command (try \"help\")"},
       {{"--tell", "path", "show", "--port", "1"},
-       "--tell goes with no other option; send the settings as commands"},
-      {{"--tell", "path", "show\nshow"}, "--tell: the command holds a line end; send one line"},
+       "--tell excludes all other options (send the settings as commands)"},
+      {{"--tell", "path", "show\nshow"}, "--tell: the command contains a line end (send one line)"},
   };
   for (const auto& [arguments, message] : cases) {
     const ProgramResult outcome = run_simulator(arguments);
@@ -175,12 +193,13 @@ TEST(Program, FailingToPrintTheUriIsAFailure) {
   EXPECT_EQ(simulator.exit_status(std::chrono::seconds(30)), 1);
 }
 
-TEST(Program, HelpNamesEveryOptionAndTheExitStatus) {
+TEST(Program, HelpNamesEveryOptionFaultAndExitStatus) {
   const ProgramResult outcome = run_simulator({"--help"});
   EXPECT_EQ(outcome.exit_status, 0);
-  for (const char* name : {"--port", "--control", "--tell", "--code", "--total", "--remaining", "--sheet",
-                           "--fault", "--help", "--version", "Exit status: 0"}) {
-    EXPECT_THAT(outcome.output, HasSubstr(name));
+  for (const char* text : {"--port N", "--control PATH", "--tell PATH", "--code CODE", "--total N",
+                           "--remaining N", "--sheet CODE", "--fault FAULT", "--help", "--version",
+                           "\n  split N [MS] [status|levels]\n", "\nExit status:\n  0  "}) {
+    EXPECT_THAT(outcome.output, HasSubstr(text));
   }
 }
 
