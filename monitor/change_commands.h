@@ -10,12 +10,12 @@
 
 #include "monitor/change_watch.h"
 
-/// ChangeCommands runs a command of the user's for each change of a watch, beside the watch, at most one for
-/// each queue and MOST in all at a time. The others wait.
+/// ChangeCommands runs the user's command for each change of a watch, in the background. At most one command
+/// per queue and MOST commands in total run at a time; the others wait.
 ///
-/// The command runs below a process of this same program, see run_command(), which ends it when its time is
-/// over and when this program ends, however that happens. What the command reads is in memory before it
-/// starts, so that nothing waits for it.
+/// The command is the child of a process of this program (see run_command()), which kills it after its time
+/// limit and when this program exits for any reason. The command's input is complete before it starts, so
+/// nothing waits for it.
 class ChangeCommands {
  public:
   static constexpr std::size_t MOST = 8;
@@ -23,19 +23,19 @@ class ChangeCommands {
   struct Options {
     std::string command;                     ///< for /bin/sh
     bool tell_first = false;                 ///< run it for the first condition of each queue, too
-    std::chrono::milliseconds limit{30000};  ///< that a command may take
-    std::string program = "/proc/self/exe";  ///< whose main() calls run_command()
+    std::chrono::milliseconds limit{30000};  ///< the time limit of a command
+    std::string program = "/proc/self/exe";  ///< the program whose main() calls run_command()
   };
 
-  /// @param note  is given a text for the user.
+  /// @param note  receives messages for the user.
   ChangeCommands(Options options, std::function<void(const std::string&)> note);
   ~ChangeCommands();
   ChangeCommands(const ChangeCommands&) = delete;
   ChangeCommands& operator=(const ChangeCommands&) = delete;
 
-  /// Takes the next report of the watch.
+  /// Processes the next report of the watch.
   void see(const Report& report);
-  /// Takes that commands have ended, and starts those that wait.
+  /// Handles commands that have exited, and starts waiting ones.
   void serve();
   /// Readable when serve() has something to do.
   [[nodiscard]] int descriptor() const { return events_; }

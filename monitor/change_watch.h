@@ -14,26 +14,26 @@
 struct Change {
   std::string server;
   std::string queue;             ///< empty: the server itself
-  std::optional<Condition> old;  ///< nothing for the first one that is told
+  std::optional<Condition> old;  ///< nothing for the first condition
   Condition now;
-  /// Of the server, with this queue alone if there is one, from when the condition was seen.
+  /// The report of the server when the condition was observed, with only this queue if there is one.
   Report report;
 };
 
-/// ChangeWatch finds out from the reports of a watch what is to be told: each condition that was seen twice
-/// in a row and is not the one that was told last. It does nothing itself and has no clock.
+/// ChangeWatch decides which changes to report: each condition that was observed twice in a row and differs
+/// from the last reported one. It performs no actions and has no clock.
 ///
-/// A change that comes while another of the same queue is being told waits, and the newest condition is told
-/// after it, unless it is again the one that was told.
+/// While a change of a queue is being reported, further changes of this queue wait. Then the latest condition
+/// is reported if it differs from the last reported one.
 class ChangeWatch {
  public:
-  /// @param tell_first  whether the first condition of each queue is told, too.
+  /// @param tell_first  whether to report the first condition of each queue as well.
   explicit ChangeWatch(bool tell_first) : tell_first_(tell_first) {}
 
-  /// Takes the next report. Queues that are not in it are forgotten.
+  /// Processes the next report. Queues that are not in it are forgotten.
   void see(const Report& report);
 
-  /// What is to be told next; it counts as being told until told() says so.
+  /// Returns the next change to report. It is being reported until told() is called.
   [[nodiscard]] std::optional<Change> next();
   void told(const std::string& server, const std::string& queue);
 
@@ -59,7 +59,7 @@ class ChangeWatch {
   bool tell_first_;
   bool has_begun_ = false;
   std::map<Name, Entry> entries_;
-  /// What was last told of the queues that are not in the report at their old place.
+  /// The last reported conditions of queues that are not in the report at their previous place.
   std::map<std::string, std::optional<Condition>> lost_;
   std::uint64_t changes_ = 0;
 };

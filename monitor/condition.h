@@ -7,14 +7,14 @@
 
 #include "monitor/report.h"
 
-/// Level is how much a condition needs a person: not at all, before long, or now.
+/// Level is the urgency of a condition: none, soon, or now.
 enum class Level : std::uint8_t { Ok, Attention, Trouble };
 
 /// "ok", "attention", "trouble".
 [[nodiscard]] const char* name_of(Level level);
 
-/// Condition is what a person wants to be told about a queue or a print server when it changes. How many
-/// prints are left is not part of it.
+/// Condition is the part of a queue's or a print server's state whose changes are reported. It does not
+/// include the number of prints left.
 struct Condition {
   Level level = Level::Ok;
   /// Why, as keywords for programs, the worst first: "error-0008-2660", "empty", "critical", "stuck",
@@ -25,8 +25,9 @@ struct Condition {
   bool operator==(const Condition&) const = default;
 };
 
-/// The condition of a queue whose print server could be read. It is Ok exactly if judge() says Well.
+/// Returns the condition of a queue whose print server could be read. It is Ok if and only if judge() returns
+/// Well.
 [[nodiscard]] Condition condition_of(const QueueReport& queue, const Limits& limits);
 
-/// The condition of a print server itself.
+/// Returns the condition of a print server.
 [[nodiscard]] Condition condition_of(const ServerReport& server);

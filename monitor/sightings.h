@@ -5,8 +5,8 @@
 #include <chrono>
 #include <optional>
 
-/// Sightings counts how often a queue or a print server was seen, so that what was seen twice can be told
-/// from what was looked at twice within a moment.
+/// Sightings counts the independent observations of a queue or a print server. Readings in quick succession
+/// count as one.
 class Sightings {
  public:
   using Moment = std::chrono::steady_clock::time_point;
@@ -14,7 +14,7 @@ class Sightings {
   /// @param interval  of the watch.
   explicit Sightings(std::chrono::seconds interval) : pause_(std::min(interval, MOMENT)) {}
 
-  /// Counts what was seen now, unless the one before is only a moment ago.
+  /// Counts an observation now, unless the previous one is too recent.
   void note(Moment now) {
     if (!last_ || now - *last_ >= pause_) {
       last_ = now;

@@ -6,16 +6,16 @@
 #include <string>
 #include <vector>
 
-/// Spawn is how this program starts itself to do a part of its work.
+/// Spawn describes a child process of this program.
 struct Spawn {
   std::string program;
-  std::vector<std::string> arguments;  ///< the name first
+  std::vector<std::string> arguments;  ///< beginning with the program's name
   int input = -1;                      ///< becomes its standard input
-  int output = -1;                     ///< becomes its standard output; -1: that is /dev/null
+  int output = -1;                     ///< becomes its standard output; /dev/null if -1
   char** environment = nullptr;
 };
 
-/// Starts the process. The signals by which a person ends this program are blocked in it: it ends with its
-/// parent, which needs it until then.
-/// @return 0, or why it could not be started, as errno.
+/// Starts the process. Signals with which a user stops this program are blocked in it, because its parent
+/// needs it until it exits itself.
+/// @return 0, or an errno value.
 [[nodiscard]] int spawn(const Spawn& what, pid_t& pid);

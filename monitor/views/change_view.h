@@ -6,17 +6,16 @@
 
 #include "monitor/change_watch.h"
 
-/// The queue and its server, or the server, as a person would name it: "booth", "booth on hall",
-/// "print server hall".
+/// The name of the queue and its server, or of the server: "booth", "booth on hall", "print server hall".
 [[nodiscard]] std::string change_name(const Change& change);
 
-/// The change in a line for a person: "booth: the ribbon is empty".
+/// The change as a line of text: "booth: the ribbon is empty".
 [[nodiscard]] std::string change_text(const Change& change);
 
-/// What a command is told in its environment; brenvellis-monitor(1) describes the variables. Their values
-/// are printable() and not longer than an environment can hold.
+/// The environment variables of a command; see brenvellis-monitor(1). Their values are printable() and fit
+/// into an environment.
 [[nodiscard]] std::map<std::string, std::string> change_variables(const Change& change);
 
-/// What a command is told on its standard input: the line of --json, with this queue alone, or with those of
-/// the server that has changed.
+/// The standard input of a command: the line of --json with only this queue, or with the queues of the
+/// changed server.
 [[nodiscard]] std::string change_json(const Change& change);
