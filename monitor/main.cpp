@@ -35,7 +35,7 @@ namespace {
 constexpr int ENDED_BY_SIGNAL = 128;
 
 volatile std::sig_atomic_t stop_signal = 0;
-/// A pipe through which the signal reaches poll().
+/// A pipe that passes the signal to poll().
 std::array<int, 2> stop_pipe = {-1, -1};
 
 void request_stop(int signal) {
@@ -49,7 +49,7 @@ bool is_terminal(int file) {
   return isatty(file) != 0 && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
 }
 
-/// The columns of the terminal that is standard output; as many as the text needs if it is none.
+/// Returns the columns of the terminal on standard output; unlimited if it is not a terminal.
 std::size_t width_of_terminal() {
   constexpr std::size_t usual = 80;
   if (isatty(STDOUT_FILENO) == 0) {
@@ -69,11 +69,11 @@ TextStyle style_of_terminal(const std::string& color) {
   return style;
 }
 
-/// LiveLine tells a terminal how many printers have answered, while the others are waited for.
+/// LiveLine shows on a terminal how many printers have answered so far.
 class LiveLine {
  public:
   void show(std::size_t answered, std::size_t sent) {
-    // What is over in a moment needs no line.
+    // Short waits need no line.
     constexpr std::chrono::milliseconds moment(300);
     if (!is_wanted_ || sent == 0 || answered == sent || std::chrono::steady_clock::now() - began_ < moment) {
       return;
@@ -94,7 +94,7 @@ class LiveLine {
   std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
 };
 
-/// A watch writes the page at its own interval; what is not a watch is run again by a timer.
+/// A watch writes the page at its interval; otherwise, a timer does.
 PageTimes times_of_page(const Arguments& arguments) {
   constexpr int shortest = 5;
   constexpr int longest_reload = 30;
@@ -125,7 +125,7 @@ struct Written {
   bool standard_output = true;
 };
 
-/// Writes every view to its place, and a line on standard error for each that could not be written.
+/// Writes all outputs, and a message for each that could not be written.
 Written write_views(const Report& report, const Arguments& arguments) {
   Written written;
   for (const auto& output : arguments.outputs) {
@@ -155,7 +155,7 @@ Written write_views(const Report& report, const Arguments& arguments) {
   return written;
 }
 
-/// Asks and shows, once or until a signal. Returns the exit status.
+/// Queries the printers and shows the report, once or until a signal. Returns the exit status.
 int monitor(const Arguments& arguments) {
   constexpr std::chrono::seconds longest_patience(10);
   const std::chrono::milliseconds patience = std::min(longest_patience, arguments.rules.timeout);
@@ -210,7 +210,7 @@ void take_signals() {
   }
   struct sigaction action {};
   action.sa_handler = request_stop;
-  action.sa_flags = static_cast<int>(SA_RESETHAND);  // a second Ctrl-C ends it at once
+  action.sa_flags = static_cast<int>(SA_RESETHAND);  // a second Ctrl-C terminates the program
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     sigaction(signal, &action, nullptr);
   }

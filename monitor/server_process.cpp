@@ -29,7 +29,7 @@ constexpr const char* NAME = "brenvellis-monitor";
 
 /// Makes the timer readable after `delay`.
 void set_timer(int timer, milliseconds delay) {
-  constexpr milliseconds least(1);  // 0 would switch it off
+  constexpr milliseconds least(1);  // 0 would disarm the timer
   delay = std::max(delay, least);
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(delay);
   itimerspec time{};
@@ -61,7 +61,7 @@ std::string patience_text(milliseconds patience) {
   return "no answer within " + std::to_string(seconds) + (seconds == 1 ? " second" : " seconds");
 }
 
-/// Why there is no answer from a process that has ended, by its wait status.
+/// Returns why a process that has exited did not answer, from its wait status.
 std::string ended_text(int status) {
   const std::string text = "its answer crashed the process that reads it: ";
   return WIFSIGNALED(status) ? text + strsignal(WTERMSIG(status))
@@ -110,11 +110,11 @@ void ServerProcess::start() {
   watch(events_, socket_);
 }
 
-/// Ends the process, if it has not ended already, and returns its wait status.
+/// Kills the process if it is still running, and returns its wait status.
 int ServerProcess::end() {
   int status = 0;
   if (pid_ >= 0) {
-    close(socket_);  // which takes it from the events, too
+    close(socket_);  // also removes it from the events
     kill(pid_, SIGKILL);
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }
@@ -124,7 +124,7 @@ int ServerProcess::end() {
   return status;
 }
 
-/// Whether the process runs and has said nothing unasked.
+/// Returns whether the process is running and has sent nothing unexpected.
 bool ServerProcess::is_usable() const {
   return pid_ >= 0 && !is_readable(socket_);
 }
@@ -149,7 +149,7 @@ void ServerProcess::ask(const SchedulerRequest& request) {
   if (at_once_) {
     return;
   }
-  // A process that has just ended gives no answer, which is seen when that is read.
+  // If the process has just exited, reading the answer fails.
   static_cast<void>(send(socket_, message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT));
   set_timer(timer_, patience_);
 }
@@ -177,7 +177,7 @@ std::optional<SchedulerAnswer> ServerProcess::take_answer() {
   return answer;
 }
 
-/// The whole answer, if all of it is there by now. A process that says anything else is ended.
+/// Returns the answer if it is complete. Kills a process that sends anything else.
 std::optional<SchedulerAnswer> ServerProcess::read_answer() {
   std::array<char, 65536> chunk{};
   while (received_.size() <= MAX_MESSAGE_BYTES + FRAME_BYTES) {

@@ -9,16 +9,17 @@
 #include "monitor/scheduler.h"
 #include "monitor/server_name.h"
 
-/// ServerProcess asks one print server through a process of its own, which is the only one that reads what
-/// the server sends. A server that crashes it, fills its memory or never ends its answer costs one request:
-/// the process is killed, and the next request starts another.
+/// ServerProcess queries a print server through a child process, which alone reads the server's data. If a
+/// server crashes it, fills its memory or sends an endless answer, one request fails: the process is killed,
+/// and the next request starts a new one.
 ///
-/// The process is this same program, see serve_requests(). SIGINT, SIGTERM and SIGHUP do not end it, since it
-/// is needed to purge the last jobs; it ends with this object, and with this program however that ends.
+/// The child process runs this program; see serve_requests(). It ignores SIGINT, SIGTERM and SIGHUP, because
+/// it is needed to purge the last jobs. It exits when this object is destroyed and when this program exits
+/// for any reason.
 class ServerProcess : public Scheduler {
  public:
-  /// @param patience  how long each request may take.
-  /// @param program   whose main() calls serve_requests().
+  /// @param patience  the time limit of each request.
+  /// @param program   the program whose main() calls serve_requests().
   ServerProcess(ServerName server, http_encryption_t encryption, std::chrono::milliseconds patience,
                 std::string program = "/proc/self/exe");
   ~ServerProcess() override;
@@ -27,11 +28,11 @@ class ServerProcess : public Scheduler {
 
   void ask(const SchedulerRequest& request) override;
   [[nodiscard]] std::optional<SchedulerAnswer> take_answer() override;
-  /// Readable, too, when the patience is over.
+  /// Also readable when the time limit has passed.
   [[nodiscard]] int descriptor() const override;
   void give_up() override;
 
-  /// The process that runs now; -1 if none does.
+  /// Returns the id of the running process; -1 if there is none.
   [[nodiscard]] pid_t pid() const { return pid_; }
 
  private:
@@ -48,7 +49,7 @@ class ServerProcess : public Scheduler {
 
   pid_t pid_ = -1;
   int socket_ = -1;
-  int timer_ = -1;   ///< readable when the patience is over
+  int timer_ = -1;   ///< readable when the time limit has passed
   int events_ = -1;  ///< readable when the socket or the timer is
   bool asked_ = false;
   std::optional<SchedulerError> at_once_;

@@ -14,19 +14,19 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-/// What all servers get together to purge the last jobs: enough for servers that work.
+/// The time limit for purging the last jobs on all servers; enough for working servers.
 constexpr seconds LAST_WORDS{3};
-/// Views are written at least so far apart, however much changes; the first waits so long for the printers.
+/// The minimum time between two outputs; also how long the first output waits for the printers.
 constexpr seconds VIEW_PAUSE{1};
 
-/// A server, what is asked of it next, and whether it has been asked.
+/// A server, its next request, and whether the request was sent.
 struct Watched {
   Scheduler& scheduler;
   ServerWatch watch;
   bool is_out = false;
 };
 
-/// Reports every queue that was named and found nowhere, with the first server that could be asked.
+/// Reports each given queue that was not found on any server, with the first reachable server.
 void add_not_found(const std::vector<std::string>& names, std::vector<ServerReport>& servers) {
   std::set<std::string> found;
   for (const auto& server : servers) {
@@ -49,8 +49,7 @@ void add_not_found(const std::vector<std::string>& names, std::vector<ServerRepo
   }
 }
 
-/// Whether the one would tell a person something else than the other. Ages, and that a queue is being asked,
-/// are no news.
+/// Returns whether two reports differ for a user. Ages, and whether a queue is being queried, are ignored.
 bool is_news(const QueueReport& one, const QueueReport& other, const Limits& limits) {
   const auto& a = one.reading;
   const auto& b = other.reading;
@@ -119,7 +118,7 @@ class WatchLoop {
  private:
   enum class Event : std::uint8_t { None, Stop, OutputLost };
 
-  /// Takes answers and makes requests, and takes leave of commands; returns when there is more to do.
+  /// Reads answers, sends requests and handles commands. Returns the time of the next action.
   Moment advance(Moment now) {
     Moment wake = Moment::max();
     for (auto& server : servers_) {
@@ -156,7 +155,7 @@ class WatchLoop {
     return wake;
   }
 
-  /// Waits for an answer, the caller or the time.
+  /// Waits for an answer, the user or the time.
   Event wait(Moment wake, bool heeds_caller) {
     std::vector<pollfd> polls;
     for (const auto& server : servers_) {
@@ -181,7 +180,8 @@ class WatchLoop {
     return polls.back().revents != 0 ? Event::OutputLost : Event::None;
   }
 
-  /// No more jobs, and those on their way are purged. A look that is out may take too long.
+  /// Stops sending jobs and purges the active ones. Pending readings are dropped because they may take too
+  /// long.
   void wind_up() {
     for (auto& server : servers_) {
       if (server.is_out && server.watch.is_looking() && server.watch.has_looked()) {
@@ -224,7 +224,7 @@ class WatchLoop {
     return report;
   }
 
-  /// Shows what is known if it is time, or if there is news; false if there is no point in it any more.
+  /// Shows the report if it is time or if it has changed. Returns false if the output is lost.
   bool show_if_due(Moment now, Moment& wake) {
     const Moment due = shown_at_ ? *shown_at_ + rules_.shortest : Moment::max();
     const Moment earliest = shown_at_.value_or(began_) + VIEW_PAUSE;
@@ -257,7 +257,7 @@ class WatchLoop {
   const WatchCaller& caller_;
   Moment began_;
   std::vector<Watched> servers_;
-  bool has_changed_ = false;  ///< since the last comparison with what was shown
+  bool has_changed_ = false;  ///< since the last comparison with the shown report
   std::optional<Moment> shown_at_;
   Report shown_;
 };

@@ -15,30 +15,30 @@ struct WatchedServer {
   std::unique_ptr<Scheduler> scheduler;
 };
 
-/// WatchLoop is what watch() needs of its caller.
+/// WatchLoop holds the callbacks and descriptors that watch() uses.
 struct WatchCaller {
-  /// Is given a report: once at the end, or again and again. False ends the watch.
+  /// Receives a report: once at the end, or repeatedly in a watch. Returning false stops the watch.
   std::function<bool(const Report&)> show;
-  /// Is told how many queues were sent a command job and how many of them have answered.
+  /// Receives the number of queues that were sent a command job, and how many of them have answered.
   std::function<void(std::size_t answered, std::size_t sent)> progress;
-  /// Is given a text for the user.
+  /// Receives a message for the user.
   std::function<void(const std::string&)> note;
-  /// Takes what a watch reports; may be null.
+  /// Receives the reports of a watch; may be null.
   ChangeCommands* changes = nullptr;
-  /// Readable when the user wants to end it; -1: never.
+  /// Readable when the user wants to stop; -1 if never.
   int stop = -1;
-  /// Without a reader, it ends; -1: nothing is written that needs one.
+  /// The watch stops if this pipe has no reader; -1 if there is none.
   int output = -1;
 };
 
-/// Why a watch ended.
+/// Why a watch stopped.
 enum class WatchEnd : std::uint8_t {
-  Done,        ///< all were asked once
-  Stopped,     ///< the user wanted it
-  OutputLost,  ///< nothing reads the output any more, or show() said so
+  Done,        ///< all queues were queried once
+  Stopped,     ///< by the user
+  OutputLost,  ///< the output was closed, or show() returned false
 };
 
-/// Watches the queues of all servers at once, in one thread. Its command jobs are purged when it returns.
-/// @param queues  those to look after; empty: every Brenvellis printer's.
+/// Watches the queues of all servers in one thread. Purges its command jobs before it returns.
+/// @param queues  the queues to watch; empty for all Brenvellis queues.
 [[nodiscard]] WatchEnd watch(std::vector<WatchedServer>& servers, const std::vector<std::string>& queues,
                              const WatchRules& rules, const WatchCaller& caller);

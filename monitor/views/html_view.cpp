@@ -14,10 +14,10 @@
 
 namespace {
 
-/// More printers than this become a wall, with tiles for the healthy ones.
+/// If there are more printers than this, healthy ones become tiles.
 constexpr std::size_t MANY = 6;
 
-/// A queue and where it belongs, so that queues of all servers can be sorted.
+/// A queue and its server, so that queues of all servers can be sorted.
 struct Card {
   const ServerReport* server;
   const QueueReport* queue;
@@ -57,7 +57,7 @@ std::string capitalized(std::string text) {
   return text;
 }
 
-/// A text of a scheduler or printer, in any script and direction, that does not move its surroundings.
+/// Returns HTML for an untrusted text in any script and direction, isolated from its surroundings.
 std::string foreign(std::string_view text) {
   return "<bdi>" + escaped(text) + "</bdi>";
 }
@@ -113,7 +113,7 @@ std::string gauge(const Reading& reading) {
   return text.data();
 }
 
-/// The large figure, and what it counts.
+/// The large number and its unit.
 std::string figure(const Reading& reading) {
   std::string number;
   std::string unit = "left";
@@ -128,7 +128,7 @@ std::string figure(const Reading& reading) {
          "\">" + number + "</strong> <span>" + unit + "</span></p>\n";
 }
 
-/// The time of the last reading; the script adds the age and counts it on.
+/// The time of the last reading; the script adds the age and updates it.
 std::string read_at(const Report& report, const Reading& reading) {
   if (!reading.age_seconds) {
     return "Never read";
@@ -175,7 +175,7 @@ std::string where(const Card& card, bool with_server) {
   return joined(parts, " · ");
 }
 
-/// The text with "0008 / 2660" and "12 %" on one line.
+/// The text with "0008 / 2660" and "12 %" kept on one line.
 std::string unbroken(std::string text) {
   for (const std::string_view mark : {"/ ", " /", " %"}) {
     for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark)) {
@@ -185,7 +185,7 @@ std::string unbroken(std::string text) {
   return text;
 }
 
-/// The first trouble in large letters, and the others.
+/// The first problem in large letters, and the others.
 std::string trouble_text(const QueueReport& queue, const std::vector<Trouble>& list) {
   std::string text;
   for (const auto& trouble : list) {
@@ -256,8 +256,8 @@ std::string tile(const Reading& reading) {
          "</strong> " + total + "</p>" + gauge(reading) + "</div></li>\n";
 }
 
-/// In how many columns so many boxes come out largest in an area of this ratio of width to height, if a box
-/// needs to be `box_ratio` times as wide as high.
+/// Returns the number of columns with which `count` boxes are largest in an area with this ratio of width to
+/// height, if each box is `box_ratio` times as wide as high.
 std::size_t columns_for(std::size_t boxes, double area_ratio, double box_ratio) {
   std::size_t best = 1;
   double best_size = 0;
@@ -273,8 +273,7 @@ std::size_t columns_for(std::size_t boxes, double area_ratio, double box_ratio) 
   return best;
 }
 
-/// A list that fills `share` percent of the screen's height. The first box may take the place that is left
-/// over.
+/// A list that fills `share` percent of the screen's height. The first box may use the remaining space.
 std::string grid(const char* kind, const std::string& items, std::size_t count, int share, double box_ratio,
                  bool widens_first) {
   if (count == 0) {
@@ -292,7 +291,7 @@ std::string grid(const char* kind, const std::string& items, std::size_t count, 
          columns("tall", portrait) + "\">\n" + items + "</ul>\n";
 }
 
-/// What the page says first: "3 of 40 printers need attention".
+/// The page's heading: "3 of 40 printers need attention".
 std::string summary(std::size_t printers, std::size_t in_trouble, std::size_t servers_unreached) {
   const auto counted = [](std::size_t count, const char* what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
@@ -311,7 +310,7 @@ std::string summary(std::size_t printers, std::size_t in_trouble, std::size_t se
   return joined(parts);
 }
 
-/// The source that a content security policy names to let this script run.
+/// The source expression that allows this script in a content security policy.
 std::string hash_source(std::string_view script) {
   std::array<unsigned char, 32> hash{};
   std::array<char, 64> text{};
@@ -356,7 +355,7 @@ std::string html_view(const Report& report, const PageTimes& times) {
   }
   const std::size_t card_count = queues.size() + unreached - tile_count;
 
-  // The cards' part of the height, in percent: what the tiles leave, but 40 at least.
+  // The cards' share of the height in percent: the rest of the tiles, but at least 40.
   constexpr double half_screen = 3.5;
   constexpr double tile_ratio = 2.2;
   constexpr int tile_height = 10;
@@ -398,7 +397,7 @@ std::string html_view(const Report& report, const PageTimes& times) {
         "the "
         "queue.</p>\n";
   }
-  // A figure needs a narrower card than a sentence.
+  // A number fits into a narrower card than a sentence.
   const bool any_trouble = in_trouble + unreached > 0;
   text +=
       grid("cards", cards, card_count, share, any_trouble ? 1.35 : 0.9, any_trouble && card_count <= MANY);

@@ -5,13 +5,14 @@
 
 #include "monitor/report.h"
 
-/// PageTimes is what the page knows about time, in seconds.
+/// PageTimes holds the intervals of the page in seconds.
 struct PageTimes {
-  int reload = 30;    ///< how often it is read again
-  int interval = 60;  ///< how often it is written; after three of these without news it says so
+  int reload = 30;  ///< between two updates by the browser
+  int interval =
+      60;  ///< between two writes; after three of these without a new page, the page shows a banner
 };
 
-/// The report as one self-contained web page that keeps itself up to date: a card per printer in trouble,
-/// with the cause and what to do, and a card or, where there are many, a tile per healthy one. It fetches
-/// nothing but itself, and every text of a scheduler or printer in it is escaped.
+/// Returns the report as a self-contained web page that updates itself. Printers with a problem have a card
+/// with the cause and the solution; healthy ones have a card or, if there are many, a tile. The page loads
+/// nothing but itself, and all texts of schedulers and printers are escaped.
 [[nodiscard]] std::string html_view(const Report& report, const PageTimes& times = {});
