@@ -8,6 +8,12 @@
 #include <string_view>
 #include <utility>
 
+#include "monitor/views/plugin_view.h"
+
+bool has_view(const Arguments& arguments, View view) {
+  return std::ranges::find(arguments.outputs, view, &Output::view) != arguments.outputs.end();
+}
+
 std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   CLI::App app("Asks Brenvellis photo printers behind CUPS for their ribbons and errors, and shows them.",
                "brenvellis-monitor");
@@ -15,6 +21,7 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   app.footer(
       "Exit status: 0 all well; 1 a ribbon is low; 2 a printer reports an error;\n"
       "3 something could not be read (of several, 2 before 3 before 1);\n"
+      "with --ready 0 or 1;\n"
       "64 wrong usage; 74 an output could not be written;\n"
       "130, 143 ended by Ctrl-C or SIGTERM.\n"
       "See brenvellis-monitor(1).");
@@ -32,9 +39,11 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   std::string low = to_text(usual.limits.low);
   std::string critical = to_text(usual.limits.critical);
   std::string encryption = "if-requested";
-  std::string json;
-  std::string prometheus;
-  std::string html;
+  bool plugin = false;
+  bool ready = false;
+  std::vector<std::string> json;
+  std::vector<std::string> prometheus;
+  std::vector<std::string> html;
   arguments.color = "auto";
 
   const auto is_limit = [](const std::string& text) {
@@ -91,6 +100,11 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   app.add_option("--color", arguments.color, "always, auto or never")
       ->check(CLI::IsMember({"always", "auto", "never"}))
       ->type_name("WHEN");
+  app.add_flag("--plugin", plugin, "Write a line for a monitoring system, by the rules of its plug-ins")
+      ->excludes(watch_option);
+  app.add_flag("--ready", ready,
+               "Exit with 0 if each QUEUE takes prints now; else say why not, and exit with 1")
+      ->excludes(watch_option);
   app.add_flag("--json{-}", json, "Write JSON, to FILE with --json=FILE");
   app.add_flag("--prometheus{-}", prometheus, "Write metrics, to FILE with --prometheus=FILE");
   app.add_flag("--html{-}", html, "Write a web page, to FILE with --html=FILE");
@@ -102,9 +116,15 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
       ->excludes(watch_option)
       ->capture_default_str();
 
-  const auto refuse = [](const std::string& why) {
+  // A monitoring system shows the line of standard output, and knows the statuses of plug-ins only.
+  const bool is_plugin =
+      std::any_of(argv, argv + argc, [](const char* word) { return std::string_view(word) == "--plugin"; });
+  const auto refuse = [&](const std::string& why) {
+    if (is_plugin) {
+      printf("%s%s\n", plugin_heading(Verdict::Unknown).c_str(), why.c_str());
+    }
     fprintf(stderr, "brenvellis-monitor: %s\nRun with --help for more information.\n", why.c_str());
-    return WRONG_USAGE;
+    return is_plugin ? static_cast<int>(Verdict::Unknown) : WRONG_USAGE;
   };
   // An option without its value would take the next word for it.
   for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
@@ -127,10 +147,18 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   if (on_change_option->count() > 0 && arguments.on_change.empty()) {
     return refuse("--on-change: missing command");
   }
-  for (const auto& [path, view] :
+  if (ready && arguments.queues.empty()) {
+    return refuse("--ready: missing QUEUE");
+  }
+  for (const auto& [paths, view] :
        {std::pair(json, View::Json), {prometheus, View::Prometheus}, {html, View::Html}}) {
-    if (!path.empty()) {
+    for (const auto& path : paths) {
       arguments.outputs.push_back({view, path});
+    }
+  }
+  for (const auto& [is_wanted, view] : {std::pair(plugin, View::Plugin), {ready, View::Ready}}) {
+    if (is_wanted) {
+      arguments.outputs.push_back({view, STANDARD_OUTPUT});
     }
   }
   if (arguments.outputs.empty()) {
@@ -139,13 +167,13 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   const auto to_standard_output = [](const Output& one) { return one.path == STANDARD_OUTPUT; };
   const auto unnamed = std::ranges::count_if(arguments.outputs, to_standard_output);
   if (unnamed > 1) {
-    return refuse("only one of --json, --prometheus and --html can go to standard output");
+    return refuse("only one of --json, --prometheus, --html, --plugin and --ready can go to standard output");
   }
 
   std::set<std::string> files;
   for (const auto& one : arguments.outputs) {
     if (!files.insert(one.path).second) {
-      return refuse("two views cannot go to the same file: " + one.path);
+      return refuse("two outputs cannot go to the same file \"" + one.path + "\"");
     }
   }
 

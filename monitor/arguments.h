@@ -17,7 +17,7 @@ inline constexpr int WRONG_USAGE = 64;
 /// The path that stands for standard output.
 inline constexpr const char* STANDARD_OUTPUT = "-";
 
-enum class View : std::uint8_t { Text, Json, Prometheus, Html };
+enum class View : std::uint8_t { Text, Json, Prometheus, Html, Plugin, Ready };
 
 /// A view and where it goes.
 struct Output {
@@ -43,6 +43,9 @@ struct Arguments {
   std::string on_change;   ///< a command for each change of a watch; empty: none
   bool on_change_at_start = false;
 };
+
+/// Whether the view is among the outputs.
+[[nodiscard]] bool has_view(const Arguments& arguments, View view);
 
 /// Reads the command line.
 /// @return the exit status instead if there is nothing to do: after --help or --version, which are written to

@@ -26,7 +26,9 @@
 #include "monitor/views/html_view.h"
 #include "monitor/views/json_view.h"
 #include "monitor/views/plain_text.h"
+#include "monitor/views/plugin_view.h"
 #include "monitor/views/prometheus_view.h"
+#include "monitor/views/ready_view.h"
 #include "monitor/views/text_view.h"
 #include "monitor/watch_loop.h"
 
@@ -114,10 +116,19 @@ std::string rendered(const Report& report, View view, const Arguments& arguments
       return prometheus_view(report);
     case View::Html:
       return html_view(report, times_of_page(arguments));
+    case View::Plugin:
+      return plugin_view(report, style.utf8);
+    case View::Ready:
+      return ready_view(report, style.utf8);
     case View::Text:
       break;
   }
   return text_view(report, style);
+}
+
+/// The exit status if an output could not be written. A monitoring system takes those of plug-ins only.
+int failure_status(const Arguments& arguments) {
+  return has_view(arguments, View::Plugin) ? static_cast<int>(Verdict::Unknown) : EX_IOERR;
 }
 
 struct Written {
@@ -136,6 +147,7 @@ Written write_views(const Report& report, const Arguments& arguments) {
     }
     const std::string text = rendered(report, output.view, arguments, style);
     std::string error;
+    bool is_silent = false;
     if (to_file) {
       error = write_whole(output.path, text);
     } else {
@@ -144,15 +156,29 @@ Written write_views(const Report& report, const Arguments& arguments) {
       }
       if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0) {
         error = std::string("standard output: ") + std::strerror(errno);
+        // Programs such as head close the pipe on purpose.
+        is_silent = errno == EPIPE;
       }
     }
     if (!error.empty()) {
-      fprintf(stderr, "brenvellis-monitor: %s\n", printable(error).c_str());
+      if (!is_silent) {
+        fprintf(stderr, "brenvellis-monitor: %s\n", printable(error).c_str());
+      }
       written.all = false;
       written.standard_output = written.standard_output && to_file;
     }
   }
   return written;
+}
+
+int status_of(const Report& report, const Arguments& arguments, bool is_written) {
+  if (!is_written) {
+    return failure_status(arguments);
+  }
+  if (has_view(arguments, View::Ready)) {
+    return ready_view(report, true).empty() ? 0 : 1;
+  }
+  return static_cast<int>(judge(report));
 }
 
 /// Queries the printers and shows the report, once or until a signal. Returns the exit status.
@@ -184,7 +210,7 @@ int monitor(const Arguments& arguments) {
   caller.show = [&](const Report& report) {
     line.clear();
     const auto written = write_views(report, arguments);
-    status = written.all ? static_cast<int>(judge(report)) : EX_IOERR;
+    status = status_of(report, arguments, written.all);
     return written.standard_output;
   };
 
@@ -201,7 +227,7 @@ int monitor(const Arguments& arguments) {
   if (end == WatchEnd::Stopped || stop_signal != 0) {
     return ENDED_BY_SIGNAL + stop_signal;
   }
-  return end == WatchEnd::Done ? status : EX_IOERR;
+  return end == WatchEnd::Done ? status : failure_status(arguments);
 }
 
 void take_signals() {
@@ -214,6 +240,10 @@ void take_signals() {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     sigaction(signal, &action, nullptr);
   }
+  // A write to a closed pipe fails instead. With a handler, programs that this one starts keep the default.
+  action.sa_handler = [](int) {};
+  action.sa_flags = 0;
+  sigaction(SIGPIPE, &action, nullptr);
 }
 
 }  // namespace

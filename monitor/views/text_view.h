@@ -7,16 +7,18 @@
 
 #include "monitor/report.h"
 
-/// The width of what is no terminal: no text is cut.
+/// The width for what is not a terminal: no text is cut.
 inline constexpr std::size_t UNLIMITED_WIDTH = std::numeric_limits<std::size_t>::max();
 
 /// What the terminal can show.
 struct TextStyle {
   bool utf8 = false;
   bool color = false;
-  std::size_t width = 80;  ///< columns; a text that 40 do not hold is wider nevertheless
+  std::size_t width = 80;  ///< columns; fewer than 40 count as 40
 };
 
-/// The report for a person: one to four lines a queue, aligned, cut to the width, ending in a line end. No
-/// byte of a queue's or printer's text reaches the terminal as a control character.
+/// The report for a person: a line that counts the queues in trouble and has the time, then the queues, the
+/// worst first. A queue that is well or low on its ribbon takes one line; any other has a line or two for each
+/// trouble and one for what is known of it. No byte of a queue's or printer's text reaches the terminal as a
+/// control character.
 [[nodiscard]] std::string text_view(const Report& report, const TextStyle& style);

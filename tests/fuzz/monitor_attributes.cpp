@@ -14,7 +14,9 @@
 #include "monitor/server_messages.h"
 #include "monitor/views/html_view.h"
 #include "monitor/views/json_view.h"
+#include "monitor/views/plugin_view.h"
 #include "monitor/views/prometheus_view.h"
+#include "monitor/views/ready_view.h"
 #include "monitor/views/text_view.h"
 #include "tests/fuzz/require.h"
 
@@ -55,10 +57,17 @@ void check_views(const Report& report) {
   require(!json.is_discarded(), "the JSON is valid");
 
   for (const bool utf8 : {false, true}) {
-    for (const char byte : text_view(report, {.utf8 = utf8, .color = false})) {
-      const auto c = static_cast<unsigned char>(byte);
-      require(c == '\n' || (c >= ' ' && c != 0x7f), "no control character reaches the terminal");
-      require(utf8 || c < 0x80, "ASCII is ASCII");
+    const auto plugin = plugin_view(report, utf8);
+    require(std::ranges::count(plugin, '\n') == 1 && std::ranges::count(plugin, '|') <= 1,
+            "a plug-in's output is one line with one bar");
+    for (const auto& text :
+         {text_view(report, {.utf8 = utf8, .color = false}),
+          text_view(report, {.utf8 = utf8, .color = false, .width = 40}), ready_view(report, utf8), plugin}) {
+      for (const char byte : text) {
+        const auto c = static_cast<unsigned char>(byte);
+        require(c == '\n' || (c >= ' ' && c != 0x7f), "no control character reaches the terminal");
+        require(utf8 || c < 0x80, "ASCII is ASCII");
+      }
     }
   }
 

@@ -23,6 +23,11 @@ inline ProgramResult run_monitor(const std::string& server, std::vector<std::str
   return run_program(arguments, {}, monitor_environment(server));
 }
 
+/// The text view without its first line, which has the time.
+inline std::string without_summary(const std::string& text) {
+  return text.substr(text.find('\n') + 1);
+}
+
 /// A monitor that runs beside the test, silently.
 inline std::unique_ptr<ChildProcess> start_monitor(const std::string& server,
                                                    std::vector<std::string> arguments) {

@@ -43,21 +43,21 @@ class Output : public testing::Test {
 
 TEST_F(Output, IsTextWithoutColorOrLiveLineWhereThereIsNoTerminal) {
   const auto result = run({});
-  EXPECT_THAT(result.output,
-              MatchesRegex("booth  idle       ███████░░░░░░░  200 of 400 prints left \\(50 %\\)\n"
-                           "       sheet 10x15\\(4x6″\\), read just now\n"));
+  EXPECT_THAT(result.output, MatchesRegex("1 printer, all well, [0-9][0-9]:[0-9][0-9]\n"
+                                          "booth  idle  █████░░░░░  200 of 400 prints left \\(50 %\\)  "
+                                          "just now, 10x15\\(4x6″\\)\n"));
   EXPECT_EQ(result.errors, "");
 }
 
 TEST_F(Output, IsColoredOnRequest) {
-  EXPECT_THAT(run({"--color", "always"}).output, HasSubstr("\033[32m███████\033[0m"));
+  EXPECT_THAT(run({"--color", "always"}).output, HasSubstr("\033[32m█████\033[0m"));
 }
 
 TEST_F(Output, IsAsciiInALocaleWithoutUtf8) {
   auto environment = monitor_environment(scheduler.server());
   environment["LC_ALL"] = "C";
   const auto result = run_program({MONITOR_PROGRAM}, {}, environment);
-  EXPECT_THAT(result.output, StartsWith("booth  idle       #######-------  200 of 400 prints left (50 %)\n"));
+  EXPECT_THAT(result.output, HasSubstr("\nbooth  idle  #####-----  200 of 400 prints left (50 %)  "));
 }
 
 TEST_F(Output, GoesToTheFileThatIsNamed) {
@@ -78,6 +78,29 @@ TEST_F(Output, GoesToSeveralFilesOfOneRefresh) {
   EXPECT_THAT(text_of(file("p.html")), StartsWith("<!DOCTYPE html>"));
   EXPECT_EQ(read_json(file("r.json"))["servers"][0]["queues"][0]["queue"], "booth");
   EXPECT_EQ(printer.requests().size(), 2U);
+}
+
+TEST_F(Output, OfOneKindGoesToSeveralFilesAndToStandardOutput) {
+  const auto result = run({"--json=" + file("a.json"), "--json", "--json=" + file("b.json")});
+  EXPECT_EQ(result.exit_status, 0);
+  EXPECT_THAT(result.output, StartsWith("{"));
+  EXPECT_EQ(text_of(file("a.json")), result.output);
+  EXPECT_EQ(text_of(file("b.json")), result.output);
+}
+
+TEST_F(Output, ToAClosedPipeIsNotWrittenAndTheOthersAre) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  close(ends[0]);
+  const int errors = open(file("errors").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ChildProcess monitor({{MONITOR_PROGRAM, "--json", "--html=" + file("p.html")},
+                        {{1, ends[1]}, {2, errors}},
+                        monitor_environment(scheduler.server())});
+  close(ends[1]);
+  close(errors);
+  EXPECT_EQ(monitor.exit_status(std::chrono::seconds(30)), 74);
+  EXPECT_EQ(text_of(file("errors")), "");
+  EXPECT_THAT(text_of(file("p.html")), StartsWith("<!DOCTYPE html>"));
 }
 
 TEST_F(Output, ThatCannotBeWrittenIsReported) {
@@ -148,7 +171,7 @@ TEST_F(Output, NoColorIsRespectedOnATerminal) {
   auto environment = monitor_environment(scheduler.server());
   environment["NO_COLOR"] = "1";
   const auto run = run_on_terminal({MONITOR_PROGRAM, "--no-refresh"}, environment);
-  EXPECT_THAT(run.shown, HasSubstr("booth  idle"));
+  EXPECT_THAT(run.shown, HasSubstr("booth  never read"));
   EXPECT_THAT(run.shown, Not(HasSubstr("\033")));
 }
 
@@ -176,6 +199,10 @@ TEST(Usage, AUsageErrorExitsWithStatus64) {
                                              {"--json", "--prometheus=-"},
                                              {"--output", "y"},
                                              {"--json=x", "--html=x"},
+                                             {"--json=x", "--json=x"},
+                                             {"--json", "--json"},
+                                             {"--ready", "--json", "booth"},
+                                             {"--ready", "--watch", "60", "booth"},
                                              {"--json="},
                                              {"--on-change", "true"},
                                              {"--watch", "60", "--on-change", ""},

@@ -180,8 +180,13 @@ void PrivateScheduler::change(ipp_op_t operation, const std::string& queue) cons
   ippDelete(answer(request, "/admin/"));
 }
 
-void PrivateScheduler::pause(const std::string& queue) const {
-  change(IPP_OP_PAUSE_PRINTER, queue);
+void PrivateScheduler::pause(const std::string& queue, const std::string& reason) const {
+  ipp_t* request = ippNewRequest(IPP_OP_PAUSE_PRINTER);
+  add_printer_uri(request, queue);
+  if (!reason.empty()) {
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_TEXT, "printer-state-message", nullptr, reason.c_str());
+  }
+  ippDelete(answer(request, "/admin/"));
 }
 void PrivateScheduler::resume(const std::string& queue) const {
   change(IPP_OP_RESUME_PRINTER, queue);

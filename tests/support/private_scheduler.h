@@ -57,7 +57,7 @@ class PrivateScheduler {
   /// @param ppd  the driver's unless told otherwise; empty: none, as a queue of another driver.
   void add_queue(const std::string& name, const std::string& device_uri,
                  const std::string& ppd = PPD_FILE) const;
-  void pause(const std::string& queue) const;
+  void pause(const std::string& queue, const std::string& reason = {}) const;
   void resume(const std::string& queue) const;
   void reject(const std::string& queue) const;
   void accept(const std::string& queue) const;

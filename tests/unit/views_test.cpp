@@ -60,23 +60,123 @@ TEST_F(Views, ColorsChangeNothingElse) {
             text_view(sample_report(), {true, false}));
 }
 
-TEST_F(Views, NoLineOfTheTextIsWiderThanATerminal) {
-  for (const auto& text : HOSTILE_TEXTS) {
-    for (const auto& line : lines_of(text_view(hostile_report(text), {true, false}))) {
-      EXPECT_LE(columns(line), 80U) << line;
+TEST_F(Views, NoLineOfTheTextIsWiderThanTheTerminal) {
+  for (const std::size_t width : {40U, 41U, 60U, 80U, 132U}) {
+    for (const auto& text : HOSTILE_TEXTS) {
+      for (const auto& line : lines_of(text_view(hostile_report(text), {true, false, width}))) {
+        EXPECT_LE(columns(line), width) << line;
+      }
     }
-  }
-  for (const auto& line : lines_of(text_view(sample_report(), {true, false}))) {
-    EXPECT_LE(columns(line), 80U) << line;
+    for (const auto& line : lines_of(text_view(sample_report(), {true, false, width}))) {
+      EXPECT_LE(columns(line), width) << line;
+    }
   }
 }
 
-TEST_F(Views, AWiderTerminalShowsMoreOfALongReason) {
+TEST_F(Views, TheTextForFortyColumnsIsAsExpected) {
+  EXPECT_EQ(text_view(sample_report(), {true, false, 40}), expected("report-40.txt"));
+}
+
+TEST_F(Views, LongNumbersStayWithinTheTerminal) {
   Report report;
-  report.servers = {{"here", std::string(150, 'x') + "end", 0, {}}};
-  EXPECT_EQ(text_view(report, {true, false, 120}).find("end"), std::string::npos);
-  EXPECT_EQ(columns(lines_of(text_view(report, {true, false, 120}))[0]), 120U);
-  EXPECT_NE(text_view(report, {true, false, 200}).find("end"), std::string::npos);
+  report.servers = {
+      {"here", {}, 0, {refreshed(ribbon_reading(std::string(40, 'n'), 2000000000, 2000000000, "10"))}}};
+  report.servers[0].queues[0].reading.level_percent = 5;
+  for (const std::size_t width : {40U, 60U, 80U}) {
+    for (const auto& line : lines_of(text_view(report, {true, false, width}))) {
+      EXPECT_LE(columns(line), width) << line;
+    }
+  }
+}
+
+TEST_F(Views, ALongReasonIsWrapped) {
+  Report report;
+  report.servers = {{"here", "one two three four five six seven eight nine ten", 0, {}}};
+  EXPECT_EQ(text_view(report, {true, false, 40}),
+            "No printer was read, 1 print server not\nreached, 00:00\n"
+            "print server here: one two three four\nfive six seven eight nine ten\n");
+}
+
+TEST_F(Views, AVeryLongReasonIsCut) {
+  std::string words;
+  for (int i = 0; i < 100; ++i) {
+    words += "word ";
+  }
+  Report report;
+  report.servers = {{"here", words, 0, {}}};
+  const auto lines = lines_of(text_view(report, {true, false, 60}));
+  EXPECT_EQ(lines.size(), 5U);
+  EXPECT_TRUE(lines.back().ends_with("…")) << lines.back();
+}
+
+TEST_F(Views, TheTextHasTheWorstFirst) {
+  const auto text = text_view(sample_report(), {true, false});
+  std::size_t at = 0;
+  for (const char* name :
+       {"\ndown@", "\ngarden@", "\nstuck@", "\npaused@", "\nslow@", "\nbar@", "\nasking@", "\nhall@"}) {
+    const auto found = text.find(name);
+    ASSERT_NE(found, std::string::npos) << name;
+    EXPECT_GT(found, at) << name;
+    at = found;
+  }
+}
+
+/// So many healthy printers, the first `in_error` of them with an error.
+Report many_printers(int count, int in_error) {
+  Report report;
+  report.time = 1795189500;  // 15:45 UTC
+  report.servers = {{"here", {}, 0, {}}};
+  for (int i = 0; i < count; ++i) {
+    report.servers[0].queues.push_back(
+        refreshed(ribbon_reading("booth" + std::to_string(i), 200, 400, "10x15(4x6″)")));
+    if (i < in_error) {
+      report.servers[0].queues.back().reading.errors = {{"0008", "2660"}};
+    }
+  }
+  return report;
+}
+
+TEST_F(Views, AHealthyPrinterIsOneLineOfText) {
+  for (const std::size_t width : {40U, 80U, 132U}) {
+    EXPECT_EQ(lines_of(text_view(many_printers(40, 0), {true, false, width})).size(), 41U);
+    EXPECT_EQ(lines_of(text_view(many_printers(40, 3), {true, false, width})).size(),
+              width == 40 ? 56U : 47U);
+  }
+}
+
+TEST_F(Views, TheFirstLineOfTheTextCountsThosePrintersThatNeedAttention) {
+  const auto first = [](const Report& report) { return lines_of(text_view(report, {true, false, 40}))[0]; };
+  EXPECT_EQ(first(many_printers(40, 3)), "3 of 40 need attention, 15:45");
+  EXPECT_EQ(first(many_printers(40, 1)), "1 of 40 needs attention, 15:45");
+  EXPECT_EQ(first(many_printers(1, 1)), "1 printer needs attention, 15:45");
+  EXPECT_EQ(first(many_printers(40, 0)), "40 printers, all well, 15:45");
+  EXPECT_EQ(first(many_printers(1, 0)), "1 printer, all well, 15:45");
+  auto report = many_printers(3, 0);
+  report.servers.push_back({"cellar", "no answer", 0, {}});
+  EXPECT_EQ(lines_of(text_view(report, {true, false}))[0],
+            "3 printers well, 1 print server not reached, 15:45");
+}
+
+TEST_F(Views, TheTextHasTheReasonOfAPause) {
+  auto report = many_printers(1, 0);
+  auto& queue = report.servers[0].queues[0];
+  queue.reading.state = QueueState::Stopped;
+  queue.reading.state_message = "gone home";
+  for (const auto outcome : {Outcome::Paused, Outcome::NotAsked}) {
+    queue.outcome = outcome;
+    EXPECT_NE(text_view(report, {true, false}).find("paused: gone home\n"), std::string::npos);
+  }
+  queue.reading.state_message = "Paused";
+  EXPECT_EQ(text_view(report, {true, false}).find("Paused"), std::string::npos);
+}
+
+TEST_F(Views, ALongNameMovesNoOtherLine) {
+  auto report = many_printers(2, 0);
+  report.servers[0].queues[0].reading.queue = std::string(1000, 'n');
+  const auto lines = lines_of(text_view(report, {true, false, UNLIMITED_WIDTH}));
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_NE(lines[1].find(std::string(1000, 'n') + "  idle"), std::string::npos);
+  EXPECT_LE(columns(lines[2]), 120U);
 }
 
 TEST_F(Views, WhatIsNoTerminalGetsTheWholeText) {
@@ -106,7 +206,7 @@ TEST_F(Views, OneServerIsNotNamedInTheText) {
 TEST_F(Views, TheTextSaysThatThereIsNoQueue) {
   Report report;
   report.servers = {{"here", {}, 0, {}}};
-  EXPECT_EQ(text_view(report, {}), "There is no Brenvellis printer's queue.\n");
+  EXPECT_EQ(text_view(report, {}), "No Brenvellis queues found, 00:00\n");
 }
 
 TEST_F(Views, TheJsonIsAsExpected) {
@@ -141,7 +241,8 @@ TEST_F(Views, ThePageSaysThatThereIsNoQueue) {
 
 TEST_F(Views, AHostileTextPutsNoControlCharacterOnTheTerminal) {
   for (const auto& text : HOSTILE_TEXTS) {
-    for (const auto& style : {TextStyle{true, false}, TextStyle{false, false}}) {
+    for (const auto& style :
+         {TextStyle{true, false, UNLIMITED_WIDTH}, TextStyle{false, false, UNLIMITED_WIDTH}}) {
       const auto view = text_view(hostile_report(text), style);
       for (const auto& line : lines_of(view)) {
         EXPECT_EQ(printable(line), line);

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include "monitor/report.h"
+
+/// The first words of a monitoring plug-in's line: its service, and the state that goes with the exit status.
+[[nodiscard]] std::string plugin_heading(Verdict verdict);
+
+/// The report as a monitoring plug-in prints it: one line with the state, the queues in trouble, the worst
+/// first, and performance data for every queue in the order of the report.
+[[nodiscard]] std::string plugin_view(const Report& report, bool utf8);

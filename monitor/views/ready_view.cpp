@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "monitor/views/ready_view.h"
+
+#include "monitor/queue_watch.h"
+#include "monitor/views/plain_text.h"
+#include "monitor/views/wording.h"
+
+namespace {
+
+/// The queue with the outcome that asking it would have had: a queue that was only read, or whose values were
+/// young enough, may be paused all the same.
+QueueReport as_if_asked(QueueReport queue) {
+  if (is_good(queue.outcome)) {
+    if (queue.reading.state == QueueState::Stopped) {
+      queue.outcome = Outcome::Paused;
+    } else if (queue.reading.accepting == false) {
+      queue.outcome = Outcome::Rejecting;
+    }
+  }
+  return queue;
+}
+
+/// The prints that have a right to what is left of the ribbon.
+int prints_ahead(const QueueReport& queue) {
+  return queue.prints_waiting + (queue.job_seconds ? 1 : 0);
+}
+
+std::vector<Trouble> obstacles(const QueueReport& queue, Limits limits) {
+  limits.low = {-1, Limit::Unit::Prints};
+  auto list = troubles(as_if_asked(queue), limits);
+  const auto& reading = queue.reading;
+  if (!list.empty()) {
+    return list;
+  }
+  if (reading.state == QueueState::Unknown || !reading.accepting) {
+    return {{"the queue's state is not known", "Check the print server.", {}}};
+  }
+  if (queue.outcome != Outcome::Refreshed && is_unreachable(reading)) {
+    return {{"the printer is not responding", "", reading.state_message}};
+  }
+  const int ahead = prints_ahead(queue);
+  if (reading.prints_remaining && *reading.prints_remaining <= ahead) {
+    return {{"no print left after those that wait", "Have a new ribbon at hand.",
+             prints_left_text(reading) + ", " + std::to_string(ahead) + " to print"}};
+  }
+  return list;
+}
+
+std::string sentence(const Trouble& trouble) {
+  std::string text = to_text(trouble);
+  text += text.ends_with('.') ? "" : ".";
+  return trouble.action.empty() ? text : text + " " + trouble.action;
+}
+
+}  // namespace
+
+std::string ready_view(const Report& report, bool utf8) {
+  std::vector<std::string> lines;
+  for (const auto& server : report.servers) {
+    if (!server.error.empty()) {
+      lines.push_back("print server " + server.server + ": " + server.error);
+    }
+    for (const auto& queue : server.queues) {
+      std::vector<std::string> sentences;
+      for (const auto& obstacle : obstacles(queue, report.limits)) {
+        sentences.push_back(sentence(obstacle));
+      }
+      if (!sentences.empty()) {
+        lines.push_back(full_name(queue, server, report.servers.size() > 1) + ": " + joined(sentences, " "));
+      }
+    }
+  }
+  std::string text;
+  for (const auto& line : lines) {
+    text += (utf8 ? printable(line) : to_ascii(printable(line))) + "\n";
+  }
+  return text;
+}

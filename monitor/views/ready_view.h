@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include "monitor/report.h"
+
+/// A line for each queue that does not take prints now, with the reasons, and for each print server that
+/// could not be reached; empty if every queue takes prints. A low ribbon is no reason, a critical one is.
+[[nodiscard]] std::string ready_view(const Report& report, bool utf8);
