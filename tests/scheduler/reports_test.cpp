@@ -97,14 +97,14 @@ TEST_F(Reports, TheJobLogTracesBothExchanges) {
 }
 
 TEST_F(Reports, ReportLevelsThroughABackendThatIsNotBidirectionalLeavesTheReasonsAlone) {
-  scheduler.add_queue("lpd", "lpd://127.0.0.1:" + printer.port() + "/queue");
+  scheduler.add_queue("lpd", "lpd://127.0.0.1:" + std::to_string(printer.port()) + "/queue");
   const auto view = scheduler.report("lpd", "ReportLevels\n");
   EXPECT_EQ(view.marker, UNKNOWN_LEVEL);
   EXPECT_EQ(view.reasons, NO_REASON);
 }
 
 TEST_F(Reports, ABackendThatIsNotBidirectionalGetsNothingToSend) {
-  scheduler.add_queue("lpd", "lpd://127.0.0.1:" + printer.port() + "/queue");
+  scheduler.add_queue("lpd", "lpd://127.0.0.1:" + std::to_string(printer.port()) + "/queue");
   const int job = scheduler.send_commands("lpd", "ReportLevels\nReportStatus\n");
   ASSERT_EQ(scheduler.wait_for_job(job), IPP_JSTATE_COMPLETED);
   const auto view = scheduler.view("lpd");

@@ -76,7 +76,7 @@ TEST(Control, ALineWithoutItsEndIsNotCarriedOut) {
   client.send("remaining 1");
   client.end_sending();
   EXPECT_EQ(client.receive_to_end(), "");
-  EXPECT_THAT(simulator.tell("show"), HasSubstr(" remaining=400 "));
+  EXPECT_THAT(simulator.reply_to("show"), HasSubstr(" remaining=400 "));
 }
 
 TEST(Control, AnOverLongLineIsAnErrorAndTheNextLineCounts) {
@@ -105,7 +105,7 @@ TEST(Control, AClientThatGoesWithoutReadingDisturbsNothing) {
     const Connection client = Connection::to_path(simulator.control());
     client.send("show\nhelp\nshow\n");
   }
-  EXPECT_THAT(simulator.tell("show"), StartsWith("ok "));
+  EXPECT_THAT(simulator.reply_to("show"), StartsWith("ok "));
 }
 
 TEST(Tell, PrintsTheReplyToStandardOutput) {
@@ -115,13 +115,13 @@ TEST(Tell, PrintsTheReplyToStandardOutput) {
   EXPECT_EQ(outcome.exit_status, 0);
   EXPECT_EQ(outcome.output, "ok\n");
   EXPECT_EQ(outcome.errors, "");
-  EXPECT_THAT(simulator.tell("show"), StartsWith("ok code=0x2660 total=400 remaining=12 "));
+  EXPECT_THAT(simulator.reply_to("show"), StartsWith("ok code=0x2660 total=400 remaining=12 "));
 }
 
 TEST(Tell, AcceptsTheCommandAsOneWord) {
   const SimulatorProcess simulator;
   EXPECT_EQ(run_simulator({"--tell", simulator.control(), "fault slow 5"}).output, "ok\n");
-  EXPECT_THAT(simulator.tell("show"), HasSubstr(" fault=slow,5 "));
+  EXPECT_THAT(simulator.reply_to("show"), HasSubstr(" fault=slow,5 "));
 }
 
 TEST(Tell, PrintsAnErrorToStandardErrorAndFails) {

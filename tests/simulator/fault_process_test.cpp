@@ -195,7 +195,7 @@ TEST(Refuse, APortTakenMeanwhileIsAnErrorThatChangesNothing) {
   {
     const PortHolder thief(simulator.port());
     thief.listen();
-    EXPECT_EQ(simulator.tell("code 5; fault none"),
+    EXPECT_EQ(simulator.reply_to("code 5; fault none"),
               "error: cannot listen on port " + std::to_string(simulator.port()) +
                   " again: Address already in use; free the port and try again");
     simulator.await_shown("code=0x0000 total=400 remaining=400 sheet=0x02 fault=refuse");

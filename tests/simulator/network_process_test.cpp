@@ -71,7 +71,7 @@ TEST(Network, AnUnknownRequestIsRecordedAndNotAnswered) {
   const Connection peer = simulator.connect();
   peer.send(std::string("\x1bGD0\0\0\x02\x16\xff", 9) + STATUS_REQUEST);
   EXPECT_EQ(peer.receive(15), simulated_status_reply());
-  EXPECT_EQ(simulator.tell("requests"),
+  EXPECT_EQ(simulator.reply_to("requests"),
             "ok 1b47443000000216ff 1b4744300000"
             "0116");
   simulator.await_shown("status-requests=1 levels-requests=0 other-bytes=0");

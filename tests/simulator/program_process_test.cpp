@@ -18,7 +18,7 @@ using testing::StartsWith;
 
 TEST(Program, PrintsTheDeviceUriAndNothingElse) {
   SimulatorProcess simulator;
-  EXPECT_THAT(simulator.uri(), MatchesRegex("socket://127\\.0\\.0\\.1:[1-9][0-9]*"));
+  EXPECT_THAT(simulator.device_uri(), MatchesRegex("socket://127\\.0\\.0\\.1:[1-9][0-9]*"));
   const ProgramResult rest = simulator.end(SIGTERM);
   EXPECT_EQ(rest.output, "");
   EXPECT_EQ(rest.errors, "");
@@ -27,7 +27,7 @@ TEST(Program, PrintsTheDeviceUriAndNothingElse) {
 TEST(Program, ListensOnAGivenPort) {
   const PortHolder holder;
   const SimulatorProcess simulator({"--port", std::to_string(holder.port())});
-  EXPECT_EQ(simulator.uri(), "socket://127.0.0.1:" + std::to_string(holder.port()));
+  EXPECT_EQ(simulator.device_uri(), "socket://127.0.0.1:" + std::to_string(holder.port()));
   const Connection peer = simulator.connect();
   peer.send(STATUS_REQUEST);
   EXPECT_EQ(peer.receive(15), simulated_status_reply());
@@ -61,7 +61,7 @@ TEST(Program, ASocketFileOfAKilledSimulatorIsReplaced) {
   EXPECT_EQ(killed.end(SIGKILL).exit_status, -1);
   ASSERT_FALSE(std::filesystem::is_empty(killed.folder()->path()));
   const SimulatorProcess simulator({}, killed.folder());
-  EXPECT_THAT(simulator.tell("show"), StartsWith("ok "));
+  EXPECT_THAT(simulator.reply_to("show"), StartsWith("ok "));
 }
 
 TEST(Program, ASocketFileThatALiveSimulatorServesIsLeftAlone) {
@@ -71,7 +71,7 @@ TEST(Program, ASocketFileThatALiveSimulatorServesIsLeftAlone) {
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + simulator.control() +
                                 "': a running simulator serves it; end that one or choose another path\n");
-  EXPECT_THAT(simulator.tell("show"), StartsWith("ok "));
+  EXPECT_THAT(simulator.reply_to("show"), StartsWith("ok "));
 }
 
 TEST(Program, ASocketFileThatAnotherSimulatorMadeSinceIsLeftAlone) {
@@ -80,7 +80,7 @@ TEST(Program, ASocketFileThatAnotherSimulatorMadeSinceIsLeftAlone) {
   std::filesystem::rename(first.control(), first.control() + ".old");
   const SimulatorProcess second({}, first.folder());
   EXPECT_EQ(first.end(SIGTERM).exit_status, 0);
-  EXPECT_THAT(second.tell("show"), StartsWith("ok "));
+  EXPECT_THAT(second.reply_to("show"), StartsWith("ok "));
 }
 
 TEST(Program, ASocketFileOfAnotherUserIsLeftAlone) {

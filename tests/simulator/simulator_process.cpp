@@ -68,18 +68,12 @@ const sockaddr* generic(const Address& address) {
 }  // namespace
 
 std::string simulated_status_reply(std::uint16_t code) {
-  std::string reply(15, '\0');
-  reply[4] = static_cast<char>(code >> 8U);
-  reply[5] = static_cast<char>(code & 0xffU);
-  return reply;
+  return status_reply(code, 15, '\0');
 }
 
 std::string simulated_levels_reply(std::uint16_t code) {
-  std::string reply = simulated_status_reply(code);
-  reply.resize(26);
-  reply[17] = 0x02;
-  reply[20] = reply[22] = 0x01;
-  reply[21] = reply[23] = static_cast<char>(0x90);
+  std::string reply = levels_reply(400, 400, 2, 26, '\0');
+  reply.replace(0, 15, simulated_status_reply(code));
   return reply;
 }
 
@@ -199,44 +193,21 @@ void PortHolder::listen() const {
   EXPECT_EQ(::listen(descriptor_, 1), 0) << strerror(errno);
 }
 
-SimulatorProcess::SimulatorProcess(const std::vector<std::string>& arguments,
-                                   std::shared_ptr<TemporaryFolder> folder)
-    : folder_(std::move(folder)) {
-  std::array<int, 2> output{};
-  std::array<int, 2> errors{};
-  EXPECT_EQ(pipe2(output.data(), O_CLOEXEC), 0) << strerror(errno);
-  EXPECT_EQ(pipe2(errors.data(), O_CLOEXEC), 0) << strerror(errno);
-  ChildProcess::Options options;
-  options.arguments = {SIMULATOR_PROGRAM, "--control", control()};
-  options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
-  options.descriptors = {{STDOUT_FILENO, output[1]}, {STDERR_FILENO, errors[1]}};
-  process_ = std::make_unique<ChildProcess>(options);
-  close(output[1]);
-  close(errors[1]);
-  output_ = output[0];
-  errors_ = errors[0];
-  uri_ = read_line(output_);
-}
-
 SimulatorProcess::~SimulatorProcess() {
-  if (process_ != nullptr) {
+  if (is_running()) {
     const ProgramResult result = end(SIGTERM);
     EXPECT_EQ(result.exit_status, 0) << result.errors;
   }
 }
 
-std::uint16_t SimulatorProcess::port() const {
-  return static_cast<std::uint16_t>(strtoul(uri_.c_str() + uri_.rfind(':') + 1, nullptr, 10));
-}
-
-std::string SimulatorProcess::tell(std::string_view line) const {
+std::string SimulatorProcess::reply_to(std::string_view line) const {
   const Connection client = Connection::to_path(control());
   client.send(std::string(line) + "\n");
   return client.receive_line();
 }
 
 void SimulatorProcess::set(std::string_view line) const {
-  ASSERT_EQ(tell(line), "ok") << line;
+  ASSERT_EQ(reply_to(line), "ok") << line;
 }
 
 void SimulatorProcess::await_shown(std::string_view text) const {
@@ -255,21 +226,11 @@ void SimulatorProcess::await_shown(std::string_view text) const {
 }
 
 std::size_t SimulatorProcess::open_descriptors() const {
-  const std::filesystem::directory_iterator open("/proc/" + std::to_string(process_->pid()) + "/fd");
+  const std::filesystem::directory_iterator open("/proc/" + std::to_string(pid()) + "/fd");
   return static_cast<std::size_t>(std::distance(std::filesystem::begin(open), std::filesystem::end(open)));
 }
 
 void SimulatorProcess::limit_descriptors(unsigned most) const {
   const rlimit limit = {most, most};
-  EXPECT_EQ(prlimit(process_->pid(), RLIMIT_NOFILE, &limit, nullptr), 0) << strerror(errno);
-}
-
-ProgramResult SimulatorProcess::end(int signal) {
-  process_->signal(signal);
-  ProgramResult result{-1, read_to_end(output_), read_to_end(errors_)};
-  result.exit_status = process_->exit_status(std::chrono::milliseconds(PATIENCE_MS));
-  process_.reset();
-  close(output_);
-  close(errors_);
-  return result;
+  EXPECT_EQ(prlimit(pid(), RLIMIT_NOFILE, &limit, nullptr), 0) << strerror(errno);
 }

@@ -2,19 +2,16 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tests/support/child_process.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/expected_log.h"
+#include "tests/support/network_printer.h"
 
 /// The timeout of all waits.
 constexpr int PATIENCE_MS = 30000;
-
-const std::string STATUS_REQUEST("\x1bGD0\0\0\x01\x16", 8);
-const std::string LEVELS_REQUEST("\x1bGD0\0\0\x03\x1e\x16\x2a", 10);
 
 /// The replies of a printer with this code and default values.
 std::string simulated_status_reply(std::uint16_t code = 0);
@@ -71,39 +68,24 @@ class PortHolder {
   std::uint16_t port_ = 0;
 };
 
-/// SimulatorProcess is a running simulator with a control socket; it ends with its object.
-class SimulatorProcess {
+/// SimulatorProcess is a running simulator. Errors on it fail the test.
+class SimulatorProcess : public NetworkPrinter {
  public:
-  /// @param arguments without --control.
-  /// @param folder where it makes its control socket; it writes nowhere else.
-  explicit SimulatorProcess(const std::vector<std::string>& arguments = {},
-                            std::shared_ptr<TemporaryFolder> folder = std::make_shared<TemporaryFolder>());
-  ~SimulatorProcess();
+  using NetworkPrinter::NetworkPrinter;
+  SimulatorProcess() = default;
   SimulatorProcess(const SimulatorProcess&) = delete;
   SimulatorProcess& operator=(const SimulatorProcess&) = delete;
+  ~SimulatorProcess();
 
-  [[nodiscard]] const std::string& uri() const { return uri_; }
-  [[nodiscard]] std::uint16_t port() const;
-  [[nodiscard]] std::string control() const { return folder_->path() / "control"; }
-  [[nodiscard]] const std::shared_ptr<TemporaryFolder>& folder() const { return folder_; }
   [[nodiscard]] Connection connect() const { return Connection::to_port(port()); }
 
-  /// @return the reply to one control line.
-  [[nodiscard]] std::string tell(std::string_view line) const;
-  /// Expects "ok".
+  /// Returns the whole reply to a control line.
+  [[nodiscard]] std::string reply_to(std::string_view line) const;
+  /// Sends a control line and expects "ok".
   void set(std::string_view line) const;
-  /// Waits until "show" has the text in it.
+  /// Waits until the reply to "show" contains the text.
   void await_shown(std::string_view text) const;
   [[nodiscard]] std::size_t open_descriptors() const;
-  /// From now on it may have so many descriptors open at once.
+  /// Limits the number of its open descriptors.
   void limit_descriptors(unsigned most) const;
-  /// Ends it by a signal; the result's output is what followed the URI.
-  ProgramResult end(int signal);
-
- private:
-  std::shared_ptr<TemporaryFolder> folder_;
-  std::unique_ptr<ChildProcess> process_;
-  int output_ = -1;
-  int errors_ = -1;
-  std::string uri_;
 };

@@ -7,15 +7,15 @@
 
 #include "tests/unit/known_codes.h"
 
-std::string status_reply(unsigned code, std::size_t size) {
-  std::string reply(size, '\xa5');
+std::string status_reply(unsigned code, std::size_t size, char fill) {
+  std::string reply(size, fill);
   reply.at(4) = static_cast<char>(code >> 8);
   reply.at(5) = static_cast<char>(code & 0xff);
   return reply;
 }
 
-std::string levels_reply(unsigned remaining, unsigned total, unsigned sheet, std::size_t size) {
-  std::string reply(size, '\xa5');
+std::string levels_reply(unsigned remaining, unsigned total, unsigned sheet, std::size_t size, char fill) {
+  std::string reply(size, fill);
   reply.at(17) = static_cast<char>(sheet);
   reply.at(20) = static_cast<char>(total >> 8);
   reply.at(21) = static_cast<char>(total & 0xff);

@@ -7,10 +7,11 @@
 inline const std::string STATUS_REQUEST("\x1bGD0\0\0\1\x16", 8);
 inline const std::string LEVELS_REQUEST("\x1bGD0\0\0\3\x1e\x16\x2a", 10);
 
-/// `size` bytes of a status reply with this code; what the filter does not decode is filled with 0xa5.
-std::string status_reply(unsigned code, std::size_t size = 15);
-/// `size` bytes of a levels reply; what the filter does not decode is filled with 0xa5.
-std::string levels_reply(unsigned remaining, unsigned total, unsigned sheet, std::size_t size = 26);
+/// `size` bytes of a status reply with this code; what the filter does not decode is filled with `fill`.
+std::string status_reply(unsigned code, std::size_t size = 15, char fill = '\xa5');
+/// `size` bytes of a levels reply; what the filter does not decode is filled with `fill`.
+std::string levels_reply(unsigned remaining, unsigned total, unsigned sheet, std::size_t size = 26,
+                         char fill = '\xa5');
 
 /// The log lines that the filter writes, whole and in order.
 std::string command_line(const std::string& word, int linenum);

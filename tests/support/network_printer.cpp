@@ -11,6 +11,7 @@
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -24,28 +25,59 @@ std::string read_line(int descriptor) {
   return line;
 }
 
+std::string read_to_end(int descriptor) {
+  std::string all;
+  std::array<char, 4096> piece{};
+  for (ssize_t count = 0; (count = read(descriptor, piece.data(), piece.size())) > 0;) {
+    all.append(piece.data(), static_cast<std::size_t>(count));
+  }
+  return all;
+}
+
 }  // namespace
 
-NetworkPrinter::NetworkPrinter(const std::vector<std::string>& options) {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+NetworkPrinter::NetworkPrinter(const std::vector<std::string>& options,
+                               std::shared_ptr<TemporaryFolder> folder)
+    : folder_(std::move(folder)) {
+  std::array<int, 2> output{};
+  std::array<int, 2> errors{};
+  if (pipe2(output.data(), O_CLOEXEC) != 0 || pipe2(errors.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error("pipe2() failed");
   }
-  std::vector<std::string> arguments = {SIMULATOR_PROGRAM, "--control",
-                                        (folder_.path() / "control").string()};
+  std::vector<std::string> arguments = {SIMULATOR_PROGRAM, "--control", control()};
   arguments.insert(arguments.end(), options.begin(), options.end());
-  process_ = std::make_unique<ChildProcess>(ChildProcess::Options{arguments, {{1, ends[1]}}, {}});
-  close(ends[1]);
-  device_uri_ = read_line(ends[0]);
-  close(ends[0]);
+  process_ = std::make_unique<ChildProcess>(
+      ChildProcess::Options{arguments, {{STDOUT_FILENO, output[1]}, {STDERR_FILENO, errors[1]}}, {}});
+  close(output[1]);
+  close(errors[1]);
+  output_ = output[0];
+  errors_ = errors[0];
+  device_uri_ = read_line(output_);
   if (!device_uri_.starts_with("socket://127.0.0.1:")) {
-    throw std::runtime_error("the simulator did not start: " + device_uri_);
+    throw std::runtime_error("the simulator did not start: " + end(SIGTERM).errors);
   }
 }
 
 NetworkPrinter::~NetworkPrinter() {
-  process_->signal(SIGTERM);
-  process_->wait(std::chrono::seconds(5));
+  if (process_) {
+    end(SIGTERM);
+  }
+}
+
+ProgramResult NetworkPrinter::end(int signal) {
+  process_->signal(signal);
+  ProgramResult result;
+  result.exit_status = process_->exit_status(std::chrono::seconds(30));
+  process_.reset();
+  result.output = read_to_end(output_);
+  result.errors = read_to_end(errors_);
+  close(output_);
+  close(errors_);
+  return result;
+}
+
+std::uint16_t NetworkPrinter::port() const {
+  return static_cast<std::uint16_t>(std::stoul(device_uri_.substr(device_uri_.rfind(':') + 1)));
 }
 
 std::string ask_control_socket(const std::string& path, const std::string& line) {
@@ -68,7 +100,7 @@ std::string ask_control_socket(const std::string& path, const std::string& line)
 }
 
 std::string NetworkPrinter::ask(const std::string& line) const {
-  return ask_control_socket((folder_.path() / "control").string(), line);
+  return ask_control_socket(control(), line);
 }
 
 std::vector<std::string> NetworkPrinter::requests() const {

@@ -6,14 +6,12 @@
 
 #include "filter/levels_query.h"
 #include "filter/status_query.h"
+#include "tests/support/expected_log.h"
 #include "tests/unit/allocation_count.h"
 #include "tests/unit/captured_stream.h"
 #include "tests/unit/recorded_channels.h"
 
 namespace {
-
-const std::string STATUS_REQUEST("\x1bGD0\0\0\1\x16", 8);
-const std::string LEVELS_REQUEST("\x1bGD0\0\0\3\x1e\x16\x2a", 10);
 
 /// A stream that accepts only `capacity` bytes.
 struct SmallDevice {

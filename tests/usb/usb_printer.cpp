@@ -38,7 +38,7 @@ UsbPrinter::UsbPrinter(const PrivateScheduler& scheduler, const std::vector<std:
     throw std::runtime_error("pipe2() failed");
   }
   std::vector<std::string> arguments = {"/bin/sh", START_USB_PRINTER_SCRIPT, scheduler.path().string(),
-                                        USB_PRINTER_PROGRAM, inside_.port()};
+                                        USB_PRINTER_PROGRAM, std::to_string(inside_.port())};
   arguments.insert(arguments.end(), settings.begin(), settings.end());
   process_ = std::make_unique<ChildProcess>(ChildProcess::Options{arguments, {{1, ends[1]}}, {}});
   close(ends[1]);
