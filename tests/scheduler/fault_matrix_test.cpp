@@ -9,6 +9,7 @@
 #include <regex>
 #include <thread>
 
+#include "tests/scheduler/faults.h"
 #include "tests/scheduler/one_printer.h"
 #include "tests/support/expected_log.h"
 
@@ -16,10 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
-
-const std::vector<std::string> STEPS = {
-    "probe",   "levels write", "levels drain", "levels read", "levels second read",
-    "between", "status write", "status drain", "status read", "status second read"};
 
 /// The result of a job.
 struct Outcome {
@@ -30,58 +27,54 @@ struct Outcome {
 };
 
 struct Row {
-  std::string step;
-  std::string fault;
+  Step step;
+  Fault fault;
   Outcome expected;
   Outcome seen = {};
   bool next_report_is_true = false;
   std::string queue = {};
   int job = 0;
-};
 
-std::size_t index_of(const std::string& step) {
-  return static_cast<std::size_t>(std::ranges::find(STEPS, step) - STEPS.begin());
-}
+  [[nodiscard]] std::string name() const {
+    return std::string(to_string(fault)) + " at " + std::string(to_string(step));
+  }
+};
 
 const std::string UNKNOWN = "0004";
 const std::string TRUE_REASON = "0008_2660";
 
-/// The fault "late" in a job that queries the status a second time.
-const std::string ASKED_AGAIN = "late, asked again";
-
 /// Returns the outcome that the filter's rules require for a fault at a step.
-Outcome expected_outcome(const std::string& step, const std::string& fault) {
-  const std::size_t index = index_of(step);
-  const bool before_status = index < index_of("between");
-  if (fault == "job cancelled") {
+Outcome expected_outcome(Step step, Fault fault) {
+  const bool before_status = step < Step::Between;
+  if (fault == Fault::JobCancelled) {
     return {"signal 15", "*", "*"};
   }
-  if (fault == "log closed") {
+  if (fault == Fault::LogClosed) {
     // Earlier lines may have been lost.
     return {"signal 13", before_status ? "-" : "*", "-"};
   }
-  if (fault == "scheduler killed") {
+  if (fault == Fault::SchedulerKilled) {
     return {"?", "*", "*"};
   }
-  if (fault == "log full and slow") {
+  if (fault == Fault::LogFullAndSlow) {
     return {"exit 0", "50", TRUE_REASON};
   }
-  if (fault == "garbage") {
-    if (index < index_of("between")) {
+  if (fault == Fault::Garbage) {
+    if (step < Step::Between) {
       return {"exit 0", "-1", UNKNOWN};
     }
-    return {"exit 0", "50", step == "status second read" ? TRUE_REASON : UNKNOWN};
+    return {"exit 0", "50", step == Step::StatusSecondRead ? TRUE_REASON : UNKNOWN};
   }
-  if (fault == ASKED_AGAIN) {
+  if (fault == Fault::LateAskedAgain) {
     // The printer's second reply, 2100, is no longer read.
-    return {"exit 0", "50", step == "status second read" ? UNKNOWN : TRUE_REASON};
+    return {"exit 0", "50", step == Step::StatusSecondRead ? UNKNOWN : TRUE_REASON};
   }
   const std::string level = before_status ? "-2" : "50";
-  if (step == "probe" && fault != "silent" && fault != "closes") {
+  if (step == Step::Probe && fault != Fault::Silent && fault != Fault::Closes) {
     // Without a bidirectional connection, nothing is queried and the state is left alone.
     return {"exit 0", "-2", "-"};
   }
-  if (fault == "dies" && index <= index_of("between")) {
+  if (fault == Fault::Dies && step <= Step::Between) {
     return {"signal 13", level, "-"};
   }
   return {"exit 0", level, UNKNOWN};
@@ -89,14 +82,14 @@ Outcome expected_outcome(const std::string& step, const std::string& fault) {
 
 /// Returns the reply that the query after the late one traces: bytes of the late reply. Empty if there is no
 /// such query.
-std::string late_bytes(const std::string& step, const std::string& fault) {
-  const std::size_t index = index_of(step);
-  if (fault == "late" && index > index_of("probe") && index < index_of("between")) {
-    return levels_reply(200, 400, 2).substr(step == "levels second read" ? 10 : 0);
+std::string late_bytes(Step step, Fault fault) {
+  if (fault == Fault::Late && step > Step::Probe && step < Step::Between) {
+    return levels_reply(200, 400, 2).substr(step == Step::LevelsSecondRead ? 10 : 0);
   }
-  if (fault == ASKED_AGAIN) {
-    return step == "status second read" ? status_reply(0x2660).substr(10) + status_reply(0x2100).substr(0, 10)
-                                        : status_reply(0x2660);
+  if (fault == Fault::LateAskedAgain) {
+    return step == Step::StatusSecondRead
+               ? status_reply(0x2660).substr(10) + status_reply(0x2100).substr(0, 10)
+               : status_reply(0x2660);
   }
   return "";
 }
@@ -104,12 +97,12 @@ std::string late_bytes(const std::string& step, const std::string& fault) {
 /// A scheduler with the faulty backend and a queue for each row.
 class Matrix {
  public:
-  explicit Matrix(const std::vector<std::string>& faults) {
+  explicit Matrix(const std::vector<Fault>& faults) {
     fs::create_directory(plans());
     fs::permissions(plans(), fs::perms::all);
-    for (const auto& fault : faults) {
-      for (const auto& step : STEPS) {
-        if (fault == ASKED_AGAIN && index_of(step) < index_of("between")) {
+    for (const Fault fault : faults) {
+      for (const auto& [step, name] : STEPS) {
+        if (fault == Fault::LateAskedAgain && step < Step::Between) {
           continue;  // is queried again anyway
         }
         Row row{step, fault, expected_outcome(step, fault)};
@@ -126,7 +119,8 @@ class Matrix {
     fs::rename(filter, filter.string() + ".real");
     std::ofstream(filter) << "#!/bin/sh\nplan=" << plans().string() << "/$PRINTER real=" << filter.string()
                           << R"sh(.real
-[ "$(sed -n 2p "$plan" 2>/dev/null)" = "log closed" ] || exec "$real" "$@"
+[ "$(sed -n 2p "$plan" 2>/dev/null)" = ")sh"
+                          << to_string(Fault::LogClosed) << R"sh(" ] || exec "$real" "$@"
 mkfifo "$plan.log"
 cat <"$plan.log" >&2 3>&- 4>&- &
 echo $! >"$plan.reader"
@@ -136,19 +130,18 @@ exec "$real" "$@" 2>"$plan.log"
   }
 
   /// Sends a job with its fault to each queue.
-  void send(const std::string& commands, const std::string& backend_fault = {}) {
+  void send(const std::string& commands, std::optional<Fault> backend_fault = {}) {
     for (auto& row : rows) {
-      std::ofstream(plan_of(row)) << row.step << '\n'
-                                  << (backend_fault.empty() ? row.fault : backend_fault) << '\n';
+      write_plan(plan_of(row), {row.step, backend_fault.value_or(row.fault)});
       fs::permissions(plan_of(row), fs::perms(0666));
-      row.job = scheduler.send_commands(row.queue,
-                                        row.fault == ASKED_AGAIN ? commands + "ReportStatus\n" : commands);
+      row.job = scheduler.send_commands(
+          row.queue, row.fault == Fault::LateAskedAgain ? commands + "ReportStatus\n" : commands);
     }
   }
 
   void wait_until_reached() const {
     for (const auto& row : rows) {
-      wait_for([&] { return fs::exists(plan_of(row) + ".reached"); }, row.step + " is reached");
+      wait_for([&] { return fs::exists(plan_of(row) + ".reached"); }, row.name() + " is reached");
     }
   }
 
@@ -162,8 +155,8 @@ exec "$real" "$@" 2>"$plan.log"
   /// whole job, so a dead backend would not terminate a filter that writes earlier.
   void let_die() const {
     for (const auto& row : rows) {
-      if (row.fault == "dies") {
-        wait_for([&] { return fs::exists(plan_of(row) + ".reached"); }, row.step + "'s backend runs");
+      if (row.fault == Fault::Dies) {
+        wait_for([&] { return fs::exists(plan_of(row) + ".reached"); }, row.name() + ": the backend runs");
       }
     }
     // The scheduler answers after it has started them.
@@ -174,8 +167,7 @@ exec "$real" "$@" 2>"$plan.log"
   /// Waits for the end of each filter, and records how it ended and what a client sees.
   void see() {
     for (auto& row : rows) {
-      wait_for([&] { return !(row.seen.end = filter_end(row.job)).empty(); },
-               row.step + ", " + row.fault + ": an end");
+      wait_for([&] { return !(row.seen.end = filter_end(row.job)).empty(); }, row.name() + ": an end");
     }
     for (auto& row : rows) {
       // Wait for the last lines of the log.
@@ -302,7 +294,8 @@ exec "$real" "$@" 2>"$plan.log"
 using Rows = std::vector<Row>;
 
 Rows backend_and_printer_faults() {
-  Matrix matrix({"dies", "stalls", "silent", "closes", "garbage", "late", ASKED_AGAIN, "log closed"});
+  Matrix matrix({Fault::Dies, Fault::Stalls, Fault::Silent, Fault::Closes, Fault::Garbage, Fault::Late,
+                 Fault::LateAskedAgain, Fault::LogClosed});
   matrix.put_a_reader_before_the_log();
   matrix.send("ReportLevels\n");
   matrix.let_die();
@@ -311,7 +304,7 @@ Rows backend_and_printer_faults() {
     const std::string bytes = late_bytes(row.step, row.fault);
     if (!bytes.empty()) {
       EXPECT_EQ(matrix.traced_status_replies(row), trace_lines("[STS]", bytes))
-          << row.fault << " at " << row.step << ": the late bytes are read by the next query";
+          << row.name() << ": the late bytes are read by the next query";
     }
   }
   matrix.finish();
@@ -319,8 +312,8 @@ Rows backend_and_printer_faults() {
 }
 
 Rows cancelled_jobs() {
-  Matrix matrix({"job cancelled"});
-  matrix.send("ReportLevels\n", "waits");
+  Matrix matrix({Fault::JobCancelled});
+  matrix.send("ReportLevels\n", Fault::Waits);
   matrix.wait_until_reached();
   for (const auto& row : matrix.rows) {
     matrix.scheduler.cancel_job(row.job);
@@ -331,11 +324,11 @@ Rows cancelled_jobs() {
 }
 
 Rows killed_scheduler() {
-  Matrix matrix({"scheduler killed"});
+  Matrix matrix({Fault::SchedulerKilled});
   // Otherwise, the scheduler would wait for half a minute before it saves its state.
   std::ofstream(matrix.scheduler.path() / "etc/cupsd.conf", std::ios::app) << "DirtyCleanInterval 0\n";
   matrix.scheduler.restart(SIGTERM);
-  matrix.send("ReportLevels\n", "waits");
+  matrix.send("ReportLevels\n", Fault::Waits);
   matrix.wait_until_reached();
   matrix.scheduler.restart(SIGKILL);
   matrix.go_on();
@@ -350,12 +343,12 @@ Rows killed_scheduler() {
 }
 
 Rows slow_log() {
-  Matrix matrix({"log full and slow"});
+  Matrix matrix({Fault::LogFullAndSlow});
   std::string commands;
   for (int i = 0; i < 30; ++i) {
     commands += "ReportLevels\n";
   }
-  matrix.send(commands, "waits");
+  matrix.send(commands, Fault::Waits);
   matrix.wait_until_reached();
   // The log is not read now, and 30 reports exceed the capacity of a pipe.
   kill(matrix.scheduler.pid(), SIGSTOP);
@@ -378,11 +371,12 @@ TEST(FaultMatrix, EachFaultHasTheExpectedOutcomeAndTheNextReportIsCorrect) {
   for (auto& group : groups) {
     for (const auto& row : group.get()) {
       EXPECT_TRUE(Matrix::matches(row.seen, row.expected))
-          << row.fault << " at " << row.step << ": expected " << row.expected.end << ", "
-          << row.expected.level << ", " << row.expected.reason;
-      EXPECT_TRUE(row.next_report_is_true) << row.fault << " at " << row.step;
-      printf("| %s | %s | %s | %s | %s | %s |\n", row.fault.c_str(), row.step.c_str(), row.seen.end.c_str(),
-             row.seen.level.c_str(), row.seen.reason.c_str(), row.next_report_is_true ? "correct" : "WRONG");
+          << row.name() << ": expected " << row.expected.end << ", " << row.expected.level << ", "
+          << row.expected.reason;
+      EXPECT_TRUE(row.next_report_is_true) << row.name();
+      printf("| %s | %s | %s | %s | %s | %s |\n", std::string(to_string(row.fault)).c_str(),
+             std::string(to_string(row.step)).c_str(), row.seen.end.c_str(), row.seen.level.c_str(),
+             row.seen.reason.c_str(), row.next_report_is_true ? "correct" : "WRONG");
     }
   }
 }

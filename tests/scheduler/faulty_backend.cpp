@@ -16,18 +16,19 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 
+#include "tests/scheduler/faults.h"
 #include "tests/support/expected_log.h"
 
 namespace {
 
 std::string plan_file;
-std::string planned_step;
-std::string planned_fault;
-bool silent = false;  ///< the printer no longer sends data
-bool closed = false;  ///< the printer also no longer accepts data
-std::string taken;    ///< data from the filter that is not answered yet
+std::optional<Plan> plan;  ///< until its fault happens
+bool silent = false;       ///< the printer no longer sends data
+bool closed = false;       ///< the printer also no longer accepts data
+std::string taken;         ///< data from the filter that is not answered yet
 bool asked_again = false;
 int status_replies = 0;
 
@@ -74,36 +75,50 @@ void close_log() {
 
 /// Called at each step of a job; causes the fault at its step. A late printer exceeds the filter's timeout at
 /// this step.
-void at(const std::string& step, int late_ms) {
-  if (step != planned_step) {
+void at(Step step, int late_ms) {
+  if (!plan || step != plan->step) {
     return;
   }
-  planned_step.clear();
+  const Fault fault = plan->fault;
+  plan.reset();
   std::filesystem::rename(plan_file, plan_file + ".done");
-  if (planned_fault == "dies") {
-    if (step.ends_with(" write")) {
-      // Die only after the filter has requested the drain. Otherwise, the outcome would depend on which is
-      // faster.
-      pollfd side_channel = {CUPS_SC_FD, POLLIN, 0};
-      poll(&side_channel, 1, 5000);
-    }
-    std::raise(SIGKILL);
-  } else if (planned_fault == "stalls") {
-    for (;;) {
-      pause();
-    }
-  } else if (planned_fault == "silent") {
-    silent = true;
-  } else if (planned_fault == "closes") {
-    silent = closed = true;
-  } else if (planned_fault == "garbage") {
-    send(std::string(40, '\xff'));
-  } else if (planned_fault == "late" || asked_again) {
-    pause_ms(late_ms);
-  } else if (planned_fault == "log closed") {
-    close_log();
-  } else if (planned_fault == "waits") {
-    wait_for_the_test();
+  switch (fault) {
+    case Fault::Dies:
+      if (step == Step::LevelsWrite || step == Step::StatusWrite) {
+        // Die only after the filter has requested the drain. Otherwise, the outcome would depend on which is
+        // faster.
+        pollfd side_channel = {CUPS_SC_FD, POLLIN, 0};
+        poll(&side_channel, 1, 5000);
+      }
+      std::raise(SIGKILL);
+      break;
+    case Fault::Stalls:
+      for (;;) {
+        pause();
+      }
+    case Fault::Silent:
+      silent = true;
+      break;
+    case Fault::Closes:
+      silent = closed = true;
+      break;
+    case Fault::Garbage:
+      send(std::string(40, '\xff'));
+      break;
+    case Fault::Late:
+    case Fault::LateAskedAgain:
+      pause_ms(late_ms);
+      break;
+    case Fault::LogClosed:
+      close_log();
+      break;
+    case Fault::Waits:
+      wait_for_the_test();
+      break;
+    case Fault::JobCancelled:
+    case Fault::SchedulerKilled:
+    case Fault::LogFullAndSlow:
+      break;  // The test causes these.
   }
 }
 
@@ -122,20 +137,26 @@ bool filter_wrote() {
   return poll(&input, 1, 0) == 1;
 }
 
-void reply(const std::string& name, const std::string& bytes) {
-  at(name + " read", 2500);
+void reply_to_levels() {
+  const std::string bytes = levels_reply(200, 400, 2);
+  at(Step::LevelsRead, 2500);
   send(bytes.substr(0, 10));
-  at(name + " second read", 2500);
-  if (name == "levels" && planned_step == "between") {
-    // The filter must not write to a backend that is about to die.
-    if (planned_fault == "dies") {
-      close(0);
-    }
-    send(bytes.substr(10));
-    at("between", 6500);
-  } else {
-    send(bytes.substr(10));
+  at(Step::LevelsSecondRead, 2500);
+  // Data must not be written to a backend that is about to die.
+  if (plan && plan->step == Step::Between && plan->fault == Fault::Dies) {
+    close(0);
   }
+  send(bytes.substr(10));
+  at(Step::Between, 6500);
+}
+
+void reply_to_status() {
+  // Told from the first one where a job asks for it once more.
+  const std::string bytes = status_reply(!asked_again || ++status_replies == 1 ? 0x2660 : 0x2100);
+  at(Step::StatusRead, 2500);
+  send(bytes.substr(0, 10));
+  at(Step::StatusSecondRead, 2500);
+  send(bytes.substr(10));
 }
 
 void answer_the_requests() {
@@ -146,12 +167,7 @@ void answer_the_requests() {
       std::exit(1);
     }
     taken.erase(0, levels ? LEVELS_REQUEST.size() : STATUS_REQUEST.size());
-    if (levels) {
-      reply("levels", levels_reply(200, 400, 2));
-    } else {
-      // Differs from the first reply if a job queries the status again.
-      reply("status", status_reply(!asked_again || ++status_replies == 1 ? 0x2660 : 0x2100));
-    }
+    levels ? reply_to_levels() : reply_to_status();
   }
 }
 
@@ -164,12 +180,12 @@ void serve_side_channel(int& drains) {
     return;
   }
   if (command == CUPS_SC_CMD_GET_BIDI) {
-    at("probe", 31000);
+    at(Step::Probe, 31000);
     data[0] = CUPS_SC_BIDI_SUPPORTED;
     cupsSideChannelWrite(command, CUPS_SC_STATUS_OK, data.data(), 1, 1.0);
     return;
   }
-  at(++drains == 1 ? "levels drain" : "status drain", 6500);
+  at(++drains == 1 ? Step::LevelsDrain : Step::StatusDrain, 6500);
   if (filter_wrote()) {
     take_what_the_filter_wrote();
   }
@@ -185,11 +201,9 @@ int main(int argc, char** argv) {
   }
   const char* uri = std::getenv("DEVICE_URI");
   plan_file = std::string(uri != nullptr ? uri : argv[0]).substr(sizeof "faulty:" - 1);
-  std::ifstream plan(plan_file);
-  std::getline(plan, planned_step);
-  std::getline(plan, planned_fault);
-  asked_again = planned_fault == "late, asked again";
-  if (planned_fault == "dies") {
+  plan = read_plan(plan_file);
+  asked_again = plan && plan->fault == Fault::LateAskedAgain;
+  if (plan && plan->fault == Fault::Dies) {
     wait_for_the_test();
   }
 
@@ -201,7 +215,7 @@ int main(int argc, char** argv) {
     if (events[0].revents != 0) {
       if ((events[0].revents & POLLIN) != 0) {
         ++writes;
-        at(writes == 1 ? "levels write" : "status write", 6500);
+        at(writes == 1 ? Step::LevelsWrite : Step::StatusWrite, 6500);
       }
       take_what_the_filter_wrote();
     }
