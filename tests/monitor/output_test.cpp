@@ -183,6 +183,8 @@ TEST(Usage, AUsageErrorExitsWithStatus64) {
                                              {"--timeout"},
                                              {"--watch", "0"},
                                              {"--idle", "900"},
+                                             {"--page-interval", "0"},
+                                             {"--watch", "60", "--page-interval", "60"},
                                              {"--watch", "60", "--idle", "0"},
                                              {"--stuck", "0"},
                                              {"--max-age", "-1"},
@@ -214,6 +216,15 @@ TEST(Usage, AUsageErrorExitsWithStatus64) {
     EXPECT_THAT(result.errors, StartsWith("brenvellis-monitor: "));
     EXPECT_THAT(result.errors, EndsWith("Run with --help for more information.\n"));
   }
+}
+
+TEST(Usage, PageIntervalIsWrittenToThePage) {
+  const auto page = [](std::vector<std::string> arguments) {
+    arguments.emplace_back("--html");
+    return run_monitor("/nonexistent/cups.sock", arguments).output;
+  };
+  EXPECT_THAT(page({}), HasSubstr("data-interval=\"60\" data-reload=\"30\""));
+  EXPECT_THAT(page({"--page-interval", "600"}), HasSubstr("data-interval=\"600\" data-reload=\"30\""));
 }
 
 TEST(Usage, HelpTellsTheExitStatuses) {
