@@ -32,7 +32,8 @@ processes_left() {
 # clean_up: stops remaining processes of this run and removes $scratch.
 clean_up() {
   local left i
-  left=$(processes_left)
+  # Shells that run functions in the background do not have the path.
+  left=$(jobs -p; processes_left)
   # shellcheck disable=SC2086
   [ -z "$left" ] || kill $left 2>/dev/null || true
   for ((i = 0; i < 40; ++i)); do
@@ -53,6 +54,12 @@ fail() {
   say "$(basename "$0"): $*"
   exit 1
 }
+
+# Compilers and CUPS put temporary files there.
+if [ -n "${TMPDIR:-}" ] && ! { [ -d "$TMPDIR" ] && [ -w "$TMPDIR" ] && [ -x "$TMPDIR" ]; }; then
+  say "$(basename "$0"): TMPDIR: '$TMPDIR' is not a folder that you can write to; using /tmp"
+  export TMPDIR=/tmp
+fi
 
 # need PACKAGE...: installs missing packages. On systems other than Debian and its derivatives, prints their names.
 need() {
