@@ -15,15 +15,13 @@ bool has_view(const Arguments& arguments, View view) {
 }
 
 std::variant<Arguments, int> read_arguments(int argc, char** argv) {
-  CLI::App app("Asks Brenvellis photo printers behind CUPS for their ribbons and errors, and shows them.",
-               "brenvellis-monitor");
+  CLI::App app("Shows the ribbon levels and errors of Brenvellis photo printers.", "brenvellis-monitor");
   // Newer releases of CLI11 wrap lines of 80 columns and more.
   app.footer(
-      "Exit status: 0 all well; 1 a ribbon is low; 2 a printer reports an error;\n"
-      "3 something could not be read (of several, 2 before 3 before 1);\n"
-      "with --ready 0 or 1;\n"
-      "64 wrong usage; 74 an output could not be written;\n"
-      "130, 143 ended by Ctrl-C or SIGTERM.\n"
+      "Exit status: 0 no problems; 1 a ribbon is low; 2 a printer reports an error;\n"
+      "3 unknown (2 takes precedence over 3, and 3 over 1); with --ready 0 or 1;\n"
+      "64 usage error; 74 an output could not be written;\n"
+      "130, 143 terminated by Ctrl-C or SIGTERM.\n"
       "See brenvellis-monitor(1).");
   app.set_version_flag("--version", "brenvellis-monitor " BRENVELLIS_VERSION);
 
@@ -51,66 +49,70 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
                              : "invalid limit \"" + text + "\" (expected prints, or percent with a %)";
   };
 
-  app.add_option("QUEUE", arguments.queues, "Queues; none means those of all Brenvellis printers");
-  app.add_option("--server", servers, "Print server, a socket's path too; may be repeated")
+  app.add_option("QUEUE", arguments.queues, "Queues (default: all Brenvellis queues)");
+  app.add_option("--server", servers, "Print server or socket path; may be repeated")
       ->type_name("HOST[:PORT]")
       ->allow_extra_args(false);
-  app.add_option("--encryption", encryption, "always, if-requested, never or required")
+  app.add_option("--encryption", encryption, "Use encryption always, if-requested, never or required")
       ->check(CLI::IsMember({"always", "if-requested", "never", "required"}))
       ->type_name("WHEN");
-  auto* no_refresh_flag = app.add_flag("--no-refresh", no_refresh, "Do not ask the printers, only read");
-  app.add_option("--timeout", timeout, "Give up command jobs that have not ended by then")
+  auto* no_refresh_flag =
+      app.add_flag("--no-refresh", no_refresh, "Show the scheduler's values without querying the printers");
+  app.add_option("--timeout", timeout, "Remove command jobs that have not ended after SECONDS")
       ->check(CLI::Range(1, 86400))
       ->type_name("SECONDS")
       ->capture_default_str();
   app.add_flag("--wait", arguments.rules.wait, "Wait for queues that are printing, paused or rejecting jobs")
       ->excludes(no_refresh_flag);
   constexpr int day = 86400;
-  auto* watch_option =
-      app.add_option("--watch", watch, "Go on until Ctrl-C; ask a queue again after SECONDS at the earliest")
-          ->check(CLI::Range(1, day))
-          ->type_name("SECONDS");
-  app.add_option("--idle", idle, "and after SECONDS at the latest, where nothing changes")
+  auto* watch_option = app.add_option("--watch", watch,
+                                      "Run until Ctrl-C; query a printer again after SECONDS at the earliest")
+                           ->check(CLI::Range(1, day))
+                           ->type_name("SECONDS");
+  app.add_option("--idle", idle, "With --watch: query a printer again after SECONDS at the latest")
       ->check(CLI::Range(1, day))
       ->type_name("SECONDS")
       ->needs(watch_option)
       ->capture_default_str();
-  auto* on_change_option = app.add_option("--on-change", arguments.on_change,
-                                          "Run COMMAND when the condition of a queue has changed")
-                               ->type_name("COMMAND")
-                               ->needs(watch_option);
-  app.add_flag("--on-change-at-start", arguments.on_change_at_start, "and for its first condition, too")
+  auto* on_change_option =
+      app.add_option("--on-change", arguments.on_change,
+                     "With --watch: run COMMAND when the condition of a queue has changed")
+          ->type_name("COMMAND")
+          ->needs(watch_option);
+  app.add_flag("--on-change-at-start", arguments.on_change_at_start,
+               "Also run COMMAND for the first condition of each queue")
       ->needs(on_change_option);
-  auto* max_age_option = app.add_option("--max-age", max_age, "Do not ask where the values are not older")
-                             ->check(CLI::Range(0, day))
-                             ->type_name("SECONDS")
-                             ->excludes(no_refresh_flag);
-  app.add_option("--stuck", stuck, "A print without a new sheet for so long is an error")
+  auto* max_age_option =
+      app.add_option("--max-age", max_age, "Do not query printers whose values are not older")
+          ->check(CLI::Range(0, day))
+          ->type_name("SECONDS")
+          ->excludes(no_refresh_flag);
+  app.add_option("--stuck", stuck, "Report a print without a new sheet for SECONDS as an error")
       ->check(CLI::Range(1, day))
       ->type_name("SECONDS")
       ->capture_default_str();
-  app.add_option("--low", low, "A ribbon with so many prints or percent left, or fewer, is low")
+  app.add_option("--low", low, "Report a ribbon with N prints or percent left, or fewer, as low")
       ->check(is_limit)
       ->type_name("N[%]")
       ->capture_default_str();
-  app.add_option("--critical", critical, "and with so many, or fewer, an error")
+  app.add_option("--critical", critical,
+                 "Report a ribbon with N prints or percent left, or fewer, as an error")
       ->check(is_limit)
       ->type_name("N[%]")
       ->capture_default_str();
-  app.add_option("--color", arguments.color, "always, auto or never")
+  app.add_option("--color", arguments.color, "Use colors always, auto or never")
       ->check(CLI::IsMember({"always", "auto", "never"}))
       ->type_name("WHEN");
-  app.add_flag("--plugin", plugin, "Write a line for a monitoring system, by the rules of its plug-ins")
-      ->excludes(watch_option);
+  app.add_flag("--plugin", plugin, "Write the line of a monitoring plug-in")->excludes(watch_option);
   app.add_flag("--ready", ready,
-               "Exit with 0 if each QUEUE takes prints now; else say why not, and exit with 1")
+               "Exit with 0 if each QUEUE can print now, otherwise print why not and exit with 1")
       ->excludes(watch_option);
   app.add_flag("--json{-}", json, "Write JSON, to FILE with --json=FILE");
   app.add_flag("--prometheus{-}", prometheus, "Write metrics, to FILE with --prometheus=FILE");
   app.add_flag("--html{-}", html, "Write a web page, to FILE with --html=FILE");
 
   app.add_option("--page-interval", arguments.page_interval,
-                 "Without --watch: a timer writes the page at least so often")
+                 "Without --watch: the interval of the timer that writes the page")
       ->check(CLI::Range(1, day))
       ->type_name("SECONDS")
       ->excludes(watch_option)
@@ -131,7 +133,7 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
     const std::string_view word = argv[i];
     for (const std::string_view option : {"--json", "--prometheus", "--html"}) {
       if (word.starts_with(option) && word.substr(option.size()) == "=") {
-        return refuse(std::string(option) + ": an empty name is no file");
+        return refuse(std::string(option) + "=: missing file name");
       }
     }
   }
@@ -180,7 +182,7 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   for (const auto& text : servers) {
     const auto name = parse_server(text);
     if (!name) {
-      return refuse("--server: \"" + text + "\" is no HOST[:PORT]");
+      return refuse("invalid server \"" + text + "\" (expected HOST[:PORT] or a socket path)");
     }
     arguments.servers.push_back({text, *name});
   }

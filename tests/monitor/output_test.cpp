@@ -231,7 +231,7 @@ TEST(Usage, HelpTellsTheExitStatuses) {
   const auto result = run_monitor("/nonexistent/cups.sock", {"--help"});
   EXPECT_EQ(result.exit_status, 0);
   EXPECT_THAT(result.output,
-              HasSubstr("Exit status: 0 all well; 1 a ribbon is low; 2 a printer reports an error"));
+              HasSubstr("Exit status: 0 no problems; 1 a ribbon is low; 2 a printer reports an error"));
 }
 
 TEST(Usage, EveryOptionOfTheHelpIsInTheManualPage) {
