@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command_line/command_line.h"
 
+#include <getopt.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -137,37 +139,13 @@ bool CommandLine::is_given_besides(std::string_view option) const {
   return std::ranges::any_of(given_, [option](const std::string& name) { return name != option; });
 }
 
-std::string CommandLine::read_option(const std::string& word, int argc, char** argv, int& next) {
-  const std::size_t sign = word.find('=');
-  const std::string text = word.substr(0, sign);
-  const Option* option = word.starts_with("--") ? find(text.substr(2)) : nullptr;
-  if (option == nullptr) {
-    return "unknown option '" + text + "'";
+std::string CommandLine::take(const Option& option, const char* value) {
+  if (is_given(option.name) && !option.repeatable && !option.placeholder.empty()) {
+    return "--" + option.name + " is given twice";
   }
-  if (is_given(option->name) && !option->repeatable && !option->placeholder.empty()) {
-    return text + " is given twice";
-  }
-  given_.push_back(option->name);
-
-  std::string value;
-  if (option->placeholder.empty()) {
-    if (sign != std::string::npos) {
-      return text + " takes no value";
-    }
-  } else if (sign != std::string::npos) {
-    value = word.substr(sign + 1);
-    if (value.empty()) {
-      return word + " has no value";
-    }
-  } else if (option->implied) {
-    value = *option->implied;
-  } else if (next < argc) {
-    value = argv[next++];
-  } else {
-    return text + " requires " + option->placeholder;
-  }
-  const std::string why = option->value.store(value);
-  return why.empty() ? why : text + ": " + why;
+  given_.push_back(option.name);
+  const std::string why = option.value.store(value == nullptr ? option.implied.value_or("") : value);
+  return why.empty() ? why : "--" + option.name + ": " + why;
 }
 
 std::string CommandLine::contradiction() const {
@@ -186,22 +164,35 @@ std::string CommandLine::contradiction() const {
 }
 
 std::optional<int> CommandLine::read(int argc, char** argv, std::size_t most_arguments) {
-  bool only_arguments = false;
-  for (int next = 1; next < argc;) {
-    std::string word = argv[next++];
-    if (only_arguments || word == "-" || !word.starts_with('-')) {
-      arguments_.push_back(std::move(word));
-    } else if (word == "--") {
-      only_arguments = true;
-    } else if (const std::string why = read_option(word == "-h" ? "--help" : word, argc, argv, next);
-               !why.empty()) {
+  std::vector<option> known;
+  for (const Option& one : options_) {
+    known.push_back({one.name.c_str(),
+                     one.placeholder.empty() ? no_argument
+                     : one.implied           ? optional_argument
+                                             : required_argument,
+                     nullptr, 0});
+  }
+  known.push_back({});
+  // getopt_long starts its messages with argv[0]. An index of 0 makes it start anew.
+  argv[0] = program_.name.data();
+  optind = 0;
+  int index = 0;
+  for (int letter = 0; (letter = getopt_long(argc, argv, "h", known.data(), &index)) != -1;) {
+    if (letter == '?') {
+      return refuse({});
+    }
+    const Option& one = letter == 'h' ? *find("help") : options_[static_cast<std::size_t>(index)];
+    if (const std::string why = take(one, optarg); !why.empty()) {
       return refuse(why);
-    } else if (is_given("help")) {
+    }
+    if (one.name == "help") {
       return print(program_, help());
-    } else if (is_given("version")) {
+    }
+    if (one.name == "version") {
       return print(program_, program_.name + " " + program_.version + "\n");
     }
   }
+  arguments_.assign(argv + optind, argv + argc);
   if (!shell_.empty()) {
     return print(program_, completion_script(*this, shell_));
   }
@@ -215,7 +206,10 @@ std::optional<int> CommandLine::read(int argc, char** argv, std::size_t most_arg
 }
 
 int CommandLine::refuse(const std::string& why) const {
-  fprintf(stderr, "%s: %s\nRun with --help for more information.\n", program_.name.c_str(), why.c_str());
+  if (!why.empty()) {
+    fprintf(stderr, "%s: %s\n", program_.name.c_str(), why.c_str());
+  }
+  fputs("Run with --help for more information.\n", stderr);
   return program_.usage_error;
 }
 

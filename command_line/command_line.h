@@ -61,7 +61,8 @@ class CommandLine {
   CommandLine(const CommandLine&) = delete;
   CommandLine& operator=(const CommandLine&) = delete;
 
-  /// Reads the command line. Words that are no options, and all after "--", are in arguments() then.
+  /// Reads the command line by the rules of getopt_long(3), whose messages it leaves as they are. Words that
+  /// are no options, and all after "--", are in arguments() then.
   ///
   /// @param most_arguments  how many arguments the program takes.
   /// @return the exit status if the program has nothing to do: 0 after --help, --version and --completion,
@@ -74,8 +75,8 @@ class CommandLine {
   /// Whether any option but this one is given.
   [[nodiscard]] bool is_given_besides(std::string_view option) const;
 
-  /// Writes "PROGRAM: why" and a hint at --help to standard error, and returns the exit status for a usage
-  /// error.
+  /// Writes "PROGRAM: why", unless `why` is empty, and a hint at --help to standard error, and returns the
+  /// exit status for a usage error.
   [[nodiscard]] int refuse(const std::string& why) const;
 
   [[nodiscard]] std::string help() const;
@@ -84,7 +85,7 @@ class CommandLine {
 
  private:
   [[nodiscard]] const Option* find(std::string_view name) const;
-  std::string read_option(const std::string& word, int argc, char** argv, int& next);
+  std::string take(const Option& option, const char* value);
   [[nodiscard]] std::string contradiction() const;
 
   Program program_;

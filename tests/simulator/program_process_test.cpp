@@ -154,8 +154,8 @@ TEST(Program, AUsageErrorExitsWithStatus2) {
   const std::string no_16_bits = " needs one number from 0 to 65535, decimal or hexadecimal with 0x";
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"extra"}, "unexpected argument 'extra'"},
-      {{"--colour", "1"}, "unknown option '--colour'"},
-      {{"--port"}, "--port requires N"},
+      {{"--colour", "1"}, "unrecognized option '--colour'"},
+      {{"--port"}, "option '--port' requires an argument"},
       {{"--port", "65536"}, "--port: invalid value '65536' (expected 0-65535)"},
       {{"--port", "http"}, "--port: invalid value 'http' (expected 0-65535)"},
       {{"--port", "1", "--port", "2"}, "--port is given twice"},

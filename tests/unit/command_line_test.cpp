@@ -91,6 +91,12 @@ TEST(CommandLine, OptionsAndArgumentsAreRead) {
   EXPECT_TRUE(example.line.is_given_besides("json"));
 }
 
+TEST(CommandLine, AnOptionMayBeShortened) {
+  Example example;
+  EXPECT_EQ(example.read({"--col", "never"}), std::nullopt);
+  EXPECT_EQ(example.color, "never");
+}
+
 TEST(CommandLine, AnOptionalValueNeedsAnEqualsSign) {
   Example example;
   EXPECT_EQ(example.read({"--json=file"}), std::nullopt);
@@ -100,15 +106,14 @@ TEST(CommandLine, AnOptionalValueNeedsAnEqualsSign) {
 
 TEST(CommandLine, AnErrorIsReportedWithTheProgramsExitStatus) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{"--colour"}, "unknown option '--colour'"},
-      {{"--col", "never"}, "unknown option '--col'"},
-      {{"-q"}, "unknown option '-q'"},
-      {{"--quiet=yes"}, "--quiet takes no value"},
+      {{"--colour"}, "unrecognized option '--colour'"},
+      {{"-q"}, "invalid option -- 'q'"},
+      {{"--quiet=yes"}, "option '--quiet' doesn't allow an argument"},
       {{"--quiet", "--json"}, "--quiet excludes --json"},
       {{"--rows", "1"}, "--rows requires --color"},
-      {{"--rows"}, "--rows requires N"},
-      {{"--rows=", "1"}, "--rows= has no value"},
-      {{"--json="}, "--json= has no value"},
+      {{"--rows"}, "option '--rows' requires an argument"},
+      {{"--rows=", "1"}, "--rows: invalid value '' (expected 1-9)"},
+      {{"--json="}, "--json: invalid value '' (expected a name)"},
       {{"--rows", ""}, "--rows: invalid value '' (expected 1-9)"},
       {{"--rows", "0"}, "--rows: invalid value '0' (expected 1-9)"},
       {{"--rows", "10"}, "--rows: invalid value '10' (expected 1-9)"},
