@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -423,20 +424,35 @@ SchedulerAnswer QueueClient::ask_for(const LookRequest& request) {
   for (auto& [number, job] : jobs) {
     look.jobs.push_back(std::move(job));
   }
-  if (request.queues) {
-    const auto get = new_request(IPP_OP_CUPS_GET_PRINTERS, "");
-    add_wanted(get.get(), reading_attributes());
-    const auto answer = exchange(get, "/");
-    // "Not found" is how CUPS says that it has no queue.
-    if (!answer && error_.kind != Kind::NotFound) {
-      return error_;
-    }
-    look.queues = read_queues(answer.get());
+  if (request.queues && !read(request.names, look.queues)) {
+    return error_;
   }
   if (look.queues.size() > MAX_QUEUES || look.jobs.size() > MAX_JOBS) {
     return SchedulerError{Kind::InvalidAnswer, "it has too many queues or jobs"};
   }
   return look;
+}
+
+/// Reads the queues of these names that exist, or all queues if there are no names. False (and error_) on
+/// failure.
+bool QueueClient::read(const std::vector<std::string>& names, std::vector<Reading>& readings) {
+  const auto add = [&](ipp_op_t operation, const std::string& uri) {
+    const auto get = new_request(operation, uri);
+    add_wanted(get.get(), reading_attributes());
+    const auto answer = exchange(get, "/");
+    std::ranges::move(read_queues(answer.get()), std::back_inserter(readings));
+    // CUPS also says "not found" if it has no queue at all.
+    return answer != nullptr || error_.kind == Kind::NotFound;
+  };
+  const bool have_all = std::ranges::all_of(
+      names, [&](const auto& name) { return add(IPP_OP_GET_PRINTER_ATTRIBUTES, queue_uri(name)); });
+  // A policy may allow only the other operation.
+  const bool refused = error_.kind == Kind::Forbidden || error_.kind == Kind::Unauthorized;
+  if (names.empty() || (!have_all && refused)) {
+    readings.clear();
+    return add(IPP_OP_CUPS_GET_PRINTERS, "");
+  }
+  return have_all;
 }
 
 SchedulerAnswer QueueClient::ask_for(const SendRequest& request) {
@@ -462,7 +478,7 @@ SchedulerAnswer QueueClient::ask_for(const SendRequest& request) {
 
 SchedulerAnswer QueueClient::ask_for(const PurgeRequest& request) {
   // The first request only ends a job that is being processed; a job that has ended is forgotten.
-  if (!cancel(request, true) || !cancel(request, true)) {
+  if (!cancel(request, true) || (!request.has_ended && !cancel(request, true))) {
     const SchedulerError refusal = error_;
     cancel(request, false);
     return refusal;

@@ -34,6 +34,7 @@ class QueueClient {
   SchedulerAnswer ask_for(const LookRequest& request);
   SchedulerAnswer ask_for(const SendRequest& request);
   SchedulerAnswer ask_for(const PurgeRequest& request);
+  bool read(const std::vector<std::string>& names, std::vector<Reading>& readings);
 
   bool cancel(const PurgeRequest& request, bool purge);
   bool connect();

@@ -8,6 +8,7 @@
 
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 /// A backend that cannot reach the printer for so long has a print stuck.
@@ -18,6 +19,12 @@ constexpr seconds HOPELESS{2};
 constexpr seconds LINGERING{1};
 /// A refused command job is sent again after so long if the scheduler only has too much to do.
 constexpr seconds BUSY_PAUSE{1};
+
+/// How old the reading of a queue may become while its command job is active, while a one-time call waits for
+/// the queue, and in a watch while it prints.
+constexpr seconds OUT_READ_PAUSE{1};
+constexpr milliseconds WAITING_READ_PAUSE{500};
+constexpr seconds PRINTING_READ_PAUSE{5};
 
 /// The reasons and messages of CUPS' backends while they try to reach the printer.
 constexpr std::array<std::string_view, 2> UNREACHABLE_REASONS = {"connecting-to-device", "offline-report"};
@@ -97,6 +104,7 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
   const bool is_of_others = rules_.again && rules_.ask && !is_first && step_ == Step::Resting &&
                             reading.answered == true && reading.reported_at != reading_.reported_at;
   has_been_read_ = true;
+  was_killed_ = false;
   found_ = true;
   reading_ = reading;
   read_at_ = now;
@@ -119,6 +127,7 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
     if (reported_since_ && now - *reported_since_ >= LINGERING) {
       step_ = Step::Ended;
       end_state_ = IPP_JSTATE_COMPLETED;
+      lingers_ = true;
     }
   }
   if (step_ == Step::Ended) {
@@ -176,8 +185,24 @@ void QueueWatch::take_report_of_others(Moment now) {
   }
 }
 
+std::optional<milliseconds> QueueWatch::longest_read_pause() const {
+  if (step_ == Step::Ended || was_killed_) {
+    return milliseconds(0);
+  }
+  if (step_ == Step::Out) {
+    return OUT_READ_PAUSE;
+  }
+  if (!rules_.again) {
+    const bool is_waited_for = !done_ && !winding_up_ && !due();
+    return is_waited_for ? std::optional(WAITING_READ_PAUSE) : std::nullopt;
+  }
+  return has_prints() ? std::optional<milliseconds>(std::min(rules_.shortest, PRINTING_READ_PAUSE))
+                      : std::nullopt;
+}
+
 void QueueWatch::miss() {
   found_ = false;
+  was_killed_ = false;
   step_ = Step::Resting;
   job_ = 0;
   outcome_ = Outcome::NotFound;
@@ -265,11 +290,17 @@ void QueueWatch::see_own_job(const std::vector<Job>& jobs) {
       job_ = job->number;
     }
   }
+  const auto job = std::ranges::find(jobs, job_, &Job::number);
+  // A scheduler that was killed may give the number of a job that it has lost to a print.
+  const bool is_print = job != jobs.end() && !job->is_command;
+  if (step_ == Step::Told && is_print) {
+    step_ = Step::Resting;
+    job_ = 0;
+  }
   if (step_ != Step::Out) {
     return;
   }
-  const auto job = std::ranges::find(jobs, job_, &Job::number);
-  if (job == jobs.end()) {
+  if (job == jobs.end() || is_print) {
     step_ = Step::Ended;
     end_state_.reset();
   } else if (has_ended(*job) || has_failed(*job)) {
@@ -394,6 +425,7 @@ void QueueWatch::sending(Moment now) {
   sent_at_ = now;
   was_sent_ = true;
   overtaken_ = false;
+  lingers_ = false;
   struggling_since_.reset();
   reported_since_.reset();
   last_words_.clear();
@@ -404,6 +436,7 @@ void QueueWatch::sent(int job, Moment now) {
   step_ = Step::Out;
   job_ = job;
   sent_at_ = now;
+  newest_job_ = std::min(newest_job_, job - 1);
 }
 
 void QueueWatch::not_sent(const SchedulerError& error, Moment now) {
@@ -446,6 +479,7 @@ void QueueWatch::purged(Moment now) {
   if (!was_out) {
     return;
   }
+  was_killed_ = !winding_up_;
   if (overtaken_) {
     doubtful_ = true;
     due_ = now;
@@ -467,6 +501,7 @@ void QueueWatch::purged(Moment now) {
 
 void QueueWatch::wind_up() {
   winding_up_ = true;
+  was_killed_ = false;
   if (done_ || step_ != Step::Resting) {
     return;
   }

@@ -43,6 +43,10 @@ class QueueWatch {
   QueueWatch(const std::string& queue, const WatchRules& rules, Moment now);
 
   [[nodiscard]] const std::string& name() const { return reading_.queue; }
+  /// When the queue itself was last read, not only its jobs.
+  [[nodiscard]] Moment read_at() const { return read_at_; }
+  /// How old its reading may become; nothing if only a look at all queues is to renew it.
+  [[nodiscard]] std::optional<std::chrono::milliseconds> longest_read_pause() const;
 
   /// Takes the queue's jobs that a look showed, without and with the queue's reading.
   void see(const std::vector<Job>& jobs, Moment now);
@@ -77,6 +81,8 @@ class QueueWatch {
   [[nodiscard]] bool wants_values() const { return step_ == Step::Ended; }
   /// Whether its values were read too.
   [[nodiscard]] bool wants_forgetting() const { return step_ == Step::Told; }
+  /// Whether the scheduler is done with the job.
+  [[nodiscard]] bool has_job_ended() const { return end_state_ >= IPP_JSTATE_CANCELED && !lingers_; }
   /// When it is to be purged, ended or not; nothing if it has ended.
   [[nodiscard]] std::optional<Moment> give_up_at() const;
   /// Whether it has tried to reach the printer for some time in vain.
@@ -89,7 +95,7 @@ class QueueWatch {
   void lose(const std::string& why);
 
   /// Whether the queue was asked, or cannot be, and has no job left.
-  [[nodiscard]] bool is_done() const { return done_ && step_ == Step::Resting; }
+  [[nodiscard]] bool is_done() const { return done_ && step_ == Step::Resting && !was_killed_; }
   [[nodiscard]] bool was_sent() const { return was_sent_; }
   /// Whether prints are printing or waiting.
   [[nodiscard]] bool has_prints() const { return !moving_.empty() || print_.has_value(); }
@@ -149,6 +155,8 @@ class QueueWatch {
   bool was_away_ = false;
   bool maybe_sent_ = false;  ///< the scheduler did not say so
   bool overtaken_ = false;   ///< a print waits behind it
+  bool lingers_ = false;     ///< it has reported, and its backend has not ended
+  bool was_killed_ = false;  ///< since the queue was last read
   bool winding_up_ = false;
 
   // What became of it, and when the next is due.

@@ -32,6 +32,8 @@ struct LookRequest {
   int first_job = 0;
   /// False: only the jobs are wanted, which costs the scheduler far less than all its queues.
   bool queues = true;
+  /// The only queues that are wanted; empty: all. A few cost the scheduler less than all.
+  std::vector<std::string> names = {};
 };
 
 /// Asks to send a queue one command job.
@@ -47,6 +49,7 @@ struct SendRequest {
 struct PurgeRequest {
   std::string queue;
   int job = 0;
+  bool has_ended = false;  ///< it only needs to be forgotten
 };
 
 using SchedulerRequest = std::variant<LookRequest, SendRequest, PurgeRequest>;
@@ -54,8 +57,8 @@ using SchedulerRequest = std::variant<LookRequest, SendRequest, PurgeRequest>;
 /// A scheduler's queues and jobs. The jobs are read first: the values of a queue are never older than the end
 /// of a job that is listed with them.
 struct Look {
-  std::vector<Reading> queues;
-  std::vector<Job> jobs;  ///< without the history if the scheduler keeps none
+  std::vector<Reading> queues;  ///< those that were wanted and that exist, perhaps with others
+  std::vector<Job> jobs;        ///< without the history if the scheduler keeps none
 };
 
 /// The number of the job that was sent.

@@ -43,8 +43,8 @@ auto members(Is<Job> auto& value) {
 }
 
 auto members(Is<LookRequest> auto& value) {
-  auto& [first_job, queues] = value;
-  return std::tie(first_job, queues);
+  auto& [first_job, queues, names] = value;
+  return std::tie(first_job, queues, names);
 }
 
 auto members(Is<SendRequest> auto& value) {
@@ -53,8 +53,8 @@ auto members(Is<SendRequest> auto& value) {
 }
 
 auto members(Is<PurgeRequest> auto& value) {
-  auto& [queue, job] = value;
-  return std::tie(queue, job);
+  auto& [queue, job, has_ended] = value;
+  return std::tie(queue, job, has_ended);
 }
 
 auto members(Is<Look> auto& value) {

@@ -15,17 +15,16 @@ using std::chrono::seconds;
 constexpr std::size_t MOST_JOBS = 32;
 constexpr std::size_t MOST_DEAD_JOBS = 16;
 
-/// Between two looks while a command job is on its way: at its start an answer may come in a moment; a print
-/// must not wait behind it.
+/// Between two looks at the jobs while a command job is on its way: at its start an answer may come in a
+/// moment; a print must not wait behind it.
 constexpr milliseconds FIRST_PAUSE{20};
 constexpr milliseconds LONGEST_PAUSE{200};
-/// Between two looks at the queues, too, meanwhile.
-constexpr seconds QUEUES_PAUSE{1};
-/// Between two looks while a one-time call waits for a queue, and in a watch while something prints.
-constexpr milliseconds WAITING_PAUSE{500};
-constexpr seconds PRINTING_PAUSE{5};
-/// How old the look may be by which a queue is found to be free.
+/// How old the reading may be by which a queue is found to be free.
 constexpr milliseconds YOUNG{1000};
+/// The most queues that a look names, and the part of a server's queues from which on a look at all of them
+/// costs the scheduler less: 100 queues cost it as much together as 15 by name.
+constexpr std::size_t MOST_NAMED = 64;
+constexpr std::size_t NAMED_PART = 8;
 
 /// A scheduler that is restarted comes back within this time.
 constexpr seconds ABSENCE{3};
@@ -50,19 +49,40 @@ ServerWatch::ServerWatch(std::string label, std::vector<std::string> queues, con
       asked_at_(now),
       began_at_(now),
       sent_at_(now),
+      sends_since_(now),
       sightings_(rules.shortest) {}
 
-LookRequest ServerWatch::look_request(bool queues) const {
+LookRequest ServerWatch::look_request(bool queues, std::vector<std::string> names) const {
   int first = newest_job_ > 0 ? newest_job_ + 1 : 0;
   for (const auto& [name, queue] : queues_) {
     if (queue.job() > 0) {
-      first = std::min(first, queue.job());
+      first = first > 0 ? std::min(first, queue.job()) : queue.job();
     }
     if (queue.was_maybe_sent() && newest_job_ == 0) {
       first = 1;
     }
   }
-  return {first, queues};
+  return {first, queues, std::move(names)};
+}
+
+/// A look at all queues if it is time, or else at those whose readings are soon too old.
+LookRequest ServerWatch::next_look(Moment now) const {
+  bool all = !looked_at_queues_ || (rules_.again && now - *looked_at_queues_ >= rules_.shortest);
+  std::vector<std::string> names;
+  for (const auto& [name, queue] : queues_) {
+    const auto pause = queue.longest_read_pause();
+    if (pause && queue.read_at() + *pause / 2 <= now) {
+      names.push_back(name);
+    }
+  }
+  all = all || names.size() > std::min(MOST_NAMED, all_queues_ / NAMED_PART);
+  return look_request(all || !names.empty(), all ? std::vector<std::string>() : std::move(names));
+}
+
+/// Whether the server can be sent one more command job in this interval. Two for each queue and some more are
+/// enough; without a bound, a server whose every answer is different would get jobs without a pause.
+bool ServerWatch::has_room(Moment now) const {
+  return sends_ < 2 * queues_.size() + MOST_JOBS || now - sends_since_ >= rules_.shortest;
 }
 
 std::size_t ServerWatch::jobs() const {
@@ -87,8 +107,8 @@ QueueWatch* ServerWatch::next_to_ask(Moment now) {
       best = &queue;
     }
   }
-  const bool fits =
-      best != nullptr && jobs() < MOST_JOBS && (!best->is_dead() || dead_jobs() < MOST_DEAD_JOBS);
+  const bool fits = best != nullptr && has_room(now) && jobs() < MOST_JOBS &&
+                    (!best->is_dead() || dead_jobs() < MOST_DEAD_JOBS);
   return fits ? best : nullptr;
 }
 
@@ -110,19 +130,22 @@ std::optional<SchedulerRequest> ServerWatch::urgent(Moment now) const {
 
 /// When the next look is due. Nothing if nothing is waited for.
 std::optional<Moment> ServerWatch::look_due(Moment now) const {
-  if (!looked_at_queues_ ||
-      std::ranges::any_of(queues_, [](const auto& one) { return one.second.wants_values(); })) {
+  if (!looked_at_queues_) {
     return now;
   }
-  if (std::ranges::any_of(queues_, [](const auto& one) { return one.second.is_out(); })) {
-    const auto pause = std::chrono::duration_cast<milliseconds>(now - sent_at_) / 4;
-    return *looked_at_ + std::clamp(pause, FIRST_PAUSE, LONGEST_PAUSE);
+  Moment due = rules_.again ? *looked_at_queues_ + rules_.shortest : Moment::max();
+  // A watch is in no hurry for an answer: one look serves all jobs that have ended meanwhile.
+  const auto first = rules_.again ? LONGEST_PAUSE : FIRST_PAUSE;
+  const auto pause = std::chrono::duration_cast<milliseconds>(now - sent_at_) / 4;
+  for (const auto& [name, queue] : queues_) {
+    if (queue.is_out()) {
+      due = std::min(due, *looked_at_ + std::clamp(pause, first, LONGEST_PAUSE));
+    }
+    if (const auto longest = queue.longest_read_pause()) {
+      due = std::min(due, queue.read_at() + *longest);
+    }
   }
-  if (!rules_.again) {
-    return is_done() || winding_up_ ? std::nullopt : std::optional(*looked_at_queues_ + WAITING_PAUSE);
-  }
-  const bool prints = std::ranges::any_of(queues_, [](const auto& one) { return one.second.has_prints(); });
-  return *looked_at_queues_ + (prints ? std::min(rules_.shortest, PRINTING_PAUSE) : rules_.shortest);
+  return due == Moment::max() ? std::nullopt : std::optional(due);
 }
 
 ServerWatch::Plan ServerWatch::next(Moment now) {
@@ -145,17 +168,19 @@ ServerWatch::Plan ServerWatch::next(Moment now) {
   }
   const auto look = look_due(now);
   if (look && *look <= now) {
-    const bool queues =
-        !looked_at_queues_ || now - *looked_at_queues_ >= QUEUES_PAUSE ||
-        std::ranges::any_of(queues_, [](const auto& one) { return one.second.wants_values(); });
-    return make(look_request(queues));
+    return make(next_look(now));
   }
   if (auto* queue = next_to_ask(now)) {
-    if (now - *looked_at_queues_ > YOUNG) {
-      return make(look_request(true));
+    if (now - queue->read_at() > YOUNG) {
+      return make(look_request(true, {queue->name()}));
     }
     queue->sending(now);
     sent_at_ = now;
+    if (now - sends_since_ >= rules_.shortest) {
+      sends_since_ = now;
+      sends_ = 0;
+    }
+    ++sends_;
     return make(SendRequest{queue->name(), queue->report_levels(),
                             static_cast<int>((rules_.timeout + MARGIN).count())});
   }
@@ -163,11 +188,14 @@ ServerWatch::Plan ServerWatch::next(Moment now) {
     if (queue.wants_forgetting() && !may_purge_) {
       queue.purged(now);
     } else if (queue.wants_forgetting()) {
-      return make(PurgeRequest{name, queue.job()});
+      return make(PurgeRequest{name, queue.job(), queue.has_job_ended()});
     }
   }
 
   plan.at = look.value_or(Moment::max());
+  if (!has_room(now)) {
+    plan.at = std::min(plan.at, sends_since_ + rules_.shortest);
+  }
   for (const auto& [name, queue] : queues_) {
     for (const auto& at : {queue.due(), queue.give_up_at()}) {
       if (at && *at > now) {
@@ -197,7 +225,8 @@ void ServerWatch::take(const SchedulerAnswer& answer, Moment now) {
     auto* queue = queue_of(send->queue);
     if (const auto* sent = std::get_if<Sent>(&answer); sent != nullptr && queue != nullptr) {
       queue->sent(sent->job, now);
-      newest_job_ = std::max(newest_job_, sent->job);
+      // Only looks tell which jobs were seen, and the numbers of a scheduler that was killed may begin anew.
+      newest_job_ = std::min(newest_job_, sent->job - 1);
     } else if (queue != nullptr && error != nullptr) {
       queue->not_sent(*error, now);
     }
@@ -209,11 +238,7 @@ void ServerWatch::take(const SchedulerAnswer& answer, Moment now) {
       notes_.push_back(label_ + ": ended command jobs stay in the job history: " + explanation(*error));
     }
     if (queue != nullptr && (error == nullptr || refused)) {
-      const bool was_out = queue->is_out();
       queue->purged(now);
-      if (was_out && !winding_up_) {
-        looked_at_queues_.reset();
-      }
     }
   }
   if (error != nullptr && (is_absence(*error) || std::holds_alternative<LookRequest>(*request))) {
@@ -232,28 +257,34 @@ void ServerWatch::take_look(const LookRequest& request, const Look& look, Moment
     jobs[job.queue].push_back(job);
     newest_job_ = std::max(newest_job_, job.number);
   }
-  if (!request.queues) {
-    for (auto& [name, queue] : queues_) {
-      queue.see(jobs[name], now);
-    }
-    return;
+  const bool at_all = request.queues && request.names.empty();
+  if (request.queues) {
+    sightings_.note(now);
   }
-
-  looked_at_queues_ = now;
-  sightings_.note(now);
+  if (at_all) {
+    looked_at_queues_ = now;
+    all_queues_ = look.queues.size();
+  }
   std::map<std::string, const Reading*> readings;
   for (const auto& reading : look.queues) {
     const bool wanted = names_.empty() ? is_brenvellis_queue(reading)
                                        : std::ranges::find(names_, reading.queue) != names_.end();
     if (wanted) {
       readings[reading.queue] = &reading;
-      queues_.try_emplace(reading.queue, reading.queue, rules_, now);
+      if (at_all) {
+        queues_.try_emplace(reading.queue, reading.queue, rules_, now);
+      }
     }
   }
   for (auto one = queues_.begin(); one != queues_.end();) {
     const auto reading = readings.find(one->first);
     if (reading != readings.end()) {
       one->second.see(jobs[one->first], *reading->second, now);
+    } else if (!at_all) {
+      one->second.see(jobs[one->first], now);
+      if (std::ranges::find(request.names, one->first) != request.names.end()) {
+        looked_at_queues_.reset();  // the queue is gone, or its driver is another
+      }
     } else if (rules_.again) {
       one = queues_.erase(one);
       continue;

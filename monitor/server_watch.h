@@ -56,7 +56,9 @@ class ServerWatch {
   [[nodiscard]] std::optional<SchedulerRequest> urgent(Moment now) const;
   [[nodiscard]] std::optional<Moment> look_due(Moment now) const;
   [[nodiscard]] QueueWatch* next_to_ask(Moment now);
-  [[nodiscard]] LookRequest look_request(bool queues) const;
+  [[nodiscard]] bool has_room(Moment now) const;
+  [[nodiscard]] LookRequest look_request(bool queues, std::vector<std::string> names = {}) const;
+  [[nodiscard]] LookRequest next_look(Moment now) const;
   void take_look(const LookRequest& request, const Look& look, Moment now);
   void take_error(const SchedulerError& error, Moment now);
   void give_up(const std::string& why);
@@ -73,7 +75,10 @@ class ServerWatch {
   Moment began_at_;
   std::optional<Moment> looked_at_;         ///< at jobs
   std::optional<Moment> looked_at_queues_;  ///< at all
+  std::size_t all_queues_ = 0;              ///< of the server, also of other drivers
   Moment sent_at_;                          ///< the last command job
+  Moment sends_since_;
+  std::size_t sends_ = 0;  ///< since then
   int newest_job_ = 0;
   double seconds_ = 0;
   Sightings sightings_;

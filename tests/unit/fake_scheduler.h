@@ -135,6 +135,7 @@ class FakeScheduler {
   int last_job = 100;
   int purged = 0;
   int looks = 0;
+  int queues_read = 0;
 
  private:
   [[nodiscard]] Moment end_of(const FakeJob& one) const {
@@ -190,7 +191,12 @@ class FakeScheduler {
           processing.insert(one.job.queue);
         }
       }
+      const auto& names = request.names;
       for (const auto& [name, reading] : readings) {
+        if (!names.empty() && std::ranges::find(names, name) == names.end()) {
+          continue;
+        }
+        ++queues_read;
         auto& one = look.queues.emplace_back(reading);
         if (one.reported_at > 0) {
           one.age_seconds = clock - one.reported_at;
@@ -266,7 +272,9 @@ class Simulation {
   void run(seconds length = seconds(60)) { run_to(now() + length); }
 
   /// Adds an event that happens at a time, regardless of the watch.
-  void at(seconds time, std::function<void()> what) { events_[Moment() + time].push_back(std::move(what)); }
+  void at(milliseconds time, std::function<void()> what) {
+    events_[Moment() + time].push_back(std::move(what));
+  }
 
   [[nodiscard]] Moment now() const { return scheduler.now; }
   [[nodiscard]] QueueReport queue(const std::string& name) const {

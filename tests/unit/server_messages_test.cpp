@@ -61,18 +61,20 @@ TEST(ServerMessages, EveryOtherAnswerArrivesAsItWasSent) {
 }
 
 TEST(ServerMessages, EveryRequestArrivesAsItWasSent) {
-  const auto look = decode_request(encode(SchedulerRequest(LookRequest{9, false})));
+  const auto look = decode_request(encode(SchedulerRequest(LookRequest{9, false, {"q", "r"}})));
   EXPECT_EQ(std::get<LookRequest>(look.value()).first_job, 9);
   EXPECT_FALSE(std::get<LookRequest>(look.value()).queues);
+  EXPECT_THAT(std::get<LookRequest>(look.value()).names, testing::ElementsAre("q", "r"));
   const auto send =
       std::get<SendRequest>(decode_request(encode(SchedulerRequest(SendRequest{"q", 2, 70}))).value());
   EXPECT_EQ(send.queue, "q");
   EXPECT_EQ(send.report_levels, 2);
   EXPECT_EQ(send.lifetime_seconds, 70);
   const auto purge =
-      std::get<PurgeRequest>(decode_request(encode(SchedulerRequest(PurgeRequest{"q", 3}))).value());
+      std::get<PurgeRequest>(decode_request(encode(SchedulerRequest(PurgeRequest{"q", 3, true}))).value());
   EXPECT_EQ(purge.queue, "q");
   EXPECT_EQ(purge.job, 3);
+  EXPECT_TRUE(purge.has_ended);
 }
 
 TEST(ServerMessages, CutAndLengthenedMessagesAreRejected) {

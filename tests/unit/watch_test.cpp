@@ -351,6 +351,13 @@ TEST(Intervals, DoubleWhereNothingChanges) {
   EXPECT_THAT(one.intervals(), ElementsAre(60, 120, 240, 480, 900, 900));
 }
 
+TEST(Intervals, AnIdleQueueIsAskedNinetyNineTimesInItsFirstDay) {
+  Simulation one(again());
+  one.scheduler.add("booth");
+  one.run(HOUR * 24);
+  EXPECT_THAT(one.scheduler.sends["booth"], SizeIs(99));
+}
+
 TEST(Intervals, StayShortInTrouble) {
   const std::vector<std::function<void(FakePrinter&)>> troubles = {
       [](auto& printer) { printer.remaining = 40; },
@@ -408,6 +415,35 @@ TEST(Intervals, APrintThatComesAndGoesBetweenTwoLooksIsSeen) {
   one.run(std::chrono::minutes(12));
   EXPECT_THAT(one.scheduler.sends["booth"].back(),
               AllOf(Ge(Moment() + seconds(607)), Le(Moment() + seconds(670))));
+}
+
+TEST(Intervals, APrintThatComesAndGoesJustBeforeACommandJobOfAnotherQueueIsSeen) {
+  Simulation one(again());
+  one.scheduler.add("booth");
+  one.run(MINUTE * 3);
+  one.scheduler.add("hall");
+  one.run(MINUTE * 20);
+  const auto sent = one.scheduler.sends;
+  bool printed = false;
+  while (one.scheduler.sends["hall"].size() == sent.at("hall").size()) {
+    const auto plan = one.watch.next(one.now());
+    if (!plan.request) {
+      one.scheduler.pass_to(plan.at);
+      continue;
+    }
+    const auto* send = std::get_if<SendRequest>(&*plan.request);
+    if (send != nullptr && send->queue == "hall") {
+      printed = one.scheduler.jobs.empty();
+      one.scheduler.end(one.scheduler.print("booth"), IPP_JSTATE_COMPLETED);
+    }
+    const auto answer = one.scheduler.answer(*plan.request);
+    one.scheduler.pass_to(one.now() + milliseconds(1));
+    one.watch.take(answer, one.now());
+  }
+  ASSERT_TRUE(printed);
+  const auto asked = one.scheduler.sends["booth"].size();
+  one.run(MINUTE * 2);
+  EXPECT_GE(one.scheduler.sends["booth"].size(), asked + 1);
 }
 
 TEST(Intervals, AnErrorAfterAPrintIsSeenWithinTheShortest) {
@@ -657,6 +693,109 @@ TEST(Fleet, QueuesComeAndGo) {
   ASSERT_THAT(report.queues, SizeIs(1));
   EXPECT_EQ(report.queues[0].reading.queue, "new");
   EXPECT_EQ(report.queues[0].outcome, Outcome::Refreshed);
+}
+
+TEST(Fleet, ARefreshReadsItsOwnQueueOnly) {
+  Simulation one(again());
+  for (int i = 0; i < 100; ++i) {
+    one.scheduler.add("queue" + std::to_string(i));
+  }
+  one.run(MINUTE * 20);
+  one.scheduler.queues_read = 0;
+  one.scheduler.print("queue7", seconds(1));
+  const auto sent = one.scheduler.sends["queue7"].size();
+  one.run(MINUTE * 3);
+  EXPECT_GE(one.scheduler.sends["queue7"].size(), sent + 2);
+  // One look at all in a minute, and a few at the queue.
+  EXPECT_THAT(one.scheduler.queues_read, AllOf(Ge(300), Le(420)));
+}
+
+TEST(Fleet, AQueueThatIsRemovedWhileItsJobIsActiveIsForgotten) {
+  Simulation one(again());
+  for (int i = 0; i < 10; ++i) {
+    one.scheduler.add("queue" + std::to_string(i));
+  }
+  one.at(milliseconds(50), [&] { one.scheduler.readings.erase("queue7"); });
+  one.run(seconds(5));
+  EXPECT_THAT(one.watch.report(one.now(), TimeOfDay()).queues, SizeIs(9));
+}
+
+TEST(Servers, OneWhoseEveryAnswerIsDifferentIsNotFloodedWithJobs) {
+  Simulation one(again());
+  int names = 0;
+  const Moment end = Moment() + MINUTE * 10;
+  while (one.now() < end) {
+    const auto plan = one.watch.next(one.now());
+    if (!plan.request) {
+      one.scheduler.pass_to(std::min(plan.at, end));
+      continue;
+    }
+    if (std::holds_alternative<LookRequest>(*plan.request)) {
+      one.scheduler.readings.clear();
+      one.scheduler.jobs.clear();
+      for (int i = 0; i < 5; ++i) {
+        one.scheduler.add("queue" + std::to_string(++names));
+      }
+    }
+    const auto answer = one.scheduler.answer(*plan.request);
+    one.scheduler.pass_to(one.now() + milliseconds(1));
+    one.watch.take(answer, one.now());
+  }
+  std::size_t sends = 0;
+  for (const auto& [name, times] : one.scheduler.sends) {
+    sends += times.size();
+  }
+  EXPECT_THAT(sends, AllOf(Ge(40U), Le(42U * 11)));
+}
+
+TEST(Servers, APrintWithTheNumberOfALostJobIsLeftAlone) {
+  Simulation one(again());
+  one.scheduler.add("booth").manner = Manner::NeverEnds;
+  one.run(seconds(2));
+  ASSERT_EQ(one.scheduler.own_jobs(), 1U);
+  one.scheduler.jobs.clear();
+  --one.scheduler.last_job;
+  const int print = one.scheduler.print("booth", HOUR);
+  one.run(seconds(60));
+  EXPECT_EQ(one.scheduler.purged, 0);
+  EXPECT_EQ(one.scheduler.jobs.at(print).job.state, IPP_JSTATE_PROCESSING);
+  EXPECT_EQ(one.outcome(), Outcome::Busy);
+}
+
+TEST(Servers, APrintWithTheNumberOfAnEndedJobIsLeftAlone) {
+  Simulation one(again());
+  one.scheduler.add("booth");
+  int print = 0;
+  while (print == 0) {
+    const auto plan = one.watch.next(one.now());
+    if (!plan.request) {
+      one.scheduler.pass_to(plan.at);
+      continue;
+    }
+    SchedulerAnswer answer = one.scheduler.answer(*plan.request);
+    if (std::holds_alternative<PurgeRequest>(*plan.request)) {
+      answer = SchedulerError{SchedulerError::Kind::Unreachable, "gone"};
+      one.scheduler.purged = 0;
+      --one.scheduler.last_job;
+      print = one.scheduler.print("booth", HOUR);
+    }
+    one.scheduler.pass_to(one.now() + milliseconds(1));
+    one.watch.take(answer, one.now());
+  }
+  one.run(seconds(60));
+  EXPECT_EQ(one.scheduler.purged, 0);
+  EXPECT_EQ(one.scheduler.jobs.at(print).job.state, IPP_JSTATE_PROCESSING);
+}
+
+TEST(Servers, APrintIsSeenAlsoWhenTheNumbersOfJobsBeginAnew) {
+  Simulation one(again());
+  one.scheduler.add("booth");
+  one.run(MINUTE * 20);
+  one.scheduler.last_job = 0;
+  one.run(MINUTE * 16);
+  one.scheduler.print("booth", seconds(1));
+  one.run(MINUTE * 2);
+  EXPECT_THAT(one.intervals().back(), Le(120));
 }
 
 TEST(Servers, OneThatIsAwayIsAskedAgainAndItsQueuesAreNotForgotten) {
