@@ -97,7 +97,7 @@ if(TARGET brenvellis-monitor)
   install(FILES monitor/fleet/brenvellis-monitor.sysusers DESTINATION ${SYSUSERS_DIR} RENAME brenvellis-monitor.conf
     COMPONENT monitor)
   install(FILES monitor/views/kiosk.html monitor/views/brenvellis-monitor-1.schema.json
-    monitor/fleet/alerts.yml monitor/fleet/brenvellis-monitor.default
+    monitor/fleet/alerts.yml monitor/fleet/grafana-dashboard.json monitor/fleet/brenvellis-monitor.default
     DESTINATION ${CMAKE_INSTALL_DATADIR}/brenvellis COMPONENT monitor)
 endif()
 

@@ -556,6 +556,9 @@ QueueReport QueueWatch::report(Moment now, TimeOfDay time) const {
   } else if ((step_ != Step::Resting && step_ != Step::Told) || (confirming_ && failures_ == 0) ||
              (is_due && (!was_sent_ || overtaken_))) {
     report.outcome = Outcome::Asking;
+    if (done_) {
+      report.previous_outcome = outcome_;
+    }
   }
   if (report.outcome != outcome_) {
     report.detail.clear();

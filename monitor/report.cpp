@@ -29,6 +29,10 @@ bool is_worse(Verdict one, Verdict other) {
   return rank(one) > rank(other);
 }
 
+const char* name_of(Outcome outcome) {
+  return std::ranges::find(OUTCOME_NAMES, outcome, &std::pair<Outcome, const char*>::first)->second;
+}
+
 bool is_good(Outcome outcome) {
   return outcome == Outcome::Refreshed || outcome == Outcome::NotAsked || outcome == Outcome::Asking ||
          outcome == Outcome::Busy;

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <ctime>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "monitor/limit.h"
@@ -25,6 +27,24 @@ enum class Outcome : std::uint8_t {
   NotFound,     ///< there is no such queue
 };
 
+/// The outcomes' names in JSON and in the metrics.
+inline constexpr std::array<std::pair<Outcome, const char*>, 11> OUTCOME_NAMES = {{
+    {Outcome::Refreshed, "refreshed"},
+    {Outcome::NotAsked, "not-asked"},
+    {Outcome::Asking, "asking"},
+    {Outcome::Busy, "busy"},
+    {Outcome::Paused, "paused"},
+    {Outcome::Stopped, "stopped"},
+    {Outcome::Rejecting, "rejecting"},
+    {Outcome::Unsupported, "unsupported"},
+    {Outcome::TimedOut, "timed-out"},
+    {Outcome::Failed, "failed"},
+    {Outcome::NotFound, "not-found"},
+}};
+
+/// The outcome's name in OUTCOME_NAMES.
+[[nodiscard]] const char* name_of(Outcome outcome);
+
 /// QueueReport is a queue as the views show it.
 struct QueueReport {
   Reading reading;
@@ -38,6 +58,8 @@ struct QueueReport {
   /// When the values were read, by this computer's clock; it stays the same until they are read again.
   std::optional<std::time_t> read_at = std::nullopt;
   unsigned sightings = 0;  ///< how often the queue was seen in a watch; grows with each new one
+  /// The outcome of the previous command job while the outcome is Asking; nothing before the first one ended.
+  std::optional<Outcome> previous_outcome = std::nullopt;
 };
 
 /// ServerReport is a print server and its queues.

@@ -33,34 +33,6 @@ Json state_of(QueueState state) {
   return nullptr;
 }
 
-const char* name_of(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::Refreshed:
-      return "refreshed";
-    case Outcome::NotAsked:
-      return "not-asked";
-    case Outcome::Asking:
-      return "asking";
-    case Outcome::Busy:
-      return "busy";
-    case Outcome::Paused:
-      return "paused";
-    case Outcome::Stopped:
-      return "stopped";
-    case Outcome::Rejecting:
-      return "rejecting";
-    case Outcome::Unsupported:
-      return "unsupported";
-    case Outcome::TimedOut:
-      return "timed-out";
-    case Outcome::Failed:
-      return "failed";
-    case Outcome::NotFound:
-      return "not-found";
-  }
-  return "failed";
-}
-
 Json number_in(const Limit& limit, Limit::Unit unit) {
   return limit.unit == unit ? Json(limit.number) : Json(nullptr);
 }

@@ -12,9 +12,9 @@ CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript cups-filters binutils stra
 FUZZ_PACKAGES="clang libclang-rt-14-dev"
 BENCH_PACKAGES="libbenchmark-dev valgrind strace gnuplot-nox"
 MUTATION_PACKAGES="python3-clang-14 lld"
-CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind systemd chromium prometheus prometheus-node-exporter
-  nagios4-core nagios-nrpe-server nagios-nrpe-plugin fish zsh system-config-printer python3-cups python3-gi-cairo xvfb
-  xdotool imagemagick dbus fonts-dejavu-core $FUZZ_PACKAGES"
+CHECK_ALL_PACKAGES="clang-format clang-tidy valgrind systemd chromium prometheus prometheus-alertmanager
+  prometheus-node-exporter nagios4-core nagios-nrpe-server nagios-nrpe-plugin fish zsh system-config-printer python3-cups
+  python3-gi-cairo xvfb xdotool imagemagick dbus fonts-dejavu-core $FUZZ_PACKAGES"
 
 # The folder for temporary files of this run, removed at its end. It is not in TMPDIR because a scheduler's socket needs a
 # short path. If root runs the script, the private scheduler's user lp must be able to reach its folder in this one.

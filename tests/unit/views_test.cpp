@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,6 +18,10 @@
 #include "tests/unit/sample_report.h"
 
 namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
 
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;
@@ -221,6 +226,44 @@ TEST_F(Views, TheJsonFitsOnALine) {
 
 TEST_F(Views, TheMetricsAreAsExpected) {
   EXPECT_EQ(prometheus_view(sample_report()), expected("report.prom"));
+}
+
+TEST_F(Views, TheMetricsKeepThePreviousOutcomeOfAQueueThatIsBeingAsked) {
+  auto queue = refreshed(ribbon_reading("hall", 200, 400, "10"));
+  queue.outcome = Outcome::Asking;
+  Report report;
+  report.servers = {{"here", {}, 0, {queue}}};
+  const std::string labels = "{queue=\"hall\",server=\"here\"";
+  EXPECT_THAT(prometheus_view(report), AllOf(HasSubstr("queue_up" + labels + "} 1\n"),
+                                             HasSubstr(labels + ",outcome=\"asking\"} 1\n")));
+  report.servers[0].queues[0].previous_outcome = Outcome::TimedOut;
+  EXPECT_THAT(prometheus_view(report),
+              AllOf(HasSubstr("queue_up" + labels + "} 0\n"), HasSubstr("queue_status" + labels + "} 3\n"),
+                    HasSubstr(labels + ",outcome=\"asking\"} 0\n"),
+                    HasSubstr(labels + ",outcome=\"timed-out\"} 1\n")));
+}
+
+TEST_F(Views, TheMetricsCallARibbonLowByTheSameRuleAsTheOtherViews) {
+  Report report;
+  report.servers = {{"here", {}, 0, {refreshed(ribbon_reading("hall", 43, 400, "10"))}}};
+  const std::string low = "ribbon_low{queue=\"hall\",server=\"here\"} ";
+  EXPECT_THAT(prometheus_view(report), HasSubstr(low + "1\n"));
+  EXPECT_THAT(text_view(report, {}), HasSubstr("LOW"));
+  report.limits.low = {9, Limit::Unit::Percent};
+  EXPECT_THAT(prometheus_view(report), HasSubstr(low + "0\n"));
+  EXPECT_THAT(text_view(report, {}), Not(HasSubstr("LOW")));
+}
+
+TEST_F(Views, TheMetricsTellAPausedQueueAlsoWithoutARefresh) {
+  auto queue = refreshed(ribbon_reading("hall", 200, 400, "10"));
+  queue.outcome = Outcome::NotAsked;
+  queue.reading.state = QueueState::Stopped;
+  Report report;
+  report.servers = {{"here", {}, 0, {queue}}};
+  const std::string paused = "queue_paused{queue=\"hall\",server=\"here\"} ";
+  EXPECT_THAT(prometheus_view(report), HasSubstr(paused + "1\n"));
+  report.servers[0].queues[0].outcome = Outcome::Stopped;
+  EXPECT_THAT(prometheus_view(report), HasSubstr(paused + "0\n"));
 }
 
 TEST_F(Views, ThePageIsAsExpected) {

@@ -654,6 +654,19 @@ TEST(Fleet, OneDeadPrinterDelaysNoOther) {
   EXPECT_LE(one.now(), Moment() + seconds(11));
 }
 
+TEST(Fleet, ADeadPrinterKeepsItsOutcomeWhileItIsAskedAgain) {
+  Simulation one(again());
+  one.scheduler.add("dead").manner = Manner::IsUnreachable;
+  one.run_to(Moment() + seconds(5));
+  EXPECT_EQ(one.outcome("dead"), Outcome::Asking);
+  EXPECT_EQ(one.queue("dead").previous_outcome, std::nullopt);
+  one.run_to(Moment() + seconds(30));
+  EXPECT_EQ(one.outcome("dead"), Outcome::TimedOut);
+  one.run_to(Moment() + seconds(65));
+  EXPECT_EQ(one.outcome("dead"), Outcome::Asking);
+  EXPECT_EQ(one.queue("dead").previous_outcome, Outcome::TimedOut);
+}
+
 TEST(Fleet, TwoHundredDeadPrintersNeverHaveMoreThanThirtyTwoJobs) {
   Simulation one(again());
   for (int i = 0; i < 200; ++i) {
