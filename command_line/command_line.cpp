@@ -28,7 +28,7 @@ std::string invalid_value(const std::string& value, const std::string& expected)
   return "invalid value '" + value + "' (expected " + expected + ")";
 }
 
-/// Appends a text to `out` in lines of at most WIDTH columns, each after the first behind `column` blanks.
+/// Appends a text to `out` in lines of at most WIDTH columns, indented by `column` blanks after the first.
 void wrap(std::string& out, const std::string& text, std::size_t column) {
   std::size_t at = column;
   std::istringstream words(text);
@@ -220,7 +220,7 @@ std::string CommandLine::help() const {
   text += "\nOptions:\n";
   for (const Option& option : options_) {
     std::string line = "  " + usage_of(option);
-    // Two blanks at least before the help.
+    // At least two blanks before the help.
     if (line.size() + 2 > HELP_COLUMN) {
       text += line + "\n";
       line.clear();

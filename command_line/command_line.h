@@ -8,36 +8,36 @@
 #include <string_view>
 #include <vector>
 
-/// OptionValue takes the value of an option from the command line.
+/// OptionValue receives the value of an option.
 struct OptionValue {
-  /// Stores the text. Returns what is wrong with it; empty if nothing is.
+  /// Stores the text. Returns an error message; empty on success.
   std::function<std::string(const std::string&)> store;
-  std::vector<std::string> choices;  ///< all values, for completions; empty: any text
+  std::vector<std::string> choices;  ///< all values, for completions; empty for any text
 };
 
-/// A number in decimal, from first to last.
+/// Returns a value that is a decimal number from first to last.
 OptionValue number_from(std::int64_t first, std::int64_t last, std::function<void(std::int64_t)> store);
-/// One of these words.
+/// Returns a value that is one of these words.
 OptionValue one_of(std::vector<std::string> choices, std::string& target);
-/// A text that `accept` returns true for; `expected` describes it.
+/// Returns a value that is a text for which `accept` returns true; `expected` describes it.
 OptionValue text_that(std::function<bool(const std::string&)> accept, std::string expected);
-/// Any text but an empty one.
+/// Returns a value that is any non-empty text.
 OptionValue text_in(std::string& target);
 
 /// Option describes an option of a program.
 struct Option {
   std::string name;              ///< without the two hyphens
-  std::string placeholder = {};  ///< the name of its value in the help; empty: it takes none
+  std::string placeholder = {};  ///< the name of its value in the help; empty if it has no value
   std::string help = {};
-  OptionValue value = {};  ///< for an option without a value, store gets an empty text
+  OptionValue value = {};  ///< for an option without a value, store receives an empty text
   std::optional<std::string> implied =
-      {};  ///< set: the value is optional, needs "=", and this is stored without it
+      {};  ///< if set, the value is optional and requires "="; this is the default
   bool repeatable = false;
-  std::string needs = {};                  ///< the name of an option that must be given too
-  std::vector<std::string> excludes = {};  ///< the names of options that must not be given too
+  std::string needs = {};                  ///< an option that must also be given
+  std::vector<std::string> excludes = {};  ///< options that must not be given
 };
 
-/// An option without a value, which sets `target`.
+/// Returns the value of an option that has no value and sets `target`.
 OptionValue flag(bool& target);
 
 /// Program describes a program for its help.
@@ -45,14 +45,13 @@ struct Program {
   std::string name;
   std::string version;
   std::string summary;
-  std::string arguments;  ///< what follows the options in the usage line, for example "[FILE]"
-  std::string notes;      ///< stands below the options
-  int usage_error;        ///< the exit status for a wrong command line
+  std::string arguments;  ///< the arguments in the usage line, for example "[FILE]"
+  std::string notes;      ///< text below the options
+  int usage_error;        ///< the exit status of a usage error
   int output_error;       ///< the exit status if standard output cannot be written
 };
 
-/// CommandLine reads the command line of a program. The help and the completions of shells come from the same
-/// options.
+/// CommandLine parses the command line of a program, and generates the help and the completions for shells.
 class CommandLine {
  public:
   /// Adds the options help, version and completion after all others.
@@ -61,22 +60,21 @@ class CommandLine {
   CommandLine(const CommandLine&) = delete;
   CommandLine& operator=(const CommandLine&) = delete;
 
-  /// Reads the command line by the rules of getopt_long(3), whose messages it leaves as they are. Words that
-  /// are no options, and all after "--", are in arguments() then.
+  /// Parses the command line with getopt_long(3), which also prints its own messages. Other words, and all
+  /// words after "--", become arguments().
   ///
-  /// @param most_arguments  how many arguments the program takes.
-  /// @return the exit status if the program has nothing to do: 0 after --help, --version and --completion,
-  /// otherwise
-  ///         that of an error, which is written to standard error; nothing if the command line is good.
+  /// @param most_arguments  the maximum number of arguments.
+  /// @return the exit status if the program should exit: 0 after --help, --version and --completion, or that
+  ///         of an error. Nothing if the command line is valid.
   [[nodiscard]] std::optional<int> read(int argc, char** argv, std::size_t most_arguments = SIZE_MAX);
 
   [[nodiscard]] const std::vector<std::string>& arguments() const { return arguments_; }
   [[nodiscard]] bool is_given(std::string_view option) const;
-  /// Whether any option but this one is given.
+  /// Returns whether any option except this one is given.
   [[nodiscard]] bool is_given_besides(std::string_view option) const;
 
-  /// Writes "PROGRAM: why", unless `why` is empty, and a hint at --help to standard error, and returns the
-  /// exit status for a usage error.
+  /// Writes "PROGRAM: why" (unless `why` is empty) and a hint at --help to standard error. Returns the exit
+  /// status of a usage error.
   [[nodiscard]] int refuse(const std::string& why) const;
 
   [[nodiscard]] std::string help() const;
@@ -95,5 +93,5 @@ class CommandLine {
   std::string shell_;
 };
 
-/// The completion script of a command line for bash, zsh or fish.
+/// Returns the completion script for bash, zsh or fish.
 std::string completion_script(const CommandLine& line, const std::string& shell);

@@ -17,13 +17,13 @@ std::string join(std::initializer_list<std::string_view> parts) {
   return text;
 }
 
-/// Whether the value is a file's name.
+/// Returns whether the value is a file name.
 bool is_file(const Option& option) {
   constexpr std::array<std::string_view, 3> files = {"FILE", "PATH", "TEMPLATE"};
   return std::ranges::find(files, option.placeholder) != files.end();
 }
 
-/// Whether the program's arguments are queues; otherwise they are files.
+/// Returns whether the program's arguments are queues; otherwise, they are files.
 bool takes_queues(const CommandLine& line) {
   return line.program().arguments.find("QUEUE") != std::string::npos;
 }
@@ -36,7 +36,7 @@ std::string words_of(const Option& option) {
   return words;
 }
 
-/// A text for single quotes.
+/// Quotes a text for single quotes.
 std::string quoted(const std::string& text) {
   std::string result;
   for (const char character : text) {
@@ -45,7 +45,7 @@ std::string quoted(const std::string& text) {
   return result;
 }
 
-/// A text for single quotes in which zsh gives these characters no meaning.
+/// Quotes a text for single quotes and escapes characters that are special in zsh.
 std::string escaped(const std::string& text, std::string_view special) {
   std::string result;
   for (const char character : quoted(text)) {

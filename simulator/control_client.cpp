@@ -21,15 +21,15 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// More than all requests that a simulator remembers.
+/// Larger than the longest reply.
 constexpr std::size_t LONGEST_REPLY = 1 << 20;
 
-/// Throws what the system says, where a call that timed out set EAGAIN.
+/// Throws the system's error; a timed-out call sets EAGAIN.
 [[noreturn]] void throw_error() {
   throw_file_error(errno == EAGAIN ? ETIMEDOUT : errno);
 }
 
-/// Makes the calls that follow end at the deadline.
+/// Limits subsequent calls to the deadline.
 ///
 /// @param direction  SO_SNDTIMEO, for connect() too, or SO_RCVTIMEO.
 void set_deadline(const Descriptor& socket, int direction, Clock::time_point deadline) {
@@ -44,7 +44,7 @@ void set_deadline(const Descriptor& socket, int direction, Clock::time_point dea
   }
 }
 
-/// Whether the simulator at the other end was started by this user or by root. Root may use any.
+/// Returns whether the simulator at the other end was started by this user or by root. Root may use any.
 bool is_of_this_user(const Descriptor& socket) {
   ucred peer{};
   socklen_t size = sizeof peer;
@@ -53,14 +53,14 @@ bool is_of_this_user(const Descriptor& socket) {
          (self == 0 || peer.uid == self || peer.uid == 0);
 }
 
-/// The reply with printable ASCII characters only, as a simulator writes it; any program may listen there.
+/// Returns the reply with printable ASCII characters only, because any program may listen on the socket.
 std::string printable(std::string reply) {
   std::ranges::replace_if(
       reply, [](char c) { return c < ' ' || c > '~'; }, '?');
   return reply;
 }
 
-/// @return the reply without its line end. Throws if there is none.
+/// Returns the reply without its line end. Throws if there is no reply.
 std::string ask(const std::string& path, const std::string& line, Clock::time_point deadline) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -123,7 +123,7 @@ bool tell_simulator(const std::string& path, const std::string& line, std::chron
   const bool ok = reply == "ok" || reply.starts_with("ok ");
   fprintf(ok ? stdout : stderr, "%s\n", reply.c_str());
   if (fflush(stdout) != 0) {
-    perror("brenvellis-simulator: the reply could not be written");
+    perror("brenvellis-simulator: cannot write the reply");
     return false;
   }
   return ok;

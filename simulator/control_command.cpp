@@ -29,7 +29,7 @@ std::string show(SimulatedPrinter& printer) {
   const auto& [condition, fault] = printer.settings;
   const Traffic& traffic = printer.traffic;
   std::array<char, 512> text{};
-  // The fault's words are joined by commas, so that blanks separate the fields and nothing else.
+  // The fault's words are joined by commas, because blanks separate the fields.
   snprintf(text.data(), text.size(),
            "ok code=0x%04x total=%u remaining=%u sheet=0x%02x fault=%s connections=%zu open=%zu "
            "status-requests=%zu levels-requests=%zu other-bytes=%zu",
@@ -121,7 +121,7 @@ std::vector<std::optional<std::string>> ControlLineReader::feed(std::string_view
 
 std::optional<std::string> apply_setting(std::span<const std::string_view> words, PrinterSettings& settings) {
   if (words.empty()) {
-    return "there is no command here; 'help' lists the commands";
+    return "empty command ('help' lists the commands)";
   }
   const std::string_view name = words.front();
   if (name == "fault") {
@@ -136,12 +136,12 @@ std::optional<std::string> apply_setting(std::span<const std::string_view> words
   const auto* number = std::ranges::find(NUMBER_SETTINGS, name, &NumberSetting::name);
   if (number == NUMBER_SETTINGS.end()) {
     const bool question = std::ranges::find(QUESTIONS, name, &Question::name) != QUESTIONS.end();
-    return quote(name) + (question ? " takes no arguments and stands alone in its line"
-                                   : " is no command; 'help' lists the commands");
+    return question ? quote(name) + " takes no arguments and must be alone on its line"
+                    : "unknown command " + quote(name) + " ('help' lists the commands)";
   }
   const auto value = words.size() == 2 ? parse_number(words.back(), number->largest) : std::nullopt;
   if (!value) {
-    return quote(name) + " needs one number from 0 to " + std::to_string(number->largest) +
+    return quote(name) + " requires a number from 0 to " + std::to_string(number->largest) +
            ", decimal or hexadecimal with 0x";
   }
   number->set(settings.condition, *value);
@@ -151,10 +151,10 @@ std::optional<std::string> apply_setting(std::span<const std::string_view> words
 std::string execute_control_line(const std::optional<std::string>& line, SimulatedPrinter& printer) {
   if (!line) {
     return "error: the line is longer than " + std::to_string(LONGEST_CONTROL_LINE) +
-           " characters; send shorter lines";
+           " characters (send shorter lines)";
   }
   if (!std::ranges::all_of(*line, is_printable)) {
-    return "error: the line holds a control or non-ASCII character; send plain text";
+    return "error: the line contains a control or non-ASCII character (send plain text)";
   }
   const auto words = split_words(*line);
   if (words.size() == 1) {

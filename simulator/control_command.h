@@ -18,9 +18,8 @@ class ControlLineReader {
  public:
   /// Reads the next bytes of the connection.
   ///
-  /// @return the lines that these bytes complete, without line ends. Nothing takes the place of a line that
-  /// is longer
-  ///         than LONGEST_CONTROL_LINE.
+  /// @return the lines that these bytes complete, without line ends; nothing for a line that is longer than
+  ///         LONGEST_CONTROL_LINE.
   std::vector<std::optional<std::string>> feed(std::string_view chunk);
 
  private:

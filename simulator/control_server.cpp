@@ -21,8 +21,8 @@ namespace {
 using Local = asio::local::stream_protocol;
 using Execute = std::function<std::string(const std::optional<std::string>&)>;
 
-/// ControlSession reads lines and replies to each before the next is carried out, so that replies never pile
-/// up for a client that does not read them. Its pending operation keeps it alive.
+/// ControlSession reads lines and answers each before it executes the next, so that replies do not accumulate
+/// if a client does not read them. Its pending operation keeps it alive.
 class ControlSession : public std::enable_shared_from_this<ControlSession> {
  public:
   ControlSession(Local::socket socket, const Execute& execute)
@@ -76,12 +76,12 @@ std::optional<SocketFile> socket_file(const Place& place) {
   return found ? std::optional(SocketFile{status.st_ino, status.st_uid}) : std::nullopt;
 }
 
-/// The address of a socket file in a folder that is open: nobody can lead elsewhere.
+/// Returns the address of a socket file in an open folder, which other users cannot replace.
 Local::endpoint endpoint_in(const Place& place) {
   return "/proc/self/fd/" + std::to_string(place.folder.number()) + "/" + place.name;
 }
 
-/// Makes the socket file with mode 0600.
+/// Creates the socket file with mode 0600.
 std::error_code bind_for_owner(AcceptLoop<Local>& accept_loop, const Local::endpoint& endpoint) {
   const mode_t before = umask(0177);
   const std::error_code error = accept_loop.bind(endpoint);
@@ -97,7 +97,7 @@ ControlServer::ControlServer(asio::io_context& io, Execute execute)
       }) {}
 
 ControlServer::~ControlServer() {
-  // Another simulator may have taken the path since.
+  // Another simulator may have taken the path in the meantime.
   const auto file = place_ ? socket_file(*place_) : std::nullopt;
   if (file && file_ == file->number) {
     unlinkat(place_->folder.number(), place_->name.c_str(), 0);
@@ -138,7 +138,7 @@ std::optional<std::string> ControlServer::open(const std::string& path) {
 std::string ControlServer::remove_stale(const Local::endpoint& endpoint) {
   const auto file = socket_file(*place_);
   if (!file) {
-    return "a file of another kind has this name; choose another path";
+    return "it exists and is not a socket; choose another path";
   }
   if (file->owner != geteuid()) {
     return "it belongs to another user; choose another path";
@@ -147,10 +147,10 @@ std::string ControlServer::remove_stale(const Local::endpoint& endpoint) {
   Local::socket simulator(io_);
   simulator.connect(endpoint, error);
   if (!error) {
-    return "a running simulator serves it; end that one or choose another path";
+    return "another simulator is using it; stop it or choose another path";
   }
   if (error != asio::error::connection_refused) {
-    return "it exists, and " + error.message() + "; choose another path";
+    return "it cannot be checked: " + error.message() + "; choose another path";
   }
   unlinkat(place_->folder.number(), place_->name.c_str(), 0);
   return {};

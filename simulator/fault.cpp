@@ -12,7 +12,7 @@ namespace {
 constexpr unsigned LARGEST_COUNT = 4096;
 constexpr unsigned LARGEST_PAUSE = 60000;
 
-/// Decodes to status code 0xffff, which no printer has, and to counters of 0xffff.
+/// Decodes to status code 0xffff, which is unused, and to counters of 0xffff.
 constexpr unsigned char GARBAGE = 0xff;
 
 enum class Argument { None, Required, Optional };
@@ -51,7 +51,7 @@ std::optional<RequestKind> parse_request_kind(std::string_view word) {
   return std::nullopt;
 }
 
-/// @param words what stands after the fault's name.
+/// @param words  the words after the fault's name.
 std::optional<Fault> parse_arguments(const FaultForm& form, std::span<const std::string_view> words) {
   Fault fault;
   fault.kind = form.kind;
@@ -92,17 +92,18 @@ std::optional<Fault> parse_fault(std::span<const std::string_view> words, std::s
   const std::string_view name = words.empty() ? "" : words.front();
   const auto* form = std::ranges::find(FAULT_FORMS, name, &FaultForm::name);
   if (form == FAULT_FORMS.end()) {
-    error = "unknown fault '" + std::string(name) + "'; use one of";
+    error = "unknown fault '" + std::string(name) + "' (expected one of";
     for (const FaultForm& known : FAULT_FORMS) {
       error.append(" ").append(known.name);
     }
+    error += ")";
     return std::nullopt;
   }
   const auto fault = parse_arguments(*form, words.subspan(1));
   if (!fault) {
-    error = "wrong arguments of fault '" + std::string(name) + "'; write '" + std::string(form->usage) +
+    error = "invalid arguments of fault '" + std::string(name) + "' (expected '" + std::string(form->usage) +
             "', N from 0 to " + std::to_string(LARGEST_COUNT) + ", MS from 0 to " +
-            std::to_string(LARGEST_PAUSE);
+            std::to_string(LARGEST_PAUSE) + ")";
   }
   return fault;
 }

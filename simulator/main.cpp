@@ -90,8 +90,8 @@ std::string notes() {
   return text +
          "\n"
          "Exit status:\n"
-         "  0  ended by a signal, or the reply to --tell is \"ok\"\n"
-         "  1  cannot listen or make the control socket, or the reply to --tell is an\n"
+         "  0  terminated by a signal, or the reply to --tell is \"ok\"\n"
+         "  1  cannot listen or create the control socket, or the reply to --tell is an\n"
          "     error or missing\n"
          "  2  usage error\n";
 }
@@ -121,25 +121,24 @@ int run(int argc, char** argv) {
   CommandLine line(
       {.name = "brenvellis-simulator",
        .version = BRENVELLIS_VERSION,
-       .summary =
-           "The printer's end of a raw network connection, for tests and demonstrations without a printer.",
+       .summary = "Simulates a Brenvellis network printer for tests and demonstrations.",
        .arguments = "[--tell PATH COMMAND...]",
        .notes = notes(),
        .usage_error = WRONG_USAGE,
        .output_error = FAILED},
       {{.name = "port",
         .placeholder = "N",
-        .help = "TCP port of 127.0.0.1 (default 0: a free one)",
+        .help = "TCP port of 127.0.0.1 (default 0: any free port)",
         .value = number_from(0, 0xffff, [&](auto number) { port = static_cast<std::uint16_t>(number); })},
        {.name = "control",
         .placeholder = "PATH",
-        .help = "Make a Unix socket that takes commands",
+        .help = "Create a Unix socket for commands",
         .value = text_in(control)},
        setting("code", "CODE", "Status code (default 0: no error)", settings),
-       setting("total", "N", "Prints of a new ink ribbon (default 400)", settings),
+       setting("total", "N", "Prints on a new ink ribbon (default 400)", settings),
        setting("remaining", "N", "Prints left on the ribbon (default 400)", settings),
        setting("sheet", "CODE", "Ink sheet type (default 0x02)", settings),
-       setting("fault", "FAULT", "What goes wrong (default none), e.g. silent or \"slow 500\"", settings),
+       setting("fault", "FAULT", "Fault (default none), such as silent or \"slow 500\"", settings),
        {.name = "tell",
         .placeholder = "PATH",
         .help = "Send COMMAND to the simulator with this control socket, print the reply and exit; \"help\" "

@@ -44,16 +44,16 @@ TEST(ControlLine, SettingsShow) {
 }
 
 TEST(ControlLine, ABadLineIsAnsweredAndChangesNothing) {
-  const std::string no_command = "error: there is no command here; 'help' lists the commands";
-  const std::string no_16_bits = " needs one number from 0 to 65535, decimal or hexadecimal with 0x";
+  const std::string no_command = "error: empty command ('help' lists the commands)";
+  const std::string no_16_bits = " requires a number from 0 to 65535, decimal or hexadecimal with 0x";
   const std::pair<std::string, std::string> cases[] = {
       {"", no_command},
       {"   ", no_command},
       {";", no_command},
       {"code 1;", no_command},
       {"; code 1", no_command},
-      {"colour 1", "error: 'colour' is no command; 'help' lists the commands"},
-      {"CODE 1", "error: 'CODE' is no command; 'help' lists the commands"},
+      {"colour 1", "error: unknown command 'colour' ('help' lists the commands)"},
+      {"CODE 1", "error: unknown command 'CODE' ('help' lists the commands)"},
       {"code", "error: 'code'" + no_16_bits},
       {"code 1 2", "error: 'code'" + no_16_bits},
       {"code 65536", "error: 'code'" + no_16_bits},
@@ -64,23 +64,24 @@ TEST(ControlLine, ABadLineIsAnsweredAndChangesNothing) {
       {"code 2660h", "error: 'code'" + no_16_bits},
       {"total 400.5", "error: 'total'" + no_16_bits},
       {"remaining 18446744073709551616", "error: 'remaining'" + no_16_bits},
-      {"sheet 256", "error: 'sheet' needs one number from 0 to 255, decimal or hexadecimal with 0x"},
-      {"code 7; sheet 256", "error: 'sheet' needs one number from 0 to 255, decimal or hexadecimal with 0x"},
-      {"show me", "error: 'show' takes no arguments and stands alone in its line"},
-      {"code 1; show", "error: 'show' takes no arguments and stands alone in its line"},
-      {"forget; forget", "error: 'forget' takes no arguments and stands alone in its line"},
+      {"sheet 256", "error: 'sheet' requires a number from 0 to 255, decimal or hexadecimal with 0x"},
+      {"code 7; sheet 256", "error: 'sheet' requires a number from 0 to 255, decimal or hexadecimal with 0x"},
+      {"show me", "error: 'show' takes no arguments and must be alone on its line"},
+      {"code 1; show", "error: 'show' takes no arguments and must be alone on its line"},
+      {"forget; forget", "error: 'forget' takes no arguments and must be alone on its line"},
       {"fault",
-       "error: unknown fault ''; use one of none silent short drip split long garbage slow close "
-       "refuse"},
+       "error: unknown fault '' (expected one of none silent short drip split long garbage slow close "
+       "refuse)"},
       {"fault slow",
-       "error: wrong arguments of fault 'slow'; write 'slow MS [status|levels]', N from 0 to "
-       "4096, MS from 0 to 60000"},
-      {"code 1\r", "error: the line holds a control or non-ASCII character; send plain text"},
-      {"code\t1", "error: the line holds a control or non-ASCII character; send plain text"},
-      {std::string("code 1\0", 7), "error: the line holds a control or non-ASCII character; send plain text"},
+       "error: invalid arguments of fault 'slow' (expected 'slow MS [status|levels]', N from 0 to "
+       "4096, MS from 0 to 60000)"},
+      {"code 1\r", "error: the line contains a control or non-ASCII character (send plain text)"},
+      {"code\t1", "error: the line contains a control or non-ASCII character (send plain text)"},
+      {std::string("code 1\0", 7),
+       "error: the line contains a control or non-ASCII character (send plain text)"},
       {"c\xc3\xb6"
        "de 1",
-       "error: the line holds a control or non-ASCII character; send plain text"},
+       "error: the line contains a control or non-ASCII character (send plain text)"},
   };
   for (const auto& [line, reply] : cases) {
     SimulatedPrinter printer;
@@ -92,7 +93,7 @@ TEST(ControlLine, ABadLineIsAnsweredAndChangesNothing) {
 TEST(ControlLine, AnOverLongLineIsAnError) {
   SimulatedPrinter printer;
   EXPECT_EQ(execute_control_line(std::nullopt, printer),
-            "error: the line is longer than 1024 characters; send shorter lines");
+            "error: the line is longer than 1024 characters (send shorter lines)");
 }
 
 TEST(ControlLine, RequestsAreShownInHexadecimalOldestFirst) {

@@ -19,7 +19,7 @@ TEST(Control, EveryCommandIsAnsweredInOneConnection) {
       {"show",
        "ok code=0x2660 total=300 remaining=12 sheet=0x04 fault=slow,500,levels connections=1 open=1 "
        "status-requests=1 levels-requests=1 other-bytes=0"},
-      {"code 70000", "error: 'code' needs one number from 0 to 65535, decimal or hexadecimal with 0x"},
+      {"code 70000", "error: 'code' requires a number from 0 to 65535, decimal or hexadecimal with 0x"},
       {"requests",
        "ok 1b47443000000116 1b474430000003"
        "1e162a"},
@@ -83,7 +83,7 @@ TEST(Control, AnOverLongLineIsAnErrorAndTheNextLineCounts) {
   const SimulatorProcess simulator;
   const Connection client = Connection::to_path(simulator.control());
   client.send(std::string(100000, 'x') + "\ncode 1\n");
-  EXPECT_EQ(client.receive_line(), "error: the line is longer than 1024 characters; send shorter lines");
+  EXPECT_EQ(client.receive_line(), "error: the line is longer than 1024 characters (send shorter lines)");
   EXPECT_EQ(client.receive_line(), "ok");
 }
 
@@ -93,7 +93,7 @@ TEST(Control, ControlBytesAreAnErrorAndTheNextLineCounts) {
   client.send(std::string("code\0 1\n\x1b[0m\n\xff\n", 15));
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(client.receive_line(),
-              "error: the line holds a control or non-ASCII character; send plain text");
+              "error: the line contains a control or non-ASCII character (send plain text)");
   }
   client.send("code 1\n");
   EXPECT_EQ(client.receive_line(), "ok");
@@ -129,7 +129,7 @@ TEST(Tell, PrintsAnErrorToStandardErrorAndFails) {
   const ProgramResult outcome = run_simulator({"--tell", simulator.control(), "nonsense"});
   EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(outcome.errors, "error: 'nonsense' is no command; 'help' lists the commands\n");
+  EXPECT_EQ(outcome.errors, "error: unknown command 'nonsense' ('help' lists the commands)\n");
 }
 
 TEST(Tell, PrintsAllRequests) {

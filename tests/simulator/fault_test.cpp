@@ -73,14 +73,14 @@ TEST(Fault, AnUnknownNameIsAnsweredWithTheNames) {
     std::string error;
     EXPECT_FALSE(parse(text, &error)) << text;
     EXPECT_EQ(error, "unknown fault '" + std::string(text) +
-                         "'; use one of none silent short drip split long garbage slow close refuse");
+                         "' (expected one of none silent short drip split long garbage slow close refuse)");
   }
 }
 
 TEST(Fault, AnEmptyFaultIsAnError) {
   std::string error;
   EXPECT_FALSE(parse("", &error));
-  EXPECT_THAT(error, HasSubstr("use one of none silent"));
+  EXPECT_THAT(error, HasSubstr("(expected one of none silent"));
 }
 
 TEST(Fault, WrongArgumentsAreAnsweredWithTheRightForm) {

@@ -70,7 +70,7 @@ TEST(Program, ASocketFileThatALiveSimulatorServesIsLeftAlone) {
   EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + simulator.control() +
-                                "': a running simulator serves it; end that one or choose another path\n");
+                                "': another simulator is using it; stop it or choose another path\n");
   EXPECT_THAT(simulator.reply_to("show"), StartsWith("ok "));
 }
 
@@ -109,7 +109,7 @@ TEST(Program, AFileThatIsNotASocketIsLeftAlone) {
   const ProgramResult outcome = run_simulator({"--control", path});
   EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.errors, "brenvellis-simulator: control socket '" + path +
-                                "': a file of another kind has this name; choose another path\n");
+                                "': it exists and is not a socket; choose another path\n");
   std::string content;
   std::ifstream(path) >> content;
   EXPECT_EQ(content, "precious");
@@ -151,7 +151,7 @@ TEST(Program, AnotherUsersLinkOnTheWayToTheControlSocketIsNotFollowed) {
 }
 
 TEST(Program, AUsageErrorExitsWithStatus2) {
-  const std::string no_16_bits = " needs one number from 0 to 65535, decimal or hexadecimal with 0x";
+  const std::string no_16_bits = " requires a number from 0 to 65535, decimal or hexadecimal with 0x";
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"extra"}, "unexpected argument 'extra'"},
       {{"--colour", "1"}, "unrecognized option '--colour'"},
@@ -164,13 +164,15 @@ TEST(Program, AUsageErrorExitsWithStatus2) {
       {{"--code", "1; total 2"}, "--code: 'code'" + no_16_bits},
       {{"--total", "many"}, "--total: 'total'" + no_16_bits},
       {{"--remaining", "1e3"}, "--remaining: 'remaining'" + no_16_bits},
-      {{"--sheet", "256"}, "--sheet: 'sheet' needs one number from 0 to 255, decimal or hexadecimal with 0x"},
+      {{"--sheet", "256"},
+       "--sheet: 'sheet' requires a number from 0 to 255, decimal or hexadecimal with 0x"},
       {{"--fault", "noise"},
-       "--fault: unknown fault 'noise'; use one of none silent short drip split long garbage slow close "
-       "refuse"},
+       "--fault: unknown fault 'noise' (expected one of none silent short drip split long garbage slow close "
+       "refuse)"},
       {{"--fault", "slow"},
-       "--fault: wrong arguments of fault 'slow'; write 'slow MS [status|levels]', N from 0 to 4096, MS from "
-       "0 to 60000"},
+       "--fault: invalid arguments of fault 'slow' (expected 'slow MS [status|levels]', N from 0 to 4096, MS "
+       "from "
+       "0 to 60000)"},
       {{"--control", ""}, "--control: invalid value '' (expected a name)"},
       {{"--tell", "path"}, "--tell: no command (try \"help\")"},
       {{"--tell", "path", "show", "--port", "1"},
