@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The command lines of the programs: options, help, usage errors and completions.
 #pragma once
 
 #include <cstdint>

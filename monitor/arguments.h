@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The command line of brenvellis-monitor.
 #pragma once
 
 #include <cups/cups.h>

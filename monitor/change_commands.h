@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The commands of --on-change.
 #pragma once
 
 #include <sys/types.h>

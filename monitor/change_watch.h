@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The changes that --on-change reports.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The conditions whose changes are reported.
 #pragma once
 
 #include <cstdint>

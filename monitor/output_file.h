@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The atomic replacement of output files.
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The IPP client of a print server.
 #pragma once
 
 #include <cups/cups.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The rules for one queue: when to query its printer, and what to report.
 #pragma once
 
 #include <chrono>

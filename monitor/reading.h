@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The values of a queue in a scheduler's answer.
 #pragma once
 
 #include <cups/ipp.h>

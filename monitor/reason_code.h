@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The errors in printer-state-reasons keywords.
 #pragma once
 
 #include <optional>

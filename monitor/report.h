@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The report that all views show.
 #pragma once
 
 #include <array>

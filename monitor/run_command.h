@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The child process that runs the user's command.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The interface to a print server: requests and answers.
 #pragma once
 
 #include <cups/ipp.h>

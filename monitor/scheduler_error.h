@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The texts of errors of a print server.
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The messages between this program and its child processes.
 #pragma once
 
 #include <cstddef>

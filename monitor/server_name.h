@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The names of print servers on the command line.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The print server behind a child process.
 #pragma once
 
 #include <sys/types.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The child process that queries a print server.
 #pragma once
 
 #include <optional>

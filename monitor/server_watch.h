@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The rules for one print server: its next request, for all queues.
 #pragma once
 
 #include <map>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The counting of independent observations.
 #pragma once
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The start of child processes of this program.
 #pragma once
 
 #include <sys/types.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The loop that queries all print servers and shows reports.
 #pragma once
 
 #include <functional>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A listening socket that can refuse connections for a while.
 #pragma once
 
 #include <asio.hpp>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The words and numbers of control commands.
 #pragma once
 
 #include <optional>

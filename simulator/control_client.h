@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The client of the control socket, for the option --tell.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The commands of the control socket.
 #pragma once
 
 #include <cstddef>

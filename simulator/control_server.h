@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The control socket of a running simulator.
 #pragma once
 
 #include <sys/types.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The faults of the simulated printer.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The values that the simulated printer reports, and its replies.
 #pragma once
 
 #include <cstdint>

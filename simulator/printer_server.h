@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The network side of the simulated printer.
 #pragma once
 
 #include <asio.hpp>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The recognition of request packets in a stream.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The state of the simulated printer.
 #pragma once
 
 #include <cstddef>
