@@ -115,7 +115,8 @@ TEST(Fault, WrongArgumentsAreAnsweredWithTheRightForm) {
   for (const auto& [text, usage] : cases) {
     std::string error;
     EXPECT_FALSE(parse(text, &error)) << text;
-    EXPECT_THAT(error, HasSubstr("; write " + std::string(usage) + ", N from 0 to 4096, MS from 0 to 60000"));
+    EXPECT_THAT(error,
+                HasSubstr("(expected " + std::string(usage) + ", N from 0 to 4096, MS from 0 to 60000)"));
   }
 }
 
