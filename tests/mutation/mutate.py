@@ -47,7 +47,7 @@ TESTS = {
 UNIT_TESTS = ("unit/unit_filter", "unit/unit_exchange", "unit/unit_state_cleanup", "unit/unit_raster",
               "unit/unit_monitor", "simulator/simulator_unit_test")
 # Seconds. Unit tests up to FAST run together, in one process per program. Tests above SLOWEST are left out.
-FAST, SLOWEST = 1.5, 30
+FAST, SLOWEST = 4, 30
 # Seconds that the other tests of one change may take, measured without a change.
 SLOW_BUDGET = 60
 BUILD_LIMIT = 600
@@ -175,10 +175,10 @@ class Change:
 class Switched:
     """The build that contains all changes, each made at run time, and its tests."""
 
-    def __init__(self, folders, jobs):
+    def __init__(self, folders, jobs, unit):
         self.tree = Tree("switched", ["-DCMAKE_BUILD_TYPE=Debug", "-DBRENVELLIS_STATIC_RUNTIME=OFF",
                                       f"-DCMAKE_CXX_FLAGS=-w -O0 -include {TREE}/tests/mutation/switches.h"])
-        self.folders, self.jobs = folders, jobs
+        self.folders, self.jobs, self.unit = folders, jobs, unit
         self.tests = []
         self.invalid = set()
 
@@ -240,7 +240,7 @@ class Switched:
         switched = {number for _, sites in files.values() for site in sites for number in site.changes}
         for change in changes:
             change.switched = change.number in switched
-        tests = sorted({test for folder in self.folders for test in TESTS[folder]})
+        tests = sorted({test for folder in self.folders for test in TESTS[folder] if test in UNIT_TESTS or not self.unit})
         good, log = self.tree.ninja([os.path.basename(test) for test in tests], self.jobs)
         if not good:
             sys.exit("the tests do not build with switches:\n" + log[-5000:])
@@ -484,6 +484,7 @@ def main():
     parser.add_argument("--sample", type=int)
     parser.add_argument("--seed", default="1")
     parser.add_argument("--workers", type=int, default=3)
+    parser.add_argument("--unit", action="store_true")
     parser.add_argument("--again", action="store_true")
     parser.add_argument("--fresh", action="store_true")
     parser.add_argument("--list", action="store_true")
@@ -527,7 +528,7 @@ def main():
             ["git", "ls-files", "-co", "--exclude-standard"], cwd=TREE, capture_output=True, text=True,
             check=True).stdout.splitlines() if os.path.isfile(os.path.join(TREE, path))}
         folders = sorted({change.folder for change in everything})
-        switched = Switched(folders, options.workers)
+        switched = Switched(folders, options.workers, options.unit)
         switched.prepare(sources, switchable)
         alone = Alone(switched)
         lock = threading.Lock()
@@ -551,6 +552,8 @@ def main():
                     if not waiting:
                         return
                     change = waiting.pop(0)
+                if options.unit and not any(numbers[change.change.path] & test.reached for test in switched.tests):
+                    continue
                 verdict = switched.verdict(change)
                 if verdict:
                     note(change, verdict)

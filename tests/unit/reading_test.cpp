@@ -172,6 +172,7 @@ TEST(Reading, AClockThatWasPutBackGivesAgeZero) {
   const auto reading =
       Answer().number("marker-change-time", {2000}).number("printer-up-time", {1000}).queue();
   EXPECT_EQ(reading.age_seconds, 0);
+  EXPECT_EQ(Answer().number("marker-change-time", {1}).number("printer-up-time", {1}).queue().age_seconds, 0);
 }
 
 TEST(Reading, AStateIsAsOldAsTheSchedulersClockSays) {

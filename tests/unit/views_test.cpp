@@ -359,6 +359,10 @@ TEST_F(Views, AHostileTextOpensNoTagInThePage) {
   }
 }
 
+TEST_F(Views, ThePageEscapesTheCharactersOfMarkup) {
+  EXPECT_NE(html_view(hostile_report("a&<>\"'b")).find("a&amp;&lt;&gt;&quot;&#39;b"), std::string::npos);
+}
+
 TEST_F(Views, AnAgeIsToldInTheUnitThatFits) {
   const struct {
     int seconds;

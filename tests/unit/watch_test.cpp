@@ -470,7 +470,43 @@ TEST(Intervals, ValuesYoungerThanTheMaximumAreNotAskedFor) {
   Simulation one(rules);
   one.scheduler.add("booth").remaining = 5;
   one.run(std::chrono::minutes(20));
-  EXPECT_THAT(one.intervals(), Each(AllOf(Ge(300), Le(303))));
+  // Ages are whole seconds: values that are 300 seconds old are not older than 300 seconds.
+  EXPECT_THAT(one.intervals(), Each(AllOf(Ge(301), Le(303))));
+}
+
+TEST(Intervals, AreShortAfterTheFirstFailure) {
+  Simulation one(again());
+  one.scheduler.add("booth");
+  one.at(seconds(500), [&] { one.scheduler.printers["booth"].manner = Manner::NeverEnds; });
+  one.run(seconds(1100));
+  EXPECT_THAT(one.intervals(), ElementsAre(60, 120, 240, 480, 60, 120));
+}
+
+TEST(Intervals, AreNeverBelowTheShortest) {
+  auto rules = again();
+  rules.shortest = seconds(100);
+  rules.longest = seconds(50);
+  Simulation one(rules);
+  one.scheduler.add("booth");
+  one.run(seconds(550));
+  EXPECT_THAT(one.intervals(), ElementsAre(100, 100, 100, 100, 100));
+}
+
+TEST(Intervals, AQueueThatResumesWithYoungValuesIsNotAsked) {
+  auto rules = again();
+  rules.max_age = seconds(600);
+  Simulation one(rules);
+  one.scheduler.add("booth");
+  auto& reading = one.scheduler.readings["booth"];
+  reading = ribbon_reading("booth", 200, 400, "");
+  reading.reported_at = 1000;
+  reading.state = QueueState::Stopped;
+  reading.state_message = "Paused";
+  one.run(seconds(10));
+  EXPECT_EQ(one.outcome(), Outcome::Paused);
+  reading.state = QueueState::Idle;
+  one.run(seconds(61));
+  EXPECT_EQ(one.outcome(), Outcome::NotAsked);
 }
 
 TEST(Doubt, AFailedExchangeIsFollowedByTwoLines) {
@@ -520,6 +556,29 @@ TEST(Doubt, ANewRibbonIsToldAfterASecondLook) {
   one.run(seconds(32));
   EXPECT_EQ(one.queue("booth").reading.prints_remaining, 400);
   EXPECT_THAT(one.intervals(), ElementsAre(60, 0));
+}
+
+TEST(Doubt, APrinterThatFallsSilentIsNoSurprise) {
+  Simulation one(again());
+  auto& printer = one.scheduler.add("booth");
+  one.run(seconds(30));
+  printer.manner = Manner::IsSilent;
+  one.run(seconds(32));
+  EXPECT_EQ(one.queue("booth").reading.prints_remaining, std::nullopt);
+  EXPECT_THAT(one.intervals(), ElementsAre(60));
+}
+
+TEST(Doubt, ARibbonThatIsSuddenlyEmptyIsConfirmed) {
+  for (const int remaining : {0, 1}) {
+    Simulation one(again());
+    auto& printer = one.scheduler.add("booth");
+    printer.remaining = 5;
+    one.run(seconds(30));
+    printer.remaining = remaining;
+    one.run(seconds(32));
+    EXPECT_EQ(one.queue("booth").reading.prints_remaining, remaining);
+    EXPECT_EQ(one.intervals(), remaining == 0 ? std::vector({60, 0}) : std::vector({60}));
+  }
 }
 
 TEST(Doubt, PrintsThatWereUsedAreNoSurprise) {
@@ -628,12 +687,12 @@ TEST(Stuck, ASheetIsAMove) {
 TEST(Stuck, PrintsAreCountedAndTimed) {
   Simulation one(again());
   one.scheduler.add("booth");
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < 4; ++i) {
     one.scheduler.print("booth", HOUR);
   }
   one.scheduler.end(one.scheduler.print("booth"), IPP_JSTATE_HELD);
   one.run(seconds(42));
-  EXPECT_EQ(one.queue("booth").prints_waiting, 2);
+  EXPECT_EQ(one.queue("booth").prints_waiting, 3);
   EXPECT_NEAR(one.queue("booth").job_seconds.value_or(0), 42, 1);
   EXPECT_EQ(one.queue("booth").reading.state, QueueState::Processing);
 }
@@ -833,6 +892,50 @@ TEST(Servers, AnIdleOneIsLookedAtOnceInAnInterval) {
   EXPECT_LE(one.scheduler.looks, 60 + 7 * 12);
 }
 
+TEST(Servers, AQueueThatAppearsAfterTheEndIsNotAsked) {
+  Simulation one(again());
+  one.scheduler.add("booth").manner = Manner::NeverEnds;
+  one.run(seconds(1));
+  one.watch.wind_up();
+  one.scheduler.add("new");
+  one.run(seconds(600));
+  EXPECT_THAT(one.scheduler.sends["new"], IsEmpty());
+}
+
+TEST(Servers, OneThatIsAwayAtTheEndGaveNoAnswer) {
+  WatchRules rules;
+  rules.timeout = seconds(3);
+  Simulation one(rules);
+  one.scheduler.add("booth").takes = seconds(20);
+  one.at(seconds(2), [&] { one.scheduler.error = {SchedulerError::Kind::Unreachable, "gone"}; });
+  one.run();
+  EXPECT_EQ(one.watch.report(one.now(), TimeOfDay()).error, "no answer");
+  EXPECT_EQ(one.queue("booth").detail, "the print server went away: no answer");
+}
+
+TEST(Servers, AQueueIsBeingAskedWhileItsJobIsSent) {
+  Simulation one(again());
+  one.scheduler.add("booth");
+  one.run(seconds(30));
+  EXPECT_EQ(one.outcome(), Outcome::Refreshed);
+  for (int i = 0; i < 100; ++i) {
+    const auto plan = one.watch.next(one.now());
+    if (!plan.request) {
+      one.scheduler.pass_to(plan.at);
+      continue;
+    }
+    if (const auto* send = std::get_if<SendRequest>(&*plan.request)) {
+      EXPECT_EQ(one.outcome(), Outcome::Asking);
+      EXPECT_EQ(one.queue("booth").seconds, std::nullopt);
+      // The scheduler must not end the job before the watch does.
+      EXPECT_GT(send->lifetime_seconds, again().timeout.count());
+      return;
+    }
+    one.watch.take(one.scheduler.answer(*plan.request), one.now());
+  }
+  FAIL() << "no job was sent";
+}
+
 TEST(Servers, NothingIsSentAfterTheEnd) {
   Simulation one(again());
   one.scheduler.add("booth").manner = Manner::NeverEnds;
@@ -843,6 +946,92 @@ TEST(Servers, NothingIsSentAfterTheEnd) {
   EXPECT_FALSE(one.watch.has_jobs());
   EXPECT_EQ(one.scheduler.own_jobs(), 0U);
   EXPECT_THAT(one.scheduler.sends["booth"], SizeIs(1));
+}
+
+/// A queue, watched without a server.
+struct OneQueue {
+  explicit OneQueue(const WatchRules& rules = again()) : watch("booth", rules, Moment()) {
+    reading = ribbon_reading("booth", 200, 400, "");
+    reading.reports_levels = true;
+    reading.accepting = true;
+    reading.answered = true;
+    reading.reported_at = 500;
+    reading.age_seconds = 60;
+    job.queue = "booth";
+    job.is_command = true;
+    job.is_own = true;
+    job.state = IPP_JSTATE_PROCESSING;
+    watch.see({}, reading, Moment());
+  }
+
+  void send(Moment now) {
+    ++job.number;
+    watch.sending(now);
+    watch.sent(job.number, now);
+  }
+
+  QueueWatch watch;
+  Reading reading;
+  Job job;
+};
+
+TEST(Queue, EachCommandJobIsHopelessInItsOwnTime) {
+  OneQueue one;
+  one.reading.state_message = "The printer is not responding.";
+  for (const auto begin : {Moment(), Moment() + seconds(100)}) {
+    one.send(begin);
+    one.watch.see({one.job}, one.reading, begin);
+    EXPECT_FALSE(one.watch.is_hopeless(begin + milliseconds(1999)));
+    EXPECT_TRUE(one.watch.is_hopeless(begin + seconds(2)));
+    one.watch.purged(begin + seconds(3));
+  }
+}
+
+TEST(Queue, EachCommandJobHasItsOwnWords) {
+  OneQueue one;
+  one.send(Moment());
+  one.reading.state_message = "The printer is not responding.";
+  one.watch.see({one.job}, one.reading, Moment() + seconds(1));
+  one.watch.purged(Moment() + seconds(10));
+  EXPECT_EQ(one.watch.report(Moment() + seconds(10), TimeOfDay()).detail, "The printer is not responding.");
+  one.send(Moment() + seconds(100));
+  one.watch.purged(Moment() + seconds(110));
+  EXPECT_EQ(one.watch.report(Moment() + seconds(110), TimeOfDay()).detail, "");
+}
+
+TEST(Queue, ValuesAreKeptUntilTheJobHasEnded) {
+  OneQueue one;
+  const auto before = one.reading;
+  one.send(Moment());
+  one.reading.prints_remaining.reset();
+  one.reading.ribbon_words = "none";
+  one.reading.answered = false;
+  one.reading.reported_at = 560;
+  one.reading.age_seconds = 0;
+  one.watch.see({one.job}, one.reading, Moment());
+  const auto shown = one.watch.report(Moment(), TimeOfDay()).reading;
+  EXPECT_EQ(shown.prints_remaining, before.prints_remaining);
+  EXPECT_EQ(shown.ribbon_words, before.ribbon_words);
+  EXPECT_EQ(shown.answered, before.answered);
+  EXPECT_EQ(shown.reported_at, before.reported_at);
+  EXPECT_EQ(shown.age_seconds, before.age_seconds);
+}
+
+TEST(Queue, AMissingQueueIsDoneAndNotDue) {
+  OneQueue one;
+  EXPECT_TRUE(one.watch.due());
+  one.watch.miss();
+  EXPECT_FALSE(one.watch.due());
+  EXPECT_TRUE(one.watch.is_done());
+}
+
+TEST(Queue, ALostServerLeavesNoJob) {
+  OneQueue one;
+  one.send(Moment());
+  one.watch.lose("gone");
+  EXPECT_EQ(one.watch.job(), 0);
+  EXPECT_TRUE(one.watch.is_done());
+  EXPECT_FALSE(one.watch.report(Moment(), TimeOfDay()).stuck);
 }
 
 TEST(Unreachable, IsWhatBackendsSayWhileTheyTry) {
