@@ -52,7 +52,7 @@ std::string queue_uri(const std::string& queue) {
   return uri.data();
 }
 
-/// The path of the same URI, to which a job is sent.
+/// Returns the path of the queue's URI, to which jobs are sent.
 std::string queue_resource(const std::string& queue) {
   return queue_uri(queue).substr(std::string_view("ipp://localhost").size());
 }
@@ -172,8 +172,8 @@ int connect_once(int family, const sockaddr* address, socklen_t length) {
   return error;
 }
 
-/// Why no connection comes about, as errno; 0 if one does. The CUPS library calls every reason a host that is
-/// down.
+/// Returns why the connection fails, as errno; 0 if it succeeds. The CUPS library reports all failures as a
+/// host that is down.
 int connection_error(const ServerName& server) {
   if (server.host.starts_with('/')) {
     sockaddr_un address{};
@@ -198,7 +198,7 @@ int connection_error(const ServerName& server) {
   return error;
 }
 
-/// What a refusal is, by its IPP status.
+/// Returns the kind of a refusal from its IPP status.
 Kind kind_of(ipp_status_t status, ipp_op_t operation) {
   switch (status) {
     case IPP_STATUS_ERROR_FORBIDDEN:
@@ -218,7 +218,7 @@ Kind kind_of(ipp_status_t status, ipp_op_t operation) {
     case IPP_STATUS_ERROR_SERVICE_UNAVAILABLE:
       return Kind::Busy;
     case IPP_STATUS_ERROR_NOT_POSSIBLE:
-      // This is how CUPS says that a limit on jobs is reached.
+      // CUPS reports this if a limit on jobs is reached.
       return operation == IPP_OP_PRINT_JOB ? Kind::Busy : Kind::Refused;
     default:
       return Kind::Refused;
@@ -289,7 +289,7 @@ SchedulerError error_of(Kind kind, const char* text) {
 QueueClient::QueueClient(ServerName server, http_encryption_t encryption,
                          std::chrono::milliseconds connect_limit)
     : server_(std::move(server)), encryption_(encryption), connect_limit_(connect_limit) {
-  // There may be no user: a prompt for a password would block.
+  // Do not prompt for a password, because there may be no user.
   cupsSetPasswordCB2(
       [](const char*, http_t*, const char*, const char*, void*) -> const char* { return nullptr; }, nullptr);
 }
@@ -299,7 +299,7 @@ SchedulerAnswer QueueClient::ask(const SchedulerRequest& request) {
 }
 
 bool QueueClient::connect() {
-  // A connection that the server has closed meanwhile, or on which it sent what nobody asked for.
+  // The server has closed the connection, or sent unrequested data.
   pollfd idle{connection_ ? httpGetFd(connection_.get()) : -1, POLLIN, 0};
   if (poll(&idle, 1, 0) != 0) {
     connection_.reset();
@@ -307,7 +307,7 @@ bool QueueClient::connect() {
   if (connection_) {
     return true;
   }
-  // First without TLS if that is an upgrade, to tell "no connection" and "no TLS" apart.
+  // Connect without TLS first if TLS is an upgrade, to distinguish "no connection" from "no TLS".
   const bool upgrades = encryption_ == HTTP_ENCRYPTION_REQUIRED;
   connection_.reset(httpConnect2(server_.host.c_str(), server_.port, nullptr, AF_UNSPEC,
                                  upgrades ? HTTP_ENCRYPTION_IF_REQUESTED : encryption_, 1,
@@ -486,7 +486,7 @@ SchedulerAnswer QueueClient::ask_for(const PurgeRequest& request) {
   return Purged{};
 }
 
-/// Cancels the job. True if it is gone, too.
+/// Cancels the job. Also returns true if the job no longer exists.
 bool QueueClient::cancel(const PurgeRequest& request, bool purge) {
   const auto cancel = new_request(IPP_OP_CANCEL_JOB, queue_uri(request.queue));
   ippAddInteger(cancel.get(), IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", request.job);

@@ -13,8 +13,8 @@
 #include "monitor/scheduler.h"
 #include "monitor/server_name.h"
 
-/// QueueClient is one connection to one scheduler, made when it is first needed and kept. Its calls wait as
-/// long as the server lets them: it belongs into a process that somebody else ends in time.
+/// QueueClient is a connection to a scheduler, which is opened on first use and kept. Its calls have no time
+/// limit, so it must run in a process that another process can kill.
 class QueueClient {
  public:
   struct DeleteMessage {

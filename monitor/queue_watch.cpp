@@ -174,8 +174,8 @@ void QueueWatch::note_sighting(Moment now) {
   was_hindered_ = why && !is_printing;
 }
 
-/// Takes a reading that a command job of somebody else's may have brought. If the printer may still have owed
-/// an answer to a job of this program, it may as well be that one.
+/// Processes a reading that may come from another program's command job. It may also be the late reply to a
+/// job of this program.
 void QueueWatch::take_report_of_others(Moment now) {
   if (doubtful_) {
     confirming_ = true;

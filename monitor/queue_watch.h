@@ -14,13 +14,13 @@
 #include "monitor/scheduler_error.h"
 #include "monitor/sightings.h"
 
-/// A point in time. The watches have no clock: their callers say what time it is.
+/// A point in time. The watches have no clock; their callers pass the time.
 using Moment = std::chrono::steady_clock::time_point;
 
 /// The time of day, which may be set while the monitor runs.
 using TimeOfDay = std::chrono::system_clock::time_point;
 
-/// WatchRules says when queues are asked, and from when on something is trouble.
+/// WatchRules holds the rules for querying printers and for reporting problems.
 struct WatchRules {
   bool ask = true;     ///< false: only read
   bool again = false;  ///< false: until every queue was asked once
@@ -34,11 +34,11 @@ struct WatchRules {
   std::optional<std::chrono::seconds> max_age;
 };
 
-/// Whether the queue's reasons or its message say that its backend does not reach the printer.
+/// Returns whether the queue's reasons or message show that its backend cannot reach the printer.
 [[nodiscard]] bool is_unreachable(const Reading& reading);
 
-/// QueueWatch is the life of one queue: it is given what was seen of the queue, and says what is to be done
-/// and reported.
+/// QueueWatch is the state machine of a queue. It receives readings of the queue, and decides what to do and
+/// report.
 class QueueWatch {
  public:
   QueueWatch(const std::string& queue, const WatchRules& rules, Moment now);
@@ -52,18 +52,18 @@ class QueueWatch {
   /// Takes the queue's jobs that a look showed, without and with the queue's reading.
   void see(const std::vector<Job>& jobs, Moment now);
   void see(const std::vector<Job>& jobs, const Reading& reading, Moment now);
-  /// Takes that the scheduler has no such queue.
+  /// Handles that the scheduler has no such queue.
   void miss();
-  /// Takes that the scheduler did not answer for a while: it may have forgotten jobs.
+  /// Handles that the scheduler did not answer for a while and may have forgotten jobs.
   void note_absence() { was_away_ = true; }
 
-  /// From when on the queue wants to be asked; nothing if it does not.
+  /// Returns when the printer should be queried; nothing if it should not.
   [[nodiscard]] std::optional<Moment> due() const;
-  /// Whether its last command job came to nothing.
+  /// Returns whether the last command job failed.
   [[nodiscard]] bool is_dead() const { return failures_ > 0; }
-  /// Whether its printer answered when it was last asked, by whomever.
+  /// Returns whether the printer answered the last query of any program.
   [[nodiscard]] bool has_answered() const { return reading_.answered == true; }
-  /// How many ReportLevels lines the next command job needs.
+  /// Returns the number of ReportLevels lines for the next command job.
   [[nodiscard]] int report_levels() const;
 
   /// The command job is being sent; it was sent; it was not.
@@ -84,9 +84,9 @@ class QueueWatch {
   [[nodiscard]] bool wants_forgetting() const { return step_ == Step::Told; }
   /// Whether the scheduler is done with the job.
   [[nodiscard]] bool has_job_ended() const { return end_state_ >= IPP_JSTATE_CANCELED && !lingers_; }
-  /// When it is to be purged, ended or not; nothing if it has ended.
+  /// Returns when the job should be purged; nothing if it has ended.
   [[nodiscard]] std::optional<Moment> give_up_at() const;
-  /// Whether it has tried to reach the printer for some time in vain.
+  /// Returns whether the job has failed to reach the printer for some time.
   [[nodiscard]] bool is_hopeless(Moment now) const;
   /// The job was purged, or cannot be.
   void purged(Moment now);
@@ -160,7 +160,7 @@ class QueueWatch {
   bool was_killed_ = false;  ///< since the queue was last read
   bool winding_up_ = false;
 
-  // What became of it, and when the next is due.
+  // The result of the last command job, and the time of the next.
   bool done_ = false;
   Outcome outcome_ = Outcome::NotAsked;
   bool doubtful_ = false;    ///< the printer may still owe an answer to the last command job
@@ -179,7 +179,7 @@ class QueueWatch {
   // The queue and its prints.
   bool found_ = true;
   bool has_been_read_ = false;
-  bool went_down_ = false;  ///< it is stopped, and not because somebody paused it
+  bool went_down_ = false;  ///< it is stopped, but not paused by an operator
   int newest_job_ = 0;
   int waiting_ = 0;
   std::set<int> moving_;  ///< prints that are printing or waiting

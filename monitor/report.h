@@ -13,18 +13,18 @@
 #include "monitor/limit.h"
 #include "monitor/reading.h"
 
-/// What became of a queue in a call of brenvellis-monitor.
+/// Outcome is the result of refreshing a queue.
 enum class Outcome : std::uint8_t {
-  Refreshed,    ///< the printer was asked, the values are new
-  NotAsked,     ///< no refresh was requested, or the values are young enough
-  Asking,       ///< the answer is still out
-  Busy,         ///< not asked: it is printing
-  Paused,       ///< not asked: somebody paused the queue
-  Stopped,      ///< not asked: the scheduler stopped the queue after an error
-  Rejecting,    ///< not asked: the queue takes no jobs
-  Unsupported,  ///< not asked: its filter does not know ReportLevels
-  TimedOut,     ///< asked, and the command job given up
-  Failed,       ///< the scheduler refused, went away, or the command job failed
+  Refreshed,    ///< the printer was queried; the values are new
+  NotAsked,     ///< no refresh was requested, or the values are new enough
+  Asking,       ///< the printer has not answered yet
+  Busy,         ///< not queried: the queue is printing
+  Paused,       ///< not queried: an operator paused the queue
+  Stopped,      ///< not queried: the scheduler stopped the queue after an error
+  Rejecting,    ///< not queried: the queue rejects jobs
+  Unsupported,  ///< not queried: the filter does not support ReportLevels
+  TimedOut,     ///< queried, but the command job timed out
+  Failed,       ///< the scheduler refused or exited, or the command job failed
   NotFound,     ///< there is no such queue
 };
 
@@ -46,11 +46,11 @@ inline constexpr std::array<std::pair<Outcome, const char*>, 11> OUTCOME_NAMES =
 /// The outcome's name in OUTCOME_NAMES.
 [[nodiscard]] const char* name_of(Outcome outcome);
 
-/// QueueReport is a queue as the views show it.
+/// QueueReport is the state of a queue for the views.
 struct QueueReport {
   Reading reading;
   Outcome outcome = Outcome::NotAsked;
-  std::string detail;             ///< why it failed, if there is more to say
+  std::string detail;             ///< why it failed; may be empty
   std::optional<double> seconds;  ///< how long the command job took
 
   bool stuck = false;      ///< a print does not move; the reading's message may say why
@@ -72,27 +72,26 @@ struct ServerReport {
   unsigned sightings = 0;  ///< likewise, of the server itself
 };
 
-/// Report is the result of one call: what every view shows.
+/// Report is the state of all print servers, which all views show.
 struct Report {
   std::time_t time = 0;
   Limits limits;
   std::vector<ServerReport> servers;
 };
 
-/// Verdict is how a queue, a server or a report is judged; the numbers are exit statuses.
+/// Verdict is the status of a queue, a server or a report. The numbers are exit statuses.
 enum class Verdict : std::uint8_t { Well = 0, Low = 1, Error = 2, Unknown = 3 };
 
-/// The worse of two: Error before Unknown before Low before Well.
+/// Returns the worse of two: Error is worse than Unknown, Low and Well, in this order.
 [[nodiscard]] Verdict worse(Verdict one, Verdict other);
 
-/// Whether the one comes before the other in the order of worse().
+/// Returns whether the first is worse than the second.
 [[nodiscard]] bool is_worse(Verdict one, Verdict other);
 
-/// Whether the outcome left nothing to complain about: refreshed, not meant to be, still out, or busy
-/// printing.
+/// Returns whether the outcome is not a problem: refreshed, not requested, not answered yet, or printing.
 [[nodiscard]] bool is_good(Outcome outcome);
 
-/// Whether the ribbon is known to have no print left.
+/// Returns whether the ribbon is known to be empty.
 [[nodiscard]] bool is_empty(const Reading& reading);
 
 /// Error if the printer reports one, a print is stuck, the queue was stopped or the ribbon is empty or at the
@@ -100,5 +99,6 @@ enum class Verdict : std::uint8_t { Well = 0, Low = 1, Error = 2, Unknown = 3 };
 /// is.
 [[nodiscard]] Verdict judge(const QueueReport& queue, const Limits& limits);
 
-/// The worst of all queues; Unknown for a server that was not reached and for a report without a queue.
+/// Returns the worst verdict of all queues; Unknown for an unreachable server and for a report without
+/// queues.
 [[nodiscard]] Verdict judge(const Report& report);

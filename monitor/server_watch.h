@@ -9,8 +9,8 @@
 
 #include "monitor/queue_watch.h"
 
-/// ServerWatch is the life of one print server: it says what to ask its scheduler next, for all its queues,
-/// and takes the answers. Like QueueWatch, it does nothing itself and has no clock.
+/// ServerWatch is the state machine of a print server. It decides the next request for all its queues and
+/// processes the answers. Like QueueWatch, it performs no actions and has no clock.
 class ServerWatch {
  public:
   /// @param label   the name under which the server is shown.
@@ -50,7 +50,7 @@ class ServerWatch {
   [[nodiscard]] std::size_t sent() const;
   [[nodiscard]] std::size_t answered() const;
 
-  /// What a person should be told once, such as a refused purge; each text is returned once.
+  /// Returns messages for the user, such as about a refused purge; each message once.
   [[nodiscard]] std::vector<std::string> take_notes();
 
  private:

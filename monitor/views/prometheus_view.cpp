@@ -152,7 +152,7 @@ std::string prometheus_view(const Report& original) {
        [](const QueueReport& queue) { return single(is_good(queue.outcome)); }},
       {"brenvellis_queue_outcome", "gauge", "1 for the outcome of the last refresh, 0 for all others.",
        outcome_samples},
-      {"brenvellis_queue_paused", "gauge", "Whether somebody paused the queue.",
+      {"brenvellis_queue_paused", "gauge", "Whether an operator paused the queue.",
        [](const QueueReport& queue) { return single(is_paused(queue)); }},
       {"brenvellis_queue_stuck", "gauge", "Whether a print is stuck.",
        [](const QueueReport& queue) { return single(queue.stuck); }},

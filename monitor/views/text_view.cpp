@@ -25,7 +25,7 @@ constexpr const char* FAINT = "\033[2m";
 constexpr const char* BOLD = "\033[1m";
 constexpr const char* PLAIN = "\033[0m";
 
-/// TextWriter knows the terminal, so that the lines below need not.
+/// TextWriter adapts texts to the terminal.
 class TextWriter {
  public:
   explicit TextWriter(const TextStyle& style) : style_(style) {}
@@ -73,7 +73,7 @@ class TextWriter {
     if (!ratio) {
       return repeated("·", ".", GAUGE_WIDTH);
     }
-    // The last print must not look like none, nor the first used one like a full ribbon.
+    // The last print must not look like an empty ribbon, nor the first used one like a full ribbon.
     const double cells = std::clamp(*ratio, 0.0, 1.0) * static_cast<double>(GAUGE_WIDTH);
     const auto filled = static_cast<std::size_t>(cells < 1 ? std::ceil(cells) : std::floor(cells));
     return colored(color, repeated("█", "#", filled)) + repeated("░", "-", GAUGE_WIDTH - filled);
@@ -119,7 +119,7 @@ struct Table {
   }
 };
 
-/// A low ribbon is said on the queue's line; all else takes a paragraph.
+/// A low ribbon is shown on the queue's line; other problems have a paragraph.
 bool takes_a_line(Verdict verdict) {
   return verdict == Verdict::Well || verdict == Verdict::Low;
 }
@@ -185,7 +185,7 @@ std::string name_cell(const Row& row, const Table& table, const TextWriter& writ
   return writer.colored(BOLD, padded(name, table.name)) + std::string(GAP, ' ');
 }
 
-/// As many of the parts as fit.
+/// Joins as many parts as fit.
 std::string fitting(const std::vector<std::string>& parts, std::size_t width) {
   std::string text;
   for (const auto& part : parts) {
