@@ -47,15 +47,6 @@ foreach(program brenvellis-monitor brenvellis-rasterdump brenvellis-simulator)
   set(completions ${CMAKE_BINARY_DIR}/completions)
   set(made ${completions}/bash/${program} ${completions}/zsh/_${program} ${completions}/fish/${program}.fish)
   file(MAKE_DIRECTORY ${completions}/bash ${completions}/zsh ${completions}/fish)
-  if(program STREQUAL brenvellis-monitor)
-    add_custom_command(
-      OUTPUT ${made}
-      COMMAND ${program} --help > ${program}.help
-      COMMAND ${CMAKE_COMMAND} -D PROGRAM=${program} -D HELP=${program}.help -D FOLDER=${completions}
-              -P ${CMAKE_SOURCE_DIR}/cmake/WriteCompletions.cmake
-      DEPENDS ${program} ${CMAKE_SOURCE_DIR}/cmake/WriteCompletions.cmake
-      VERBATIM)
-  else()
   add_custom_command(
     OUTPUT ${made}
     COMMAND ${program} --completion bash > ${completions}/bash/${program}
@@ -63,7 +54,6 @@ foreach(program brenvellis-monitor brenvellis-rasterdump brenvellis-simulator)
     COMMAND ${program} --completion fish > ${completions}/fish/${program}.fish
     DEPENDS ${program}
     VERBATIM)
-  endif()
   add_custom_target(${program}-completions ALL DEPENDS ${made})
   install(FILES ${completions}/bash/${program}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${component})

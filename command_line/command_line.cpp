@@ -205,7 +205,9 @@ std::optional<int> CommandLine::read(int argc, char** argv, std::size_t most_arg
   return std::nullopt;
 }
 
-int CommandLine::refuse(const std::string& why) const {
+int CommandLine::refuse(const std::string& why) {
+  // getopt_long() has already written its own.
+  refusal_ = why.empty() ? "invalid command line" : why;
   if (!why.empty()) {
     fprintf(stderr, "%s: %s\n", program_.name.c_str(), why.c_str());
   }

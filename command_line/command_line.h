@@ -76,7 +76,9 @@ class CommandLine {
 
   /// Writes "PROGRAM: why" (unless `why` is empty) and a hint at --help to standard error. Returns the exit
   /// status of a usage error.
-  [[nodiscard]] int refuse(const std::string& why) const;
+  [[nodiscard]] int refuse(const std::string& why);
+  /// Returns the last error in short.
+  [[nodiscard]] const std::string& refusal() const { return refusal_; }
 
   [[nodiscard]] std::string help() const;
   [[nodiscard]] const Program& program() const { return program_; }
@@ -92,6 +94,7 @@ class CommandLine {
   std::vector<std::string> given_;
   std::vector<std::string> arguments_;
   std::string shell_;
+  std::string refusal_;
 };
 
 /// Returns the completion script for bash, zsh or fish.

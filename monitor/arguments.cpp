@@ -1,163 +1,207 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/arguments.h"
 
-#include <CLI/CLI.hpp>
+#include <sysexits.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <set>
 #include <string_view>
 #include <utility>
 
+#include "command_line/command_line.h"
 #include "monitor/views/plugin_view.h"
+
+namespace {
+
+constexpr std::int64_t DAY = 86400;
+
+OptionValue seconds_in(std::chrono::seconds& target, std::int64_t first = 1) {
+  return number_from(first, DAY, [&target](auto number) { target = std::chrono::seconds(number); });
+}
+
+OptionValue limit_in(Limit& target) {
+  return text_that(
+      [&target](const std::string& text) {
+        const auto limit = parse_limit(text);
+        target = limit.value_or(target);
+        return limit.has_value();
+      },
+      "prints, or percent with a %");
+}
+
+/// An output of a view, "-" if it has no file.
+Option output_option(const char* name, View view, const char* help, std::vector<Output>& outputs) {
+  const auto store = [view, &outputs](const std::string& path) {
+    outputs.push_back({view, path});
+    return true;
+  };
+  return {.name = name,
+          .placeholder = "FILE",
+          .help = help,
+          .value = text_that(store, "a file name"),
+          .implied = STANDARD_OUTPUT,
+          .repeatable = true};
+}
+
+std::string or_default(const char* help, const std::string& usual) {
+  return std::string(help) + " (default " + usual + ")";
+}
+
+std::string or_default(const char* help, std::chrono::seconds usual) {
+  return or_default(help, std::to_string(usual.count()));
+}
+
+/// @return what is wrong with the outputs; empty if nothing is.
+std::string wrong_outputs(const std::vector<Output>& outputs) {
+  if (std::ranges::count(outputs, STANDARD_OUTPUT, &Output::path) > 1) {
+    return "only one of --json, --prometheus, --html, --plugin and --ready can go to standard output";
+  }
+  std::set<std::string> files;
+  for (const auto& one : outputs) {
+    if (!files.insert(one.path).second) {
+      return "two outputs cannot go to the same file \"" + one.path + "\"";
+    }
+  }
+  return {};
+}
+
+}  // namespace
 
 bool has_view(const Arguments& arguments, View view) {
   return std::ranges::find(arguments.outputs, view, &Output::view) != arguments.outputs.end();
 }
 
 std::variant<Arguments, int> read_arguments(int argc, char** argv) {
-  CLI::App app("Shows the ribbon levels and errors of Brenvellis photo printers.", "brenvellis-monitor");
-  // Newer releases of CLI11 wrap lines of 80 columns and more.
-  app.footer(
-      "Exit status: 0 no problems; 1 a ribbon is low; 2 a printer reports an error;\n"
-      "3 unknown (2 takes precedence over 3, and 3 over 1); with --ready 0 or 1;\n"
-      "64 usage error; 74 an output could not be written;\n"
-      "130, 143 terminated by Ctrl-C or SIGTERM.\n"
-      "See brenvellis-monitor(1).");
-  app.set_version_flag("--version", "brenvellis-monitor " BRENVELLIS_VERSION);
-
   Arguments arguments;
-  std::vector<std::string> servers;
-  bool no_refresh = false;
-  const WatchRules usual;
-  auto timeout = static_cast<int>(usual.timeout.count());
-  auto watch = static_cast<int>(usual.shortest.count());
-  auto idle = static_cast<int>(usual.longest.count());
-  auto stuck = static_cast<int>(usual.stuck.count());
-  int max_age = 0;
-  std::string low = to_text(usual.limits.low);
-  std::string critical = to_text(usual.limits.critical);
+  WatchRules& rules = arguments.rules;
+  std::chrono::seconds max_age{};
   std::string encryption = "if-requested";
+  bool no_refresh = false;
   bool plugin = false;
   bool ready = false;
-  std::vector<std::string> json;
-  std::vector<std::string> prometheus;
-  std::vector<std::string> html;
   arguments.color = "auto";
 
-  const auto is_limit = [](const std::string& text) {
-    return parse_limit(text) ? std::string()
-                             : "invalid limit \"" + text + "\" (expected prints, or percent with a %)";
+  const auto add_server = [&arguments](const std::string& text) {
+    const auto name = parse_server(text);
+    if (name) {
+      arguments.servers.push_back({text, *name});
+    }
+    return name.has_value();
   };
+  CommandLine line(
+      {.name = "brenvellis-monitor",
+       .version = BRENVELLIS_VERSION,
+       .summary = "Shows the ribbon levels and errors of Brenvellis photo printers. Without a QUEUE, shows "
+                  "all Brenvellis queues.",
+       .arguments = "[QUEUE...]",
+       .notes = "Exit status:\n"
+                "  0    no problems; with --ready: each QUEUE can print now\n"
+                "  1    a ribbon is low; with --ready: a QUEUE cannot print\n"
+                "  2    a printer reports an error\n"
+                "  3    unknown (2 takes precedence over 3, and 3 over 1)\n"
+                "  64   usage error\n"
+                "  74   an output could not be written\n"
+                "  130  terminated by Ctrl-C\n"
+                "  143  terminated by SIGTERM\n"
+                "See brenvellis-monitor(1).\n",
+       .usage_error = WRONG_USAGE,
+       .output_error = EX_IOERR},
+      {{.name = "server",
+        .placeholder = "HOST[:PORT]",
+        .help = "Print server or socket path; may be repeated",
+        .value = text_that(add_server, "HOST[:PORT] or the path of a socket"),
+        .repeatable = true},
+       {.name = "encryption",
+        .placeholder = "WHEN",
+        .help = "Use encryption always, if-requested, never or required (default if-requested)",
+        .value = one_of({"always", "if-requested", "never", "required"}, encryption)},
+       {.name = "no-refresh",
+        .help = "Show the scheduler's values without querying the printers",
+        .value = flag(no_refresh)},
+       {.name = "timeout",
+        .placeholder = "SECONDS",
+        .help = or_default("Remove command jobs that have not ended after SECONDS", rules.timeout),
+        .value = seconds_in(rules.timeout)},
+       {.name = "wait",
+        .help = "Wait for queues that are printing, paused or rejecting jobs",
+        .value = flag(rules.wait),
+        .excludes = {"no-refresh"}},
+       {.name = "watch",
+        .placeholder = "SECONDS",
+        .help = "Run until Ctrl-C; query a printer again after SECONDS at the earliest",
+        .value = seconds_in(rules.shortest)},
+       {.name = "idle",
+        .placeholder = "SECONDS",
+        .help = or_default("With --watch: query a printer again after SECONDS at the latest", rules.longest),
+        .value = seconds_in(rules.longest),
+        .needs = "watch"},
+       {.name = "on-change",
+        .placeholder = "COMMAND",
+        .help = "With --watch: run COMMAND when the condition of a queue has changed",
+        .value = text_in(arguments.on_change),
+        .needs = "watch"},
+       {.name = "on-change-at-start",
+        .help = "Also run COMMAND for the first condition of each queue",
+        .value = flag(arguments.on_change_at_start),
+        .needs = "on-change"},
+       {.name = "max-age",
+        .placeholder = "SECONDS",
+        .help = "Do not query printers whose values are not older",
+        .value = seconds_in(max_age, 0),
+        .excludes = {"no-refresh"}},
+       {.name = "stuck",
+        .placeholder = "SECONDS",
+        .help = or_default("Report a print without a new sheet for SECONDS as an error", rules.stuck),
+        .value = seconds_in(rules.stuck)},
+       {.name = "low",
+        .placeholder = "N[%]",
+        .help = or_default("Report a ribbon with N prints or percent left, or fewer, as low",
+                           to_text(rules.limits.low)),
+        .value = limit_in(rules.limits.low)},
+       {.name = "critical",
+        .placeholder = "N[%]",
+        .help = or_default("Report a ribbon with N prints or percent left, or fewer, as an error",
+                           to_text(rules.limits.critical)),
+        .value = limit_in(rules.limits.critical)},
+       {.name = "color",
+        .placeholder = "WHEN",
+        .help = "Use colors always, auto or never (default auto)",
+        .value = one_of({"always", "auto", "never"}, arguments.color)},
+       {.name = "plugin",
+        .help = "Write the line of a monitoring plug-in",
+        .value = flag(plugin),
+        .excludes = {"watch"}},
+       {.name = "ready",
+        .help = "Exit with 0 if each QUEUE can print now, otherwise print why not and exit with 1",
+        .value = flag(ready),
+        .excludes = {"watch"}},
+       output_option("json", View::Json, "Write JSON to standard output, or to FILE", arguments.outputs),
+       output_option("prometheus", View::Prometheus, "Write metrics to standard output, or to FILE",
+                     arguments.outputs),
+       output_option("html", View::Html, "Write a web page to standard output, or to FILE",
+                     arguments.outputs),
+       {.name = "page-interval",
+        .placeholder = "SECONDS",
+        .help = or_default("Without --watch: the interval of the timer that writes the page",
+                           std::to_string(arguments.page_interval)),
+        .value =
+            number_from(1, DAY, [&](auto number) { arguments.page_interval = static_cast<int>(number); }),
+        .excludes = {"watch"}}});
 
-  app.add_option("QUEUE", arguments.queues, "Queues (default: all Brenvellis queues)");
-  app.add_option("--server", servers, "Print server or socket path; may be repeated")
-      ->type_name("HOST[:PORT]")
-      ->allow_extra_args(false);
-  app.add_option("--encryption", encryption, "Use encryption always, if-requested, never or required")
-      ->check(CLI::IsMember({"always", "if-requested", "never", "required"}))
-      ->type_name("WHEN");
-  auto* no_refresh_flag =
-      app.add_flag("--no-refresh", no_refresh, "Show the scheduler's values without querying the printers");
-  app.add_option("--timeout", timeout, "Remove command jobs that have not ended after SECONDS")
-      ->check(CLI::Range(1, 86400))
-      ->type_name("SECONDS")
-      ->capture_default_str();
-  app.add_flag("--wait", arguments.rules.wait, "Wait for queues that are printing, paused or rejecting jobs")
-      ->excludes(no_refresh_flag);
-  constexpr int day = 86400;
-  auto* watch_option = app.add_option("--watch", watch,
-                                      "Run until Ctrl-C; query a printer again after SECONDS at the earliest")
-                           ->check(CLI::Range(1, day))
-                           ->type_name("SECONDS");
-  app.add_option("--idle", idle, "With --watch: query a printer again after SECONDS at the latest")
-      ->check(CLI::Range(1, day))
-      ->type_name("SECONDS")
-      ->needs(watch_option)
-      ->capture_default_str();
-  auto* on_change_option =
-      app.add_option("--on-change", arguments.on_change,
-                     "With --watch: run COMMAND when the condition of a queue has changed")
-          ->type_name("COMMAND")
-          ->needs(watch_option);
-  app.add_flag("--on-change-at-start", arguments.on_change_at_start,
-               "Also run COMMAND for the first condition of each queue")
-      ->needs(on_change_option);
-  auto* max_age_option =
-      app.add_option("--max-age", max_age, "Do not query printers whose values are not older")
-          ->check(CLI::Range(0, day))
-          ->type_name("SECONDS")
-          ->excludes(no_refresh_flag);
-  app.add_option("--stuck", stuck, "Report a print without a new sheet for SECONDS as an error")
-      ->check(CLI::Range(1, day))
-      ->type_name("SECONDS")
-      ->capture_default_str();
-  app.add_option("--low", low, "Report a ribbon with N prints or percent left, or fewer, as low")
-      ->check(is_limit)
-      ->type_name("N[%]")
-      ->capture_default_str();
-  app.add_option("--critical", critical,
-                 "Report a ribbon with N prints or percent left, or fewer, as an error")
-      ->check(is_limit)
-      ->type_name("N[%]")
-      ->capture_default_str();
-  app.add_option("--color", arguments.color, "Use colors always, auto or never")
-      ->check(CLI::IsMember({"always", "auto", "never"}))
-      ->type_name("WHEN");
-  app.add_flag("--plugin", plugin, "Write the line of a monitoring plug-in")->excludes(watch_option);
-  app.add_flag("--ready", ready,
-               "Exit with 0 if each QUEUE can print now, otherwise print why not and exit with 1")
-      ->excludes(watch_option);
-  app.add_flag("--json{-}", json, "Write JSON, to FILE with --json=FILE");
-  app.add_flag("--prometheus{-}", prometheus, "Write metrics, to FILE with --prometheus=FILE");
-  app.add_flag("--html{-}", html, "Write a web page, to FILE with --html=FILE");
-
-  app.add_option("--page-interval", arguments.page_interval,
-                 "Without --watch: the interval of the timer that writes the page")
-      ->check(CLI::Range(1, day))
-      ->type_name("SECONDS")
-      ->excludes(watch_option)
-      ->capture_default_str();
-
-  // A monitoring system shows the line of standard output, and knows the statuses of plug-ins only.
-  const bool is_plugin =
-      std::any_of(argv, argv + argc, [](const char* word) { return std::string_view(word) == "--plugin"; });
-  const auto refuse = [&](const std::string& why) {
-    if (is_plugin) {
+  // A monitoring system shows the line of standard output, and knows only the exit statuses of plug-ins.
+  const auto refuse = [&](int status, const std::string& why) {
+    if (status == WRONG_USAGE &&
+        std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--plugin"; })) {
       printf("%s%s\n", plugin_heading(Verdict::Unknown).c_str(), why.c_str());
+      return static_cast<int>(Verdict::Unknown);
     }
-    fprintf(stderr, "brenvellis-monitor: %s\nRun with --help for more information.\n", why.c_str());
-    return is_plugin ? static_cast<int>(Verdict::Unknown) : WRONG_USAGE;
+    return status;
   };
-  // An option without its value would take the next word for it.
-  for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
-    const std::string_view word = argv[i];
-    for (const std::string_view option : {"--json", "--prometheus", "--html"}) {
-      if (word.starts_with(option) && word.substr(option.size()) == "=") {
-        return refuse(std::string(option) + "=: missing file name");
-      }
-    }
+  if (const auto status = line.read(argc, argv)) {
+    return refuse(*status, line.refusal());
   }
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) {
-      return app.exit(error);
-    }
-    return refuse(error.what());
-  }
-
-  if (on_change_option->count() > 0 && arguments.on_change.empty()) {
-    return refuse("--on-change: missing command");
-  }
-  if (ready && arguments.queues.empty()) {
-    return refuse("--ready: missing QUEUE");
-  }
-  for (const auto& [paths, view] :
-       {std::pair(json, View::Json), {prometheus, View::Prometheus}, {html, View::Html}}) {
-    for (const auto& path : paths) {
-      arguments.outputs.push_back({view, path});
-    }
-  }
+  arguments.queues = line.arguments();
   for (const auto& [is_wanted, view] : {std::pair(plugin, View::Plugin), {ready, View::Ready}}) {
     if (is_wanted) {
       arguments.outputs.push_back({view, STANDARD_OUTPUT});
@@ -166,27 +210,13 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   if (arguments.outputs.empty()) {
     arguments.outputs.push_back({View::Text, STANDARD_OUTPUT});
   }
-  const auto to_standard_output = [](const Output& one) { return one.path == STANDARD_OUTPUT; };
-  const auto unnamed = std::ranges::count_if(arguments.outputs, to_standard_output);
-  if (unnamed > 1) {
-    return refuse("only one of --json, --prometheus, --html, --plugin and --ready can go to standard output");
+  const std::string why =
+      ready && arguments.queues.empty() ? "--ready: missing QUEUE" : wrong_outputs(arguments.outputs);
+  if (!why.empty()) {
+    return refuse(line.refuse(why), why);
   }
 
-  std::set<std::string> files;
-  for (const auto& one : arguments.outputs) {
-    if (!files.insert(one.path).second) {
-      return refuse("two outputs cannot go to the same file \"" + one.path + "\"");
-    }
-  }
-
-  for (const auto& text : servers) {
-    const auto name = parse_server(text);
-    if (!name) {
-      return refuse("invalid server \"" + text + "\" (expected HOST[:PORT] or a socket path)");
-    }
-    arguments.servers.push_back({text, *name});
-  }
-  if (servers.empty()) {
+  if (arguments.servers.empty()) {
     const std::string own = cupsServer();
     arguments.servers.push_back({own.starts_with('/') ? "localhost" : own, {own, ippPort()}});
   }
@@ -194,17 +224,11 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
                          : encryption == "never"    ? HTTP_ENCRYPTION_NEVER
                          : encryption == "required" ? HTTP_ENCRYPTION_REQUIRED
                                                     : HTTP_ENCRYPTION_IF_REQUESTED;
-  auto& rules = arguments.rules;
   rules.ask = !no_refresh;
-  rules.again = watch_option->count() > 0;
-  rules.timeout = std::chrono::seconds(timeout);
-  rules.shortest = std::chrono::seconds(watch);
-  rules.longest = std::chrono::seconds(std::max(watch, idle));
-  rules.limits = {parse_limit(low).value_or(usual.limits.low),
-                  parse_limit(critical).value_or(usual.limits.critical)};
-  rules.stuck = std::chrono::seconds(stuck);
-  if (max_age_option->count() > 0) {
-    rules.max_age = std::chrono::seconds(max_age);
+  rules.again = line.is_given("watch");
+  rules.longest = std::max(rules.shortest, rules.longest);
+  if (line.is_given("max-age")) {
+    rules.max_age = max_age;
   }
   return arguments;
 }

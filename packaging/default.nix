@@ -6,7 +6,7 @@ pkgs.stdenv.mkDerivation {
   version = "0.1.0";
   src = ../.;
   nativeBuildInputs = with pkgs; [ cmake pkg-config cups ];
-  buildInputs = with pkgs; [ cups cli11 nlohmann_json utf8proc asio ];
+  buildInputs = with pkgs; [ cups nlohmann_json utf8proc asio ];
   cmakeFlags = [
     "-DCUPS_SERVERBIN=${placeholder "out"}/lib/cups"
     "-DSYSTEMD_UNIT_DIR=lib/systemd/system"

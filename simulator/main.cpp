@@ -96,7 +96,7 @@ std::string notes() {
          "  2  usage error\n";
 }
 
-int tell(const CommandLine& line, const std::string& path) {
+int tell(CommandLine& line, const std::string& path) {
   std::string command;
   for (const std::string& word : line.arguments()) {
     command += (command.empty() ? "" : " ") + word;

@@ -230,8 +230,8 @@ TEST(Usage, PageIntervalIsWrittenToThePage) {
 TEST(Usage, HelpTellsTheExitStatuses) {
   const auto result = run_monitor("/nonexistent/cups.sock", {"--help"});
   EXPECT_EQ(result.exit_status, 0);
-  EXPECT_THAT(result.output,
-              HasSubstr("Exit status: 0 no problems; 1 a ribbon is low; 2 a printer reports an error"));
+  EXPECT_THAT(result.output, HasSubstr("Exit status:\n  0    no problems; with --ready: each QUEUE can print "
+                                       "now\n  1    a ribbon is low"));
 }
 
 TEST(Usage, EveryOptionOfTheHelpIsInTheManualPage) {

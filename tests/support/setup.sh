@@ -4,7 +4,7 @@
 # shellcheck shell=bash
 
 # Debian package names; INSTALL.md lists those of other systems.
-BUILD_PACKAGES="g++ cmake ninja-build libcups2-dev libcupsimage2-dev libcli11-dev nlohmann-json3-dev libasio-dev
+BUILD_PACKAGES="g++ cmake ninja-build libcups2-dev libcupsimage2-dev nlohmann-json3-dev libasio-dev
   libutf8proc-dev cups-ppdc cups-common"
 SCHEDULER_PACKAGES="cups cups-client"
 CHECK_PACKAGES="libgtest-dev libgmock-dev ghostscript cups-filters binutils strace mandoc pkg-config libumockdev-dev
