@@ -550,15 +550,13 @@ QueueReport QueueWatch::report(Moment now, TimeOfDay time) const {
   report.seconds = seconds_;
   report.outcome = outcome_;
   const auto why = obstacle();
-  const bool is_due = due() && *due() <= now;
+  const bool is_asking = (step_ != Step::Resting && step_ != Step::Told) || (confirming_ && failures_ == 0) ||
+                         (due() && *due() <= now && (!was_sent_ || overtaken_));
   if (rules_.again && why && (rules_.ask || *why == Outcome::Stopped)) {
     report.outcome = *why;
-  } else if ((step_ != Step::Resting && step_ != Step::Told) || (confirming_ && failures_ == 0) ||
-             (is_due && (!was_sent_ || overtaken_))) {
+  } else if (is_asking && (!done_ || is_good(outcome_))) {
+    // A queue in trouble does not look well during the next attempt.
     report.outcome = Outcome::Asking;
-    if (done_) {
-      report.previous_outcome = outcome_;
-    }
   }
   if (report.outcome != outcome_) {
     report.detail.clear();

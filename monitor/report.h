@@ -59,8 +59,6 @@ struct QueueReport {
   /// When the values were read, by this computer's clock; it stays the same until they are read again.
   std::optional<std::time_t> read_at = std::nullopt;
   unsigned sightings = 0;  ///< how often the queue was seen in a watch; grows with each new one
-  /// The outcome of the previous command job while the outcome is Asking; nothing before the first one ended.
-  std::optional<Outcome> previous_outcome = std::nullopt;
 };
 
 /// ServerReport is a print server and its queues.

@@ -123,21 +123,9 @@ bool is_paused(const QueueReport& queue) {
          (queue.outcome == Outcome::NotAsked && queue.reading.state == QueueState::Stopped);
 }
 
-/// The report with the previous outcome of each queue that is being asked, so that a queue in trouble does
-/// not look well during each new attempt.
-Report settled(Report report) {
-  for (auto& server : report.servers) {
-    for (auto& queue : server.queues) {
-      queue.outcome = queue.previous_outcome.value_or(queue.outcome);
-    }
-  }
-  return report;
-}
-
 }  // namespace
 
-std::string prometheus_view(const Report& original) {
-  const Report report = settled(original);
+std::string prometheus_view(const Report& report) {
   // prints_total is the size of the ribbon, no counter; only an untyped metric may have the name without one.
   const std::array<QueueMetric, 15> metrics = {{
       {"brenvellis_queue_info", "gauge", "1, with the queue's description, location and model as labels.",

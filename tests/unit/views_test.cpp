@@ -228,21 +228,6 @@ TEST_F(Views, TheMetricsAreAsExpected) {
   EXPECT_EQ(prometheus_view(sample_report()), expected("report.prom"));
 }
 
-TEST_F(Views, TheMetricsKeepThePreviousOutcomeOfAQueueThatIsBeingAsked) {
-  auto queue = refreshed(ribbon_reading("hall", 200, 400, "10"));
-  queue.outcome = Outcome::Asking;
-  Report report;
-  report.servers = {{"here", {}, 0, {queue}}};
-  const std::string labels = "{queue=\"hall\",server=\"here\"";
-  EXPECT_THAT(prometheus_view(report), AllOf(HasSubstr("queue_up" + labels + "} 1\n"),
-                                             HasSubstr(labels + ",outcome=\"asking\"} 1\n")));
-  report.servers[0].queues[0].previous_outcome = Outcome::TimedOut;
-  EXPECT_THAT(prometheus_view(report),
-              AllOf(HasSubstr("queue_up" + labels + "} 0\n"), HasSubstr("queue_status" + labels + "} 3\n"),
-                    HasSubstr(labels + ",outcome=\"asking\"} 0\n"),
-                    HasSubstr(labels + ",outcome=\"timed-out\"} 1\n")));
-}
-
 TEST_F(Views, TheMetricsCallARibbonLowByTheSameRuleAsTheOtherViews) {
   Report report;
   report.servers = {{"here", {}, 0, {refreshed(ribbon_reading("hall", 43, 400, "10"))}}};
