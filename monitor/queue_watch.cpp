@@ -167,7 +167,7 @@ void QueueWatch::note_sighting(Moment now) {
     sightings_.note(now);
   }
   if (was_hindered_ && !why) {
-    // It is asked now, and once more before the intervals grow again.
+    // Query it now, and once more before the intervals grow again.
     due_ = std::min(due_, asked_at_ + rules_.shortest);
     interval_ = seconds(0);
   }

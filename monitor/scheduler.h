@@ -67,7 +67,7 @@ struct Sent {
   int job = 0;
 };
 
-/// The job is gone, also if there was none of this number any more.
+/// The job is gone, or did not exist.
 struct Purged {};
 
 /// Why a scheduler did not do what it was asked.

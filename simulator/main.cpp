@@ -159,7 +159,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A reader of the URI that has gone is no reason to end.
+  // Ignore SIGPIPE: the process that reads the URI may have exited.
   if (std::signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
     return FAILED;
   }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the commands for changes run: beside the watch, cut off from it, and not for ever.
+// Tests how the commands for changes run: in the background of the watch, isolated from it, and with a time
+// limit.
 
 #include "monitor/change_commands.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is told when: conditions, and the changes of them in a watch.
+// Tests which conditions and changes are reported, and when.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
