@@ -34,7 +34,7 @@ OptionValue limit_in(Limit& target) {
 Option output_option(const char* name, View view, const char* help, std::vector<Output>& outputs) {
   const auto store = [view, &outputs](const std::string& path) {
     outputs.push_back({view, path});
-    return true;
+    return !path.empty();
   };
   return {.name = name,
           .placeholder = "FILE",
