@@ -21,14 +21,14 @@ inside() (become_inside "$@")
 # this_release: prints the code name of this system's release.
 this_release() { sed -n 's/^VERSION_CODENAME=//p' /etc/os-release; }
 
-# make_debian RELEASE [OPTION...]: creates a minimal system in $root from this system's package server. Packages installed
-# there do not start services. The options are debootstrap's.
+# make_debian RELEASE: creates a minimal system in $root from this system's package server. Packages installed there do not
+# start services.
 make_debian() {
   local server
   [ "$(id -u)" = 0 ] || fail "creating a Debian system requires root"
   server=$(apt-get indextargets --format '$(SITE)' "Codename: $(this_release)" | sort -u | head -n 1)
   rm -rf "$root"
-  debootstrap --variant=minbase "${@:2}" "$1" "$root" "$server"
+  debootstrap --variant=minbase "$1" "$root" "$server"
   printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d"
   chmod 755 "$root/usr/sbin/policy-rc.d"
 }
