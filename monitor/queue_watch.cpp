@@ -348,7 +348,7 @@ void QueueWatch::accept_values() {
 }
 
 /// Whether the values after the job differ from those before as they do when the printer's answer to an
-/// earlier question came late: such a reading is confirmed before it is told.
+/// earlier question came late: such a reading is confirmed before it is shown.
 bool QueueWatch::is_surprising() const {
   if (told_.answered != true || reading_.answered != true) {
     return false;
@@ -490,7 +490,7 @@ void QueueWatch::purged(Moment now) {
     return;
   }
   if (reading_.reported_at != told_.reported_at) {
-    // That there was no answer is true; an answer may be to an earlier question.
+    // That there was no answer is true; an answer may belong to an earlier request.
     confirming_ = reading_.answered == true;
     if (!confirming_) {
       accept_values();

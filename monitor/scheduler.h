@@ -45,8 +45,8 @@ struct SendRequest {
   int lifetime_seconds = 60;
 };
 
-/// Asks to end a job of this user at once and to forget it: its filter and backend are killed. A scheduler
-/// that refuses to forget it is asked to cancel it instead; the answer is its refusal all the same.
+/// Asks to end a job of this user at once and to forget it: its filter and backend are killed. If the
+/// scheduler refuses to forget it, it is canceled instead; the answer is still the refusal.
 struct PurgeRequest {
   std::string queue;
   int job = 0;
@@ -105,7 +105,6 @@ class Scheduler {
   /// A descriptor that poll() finds readable when an answer may be there; -1 if there is none now.
   [[nodiscard]] virtual int descriptor() const = 0;
 
-  /// Gives the request under way up: no answer to it comes any more, and what it was to do may have been
-  /// done.
+  /// Abandons the current request: no answer to it follows. The scheduler may have executed it.
   virtual void give_up() = 0;
 };

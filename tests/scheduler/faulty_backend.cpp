@@ -151,7 +151,7 @@ void reply_to_levels() {
 }
 
 void reply_to_status() {
-  // Told from the first one where a job asks for it once more.
+  // A second reply in the same job differs from the first.
   const std::string bytes = status_reply(!asked_again || ++status_replies == 1 ? 0x2660 : 0x2100);
   at(Step::StatusRead, 2500);
   send(bytes.substr(0, 10));

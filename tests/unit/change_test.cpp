@@ -388,7 +388,7 @@ TEST(Changes, OfAMissingQueueAreNotToldWhileAServerCannotBeRead) {
   EXPECT_THAT(list, ElementsAre("second "));
 }
 
-/// A watch of the fake scheduler, and what is told of it.
+/// A watch of the fake scheduler, and the changes that it reports.
 class WatchOfChanges : public testing::Test {
  protected:
   WatchOfChanges() { scheduler().add("booth"); }
