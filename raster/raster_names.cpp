@@ -111,7 +111,7 @@ constexpr std::array ORIENTATIONS = {
 template <typename Enumeration>
 const char* name_of(Enumeration value, std::span<const char* const> names, const char* enumeration) {
   // The longest text, "cups_cspace_e(-2147483648)", has 27 bytes with its terminator.
-  static std::array<char, 32> no_name;
+  static std::array<char, 27> no_name;
   const auto index = static_cast<unsigned>(value);
   if (index < names.size() && names[index] != nullptr) {
     return names[index];
