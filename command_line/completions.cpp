@@ -57,6 +57,15 @@ std::string escaped(const std::string& text, std::string_view special) {
   return result;
 }
 
+/// Completes queues. A queue's name may contain any character that the shell would expand, so it is only
+/// compared and quoted.
+constexpr const char* QUEUES_FOR_BASH =
+    "local queue\n"
+    "    COMPREPLY=()\n"
+    "    while IFS= read -r queue; do\n"
+    "      [[ $queue != \"$word\"* ]] || COMPREPLY+=(\"$(printf %q \"$queue\")\")\n"
+    "    done < <(lpstat -e 2>/dev/null)";
+
 std::string for_bash(const CommandLine& line) {
   const std::string& program = line.program().name;
   std::string function = "_" + program;
@@ -91,7 +100,7 @@ std::string for_bash(const CommandLine& line) {
          "\n"
          "  else\n"
          "    " +
-         complete(takes_queues(line) ? "-W \"$(lpstat -e 2>/dev/null)\"" : "-f") +
+         (takes_queues(line) ? QUEUES_FOR_BASH : complete("-f")) +
          "\n"
          "  fi\n"
          "}\n"

@@ -71,7 +71,7 @@ class PrivateScheduler {
   [[nodiscard]] int send_raw(const std::string& queue, const std::string& bytes) const;
   /// Waits for the job's end; the state that it had then or at the limit.
   [[nodiscard]] ipp_jstate_t wait_for_job(int job,
-                                          std::chrono::seconds limit = std::chrono::seconds(30)) const;
+                                          std::chrono::seconds limit = std::chrono::seconds(120)) const;
   [[nodiscard]] ipp_jstate_t job_state(int job) const;
   void cancel_job(int job) const;
   /// Cancels the job with "purge-job": its backend is killed at once.

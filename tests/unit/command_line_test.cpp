@@ -3,7 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <fstream>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -175,6 +178,28 @@ TEST(CommandLine, BashCompletesOptionsAndTheirValues) {
     EXPECT_THAT(example.output, HasSubstr(part));
   }
   EXPECT_THAT(example.output, testing::Not(HasSubstr("--json)")));
+}
+
+TEST(CommandLine, BashNeverExpandsTheNameOfAQueue) {
+  Example example;
+  EXPECT_EQ(example.read({"--completion", "bash"}), 0);
+  const std::string script =
+      example.output +
+      "lpstat() { printf '%s\\n' 'x$(echo${IFS}expanded>&2)' 'xy`echo${IFS}expanded>&2`' other; }\n" +
+      "COMP_WORDS=(example x) COMP_CWORD=1\n_example\nprintf '%s\\n' \"${COMPREPLY[@]}\"\n";
+  const std::string path = testing::TempDir() + "brenvellis-completion." + std::to_string(getpid());
+  std::ofstream(path) << script;
+  FILE* bash = popen(("bash " + path + " 2>&1").c_str(), "r");
+  ASSERT_NE(bash, nullptr);
+  std::string seen;
+  for (int byte = 0; (byte = fgetc(bash)) != EOF;) {
+    seen += static_cast<char>(byte);
+  }
+  EXPECT_EQ(pclose(bash), 0);
+  std::remove(path.c_str());
+  EXPECT_EQ(seen, R"(x\$\(echo\$\{IFS\}expanded\>\&2\)
+xy\`echo\$\{IFS\}expanded\>\&2\`
+)");
 }
 
 TEST(CommandLine, ZshCompletesOptionsAndTheirValues) {

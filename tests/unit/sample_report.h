@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -19,7 +20,7 @@ inline Reading ribbon_reading(const std::string& queue, int remaining, int total
   reading.reports_status = true;
   reading.prints_remaining = remaining;
   reading.prints_total = total;
-  reading.level_percent = remaining * 100 / total;
+  reading.level_percent = static_cast<int>(std::int64_t{100} * remaining / total);
   reading.sheet = sheet;
   reading.answered = true;
   reading.markers = {{"InkSheetType: " + sheet, "ink-ribbon", reading.level_percent}};
