@@ -49,7 +49,7 @@ void wrap(std::string& out, const std::string& text, std::size_t column) {
 }
 
 std::string usage_of(const Option& option) {
-  const std::string name = "--" + option.name;
+  std::string name = "--" + option.name;
   if (option.placeholder.empty()) {
     return name;
   }
@@ -67,7 +67,8 @@ int print(const Program& program, const std::string& text) {
 
 }  // namespace
 
-OptionValue number_from(std::int64_t first, std::int64_t last, std::function<void(std::int64_t)> store) {
+OptionValue number_from(std::int64_t first, std::int64_t last,
+                        const std::function<void(std::int64_t)>& store) {
   return {[=](const std::string& text) -> std::string {
             std::int64_t number = 0;
             const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -80,7 +81,7 @@ OptionValue number_from(std::int64_t first, std::int64_t last, std::function<voi
           {}};
 }
 
-OptionValue one_of(std::vector<std::string> choices, std::string& target) {
+OptionValue one_of(const std::vector<std::string>& choices, std::string& target) {
   return {[choices, &target](const std::string& text) -> std::string {
             if (std::ranges::find(choices, text) == choices.end()) {
               return invalid_value(text, join(choices, ", "));
@@ -152,11 +153,11 @@ std::string CommandLine::contradiction() const {
   for (const std::string& name : given_) {
     const Option& option = *find(name);
     if (!option.needs.empty() && !is_given(option.needs)) {
-      return "--" + name + " requires --" + option.needs;
+      return std::string("--").append(name).append(" requires --").append(option.needs);
     }
     for (const std::string& other : option.excludes) {
       if (is_given(other)) {
-        return "--" + name + " excludes --" + other;
+        return std::string("--").append(name).append(" excludes --").append(other);
       }
     }
   }
@@ -181,7 +182,9 @@ std::optional<int> CommandLine::read(int argc, char** argv, std::size_t most_arg
     if (letter == '?') {
       return refuse({});
     }
-    const Option& one = letter == 'h' ? *find("help") : options_[static_cast<std::size_t>(index)];
+    // The constructor adds "help" as the last but one.
+    const Option& one =
+        letter == 'h' ? options_.at(options_.size() - 2) : options_.at(static_cast<std::size_t>(index));
     if (const std::string why = take(one, optarg); !why.empty()) {
       return refuse(why);
     }

@@ -17,9 +17,10 @@ struct OptionValue {
 };
 
 /// Returns a value that is a decimal number from first to last.
-OptionValue number_from(std::int64_t first, std::int64_t last, std::function<void(std::int64_t)> store);
+OptionValue number_from(std::int64_t first, std::int64_t last,
+                        const std::function<void(std::int64_t)>& store);
 /// Returns a value that is one of these words.
-OptionValue one_of(std::vector<std::string> choices, std::string& target);
+OptionValue one_of(const std::vector<std::string>& choices, std::string& target);
 /// Returns a value that is a text for which `accept` returns true; `expected` describes it.
 OptionValue text_that(std::function<bool(const std::string&)> accept, std::string expected);
 /// Returns a value that is any non-empty text.
