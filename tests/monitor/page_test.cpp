@@ -371,7 +371,8 @@ TEST_F(Page, StartsAgainWithTheScriptOfANewerMonitor) {
   newer.erase(policy, newer.find('>', policy) + 1 - policy);
   write(newer);
   EXPECT_TRUE(
-      browser.wait_for("window.mark === undefined && document.title === '1 printer needs attention'"));
+      browser.wait_for("window.mark === undefined && "
+                       "document.querySelector('.cause')?.innerText === 'Error 0008, code 2660'"));
 }
 
 TEST_F(Page, WithoutScriptsReloadsItself) {
