@@ -124,7 +124,7 @@ std::string figure(const Reading& reading) {
     number = std::to_string(reading.level_percent.value_or(0)) + " %";
   }
   constexpr std::size_t usual = 3;
-  return "<p class=\"figure\"><strong style=\"--digits:" + std::to_string(std::max(usual, number.size())) +
+  return R"(<p class="figure"><strong style="--digits:)" + std::to_string(std::max(usual, number.size())) +
          "\">" + number + "</strong> <span>" + unit + "</span></p>\n";
 }
 
@@ -383,7 +383,7 @@ std::string html_view(const Report& report, const PageTimes& times) {
       "since "
       "<time></time>.</span> <span>Start brenvellis-monitor again.</span></div>\n<header><h1 "
       "aria-live=\"polite\">" +
-      said + "</h1><p>Updated <time datetime=\"" + utc_time_text(report.time) + "\" data-age=\"0\">" +
+      said + "</h1><p>Updated <time datetime=\"" + utc_time_text(report.time) + R"(" data-age="0">)" +
       written +
       "</time><noscript>. If this time is old, brenvellis-monitor is no longer "
       "running.</noscript></p></header>\n"
