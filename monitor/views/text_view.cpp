@@ -189,7 +189,8 @@ std::string name_cell(const Row& row, const Table& table, const TextWriter& writ
 std::string fitting(const std::vector<std::string>& parts, std::size_t width) {
   std::string text;
   for (const auto& part : parts) {
-    const std::string longer = text.empty() ? part : text + ", " + part;
+    std::string longer = text;
+    longer.append(text.empty() ? "" : ", ").append(part);
     if (columns(longer) > width) {
       break;
     }
