@@ -14,7 +14,7 @@ inline SchedulerAnswer wait_for_answer(Scheduler& scheduler) {
       return *answer;
     }
     pollfd wait{scheduler.descriptor(), POLLIN, 0};
-    if (wait.fd < 0 || poll(&wait, 1, 60000) != 1) {
+    if (wait.fd < 0 || poll(&wait, 1, -1) != 1) {
       throw std::runtime_error("no answer is to come");
     }
   }

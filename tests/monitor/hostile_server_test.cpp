@@ -37,9 +37,9 @@ HostileServer::Answer queues(const std::string& body) {
 }
 
 /// A server with so many healthy queues.
-HostileServer::Answer many_queues(int count) {
+HostileServer::Answer many_queues(std::size_t count) {
   std::string body = ipp_start();
-  for (int i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
     body += (i == 0 ? "" : BETWEEN_QUEUES) + queue_attributes("queue" + std::to_string(i));
   }
   return queues(body + END);
@@ -213,15 +213,21 @@ TEST(HostileServerTest, AServerThatRefusesToForgetAJobIsAskedToCancelIt) {
   EXPECT_EQ(requests, 2);
 }
 
-TEST(HostileServerTest, ThirtyThousandQueuesAreRead) {
-  const HostileServer server(many_queues(30000));
-  auto process = process_for(server, seconds(250));
+TEST(HostileServerTest, ManyQueuesAreRead) {
+#ifdef BRENVELLIS_SANITIZE
+  // There is no limit of memory to test, and libcups needs time for the square of the number.
+  constexpr std::size_t count = 5000;
+#else
+  constexpr std::size_t count = 30000;
+#endif
+  const HostileServer server(many_queues(count));
+  auto process = process_for(server, seconds(60));
   const auto look = std::get<Look>(ask(process, LookRequest()));
-  ASSERT_EQ(look.queues.size(), 30000U);
-  EXPECT_EQ(look.queues.back().queue, "queue29999");
+  ASSERT_EQ(look.queues.size(), count);
+  EXPECT_EQ(look.queues.back().queue, "queue" + std::to_string(count - 1));
   EXPECT_EQ(look.queues.back().prints_remaining, 200);
   // The process stays within its memory the second time, too.
-  EXPECT_EQ(std::get<Look>(ask(process, LookRequest())).queues.size(), 30000U);
+  EXPECT_EQ(std::get<Look>(ask(process, LookRequest())).queues.size(), count);
 }
 
 TEST(HostileServerTest, MoreQueuesThanTheLimitAreAnInvalidAnswer) {
