@@ -40,21 +40,12 @@ foreach(program brenvellis-monitor brenvellis-rasterdump brenvellis-simulator)
   install(TARGETS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
   install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
 
-  # The program prints them from its own options.
-  if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
-    continue()
-  endif()
+  # The program prints its completions, so these files need no program of the target processor during the build.
   set(completions ${CMAKE_BINARY_DIR}/completions)
-  set(made ${completions}/bash/${program} ${completions}/zsh/_${program} ${completions}/fish/${program}.fish)
-  file(MAKE_DIRECTORY ${completions}/bash ${completions}/zsh ${completions}/fish)
-  add_custom_command(
-    OUTPUT ${made}
-    COMMAND ${program} --completion bash > ${completions}/bash/${program}
-    COMMAND ${program} --completion zsh > ${completions}/zsh/_${program}
-    COMMAND ${program} --completion fish > ${completions}/fish/${program}.fish
-    DEPENDS ${program}
-    VERBATIM)
-  add_custom_target(${program}-completions ALL DEPENDS ${made})
+  file(CONFIGURE OUTPUT ${completions}/bash/${program} CONTENT "source <(${program} --completion bash)\n")
+  file(CONFIGURE OUTPUT ${completions}/zsh/_${program}
+    CONTENT "#compdef ${program}\neval \"$(${program} --completion zsh)\"\n")
+  file(CONFIGURE OUTPUT ${completions}/fish/${program}.fish CONTENT "${program} --completion fish | source\n")
   install(FILES ${completions}/bash/${program}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${component})
   install(FILES ${completions}/zsh/_${program}
