@@ -87,8 +87,7 @@ struct Job {
 };
 
 /// Begins an error message.
-void complain(Job& job) {
-  job.progress.clear();
+void complain() {
   fflush(stdout);
   fprintf(stderr, "brenvellis-rasterdump: ");
 }
@@ -105,7 +104,7 @@ ExitStatus show_header(Job& job) {
   }
   printf("page %" PRIu64 ": %s\n", job.page, describe(kind).c_str());
   if (!dump_to_output(header)) {
-    complain(job);
+    complain();
     fprintf(stderr, "cannot write to standard output\n");
     return EXIT_OUTPUT;
   }
@@ -126,13 +125,13 @@ ExitStatus read_page(Job& job) {
     return reader.skip();
   }
   if (const std::string why = picture_refusal(job.stream.header()); !why.empty()) {
-    complain(job);
+    complain();
     fprintf(stderr, "page %" PRIu64 ": cannot make a picture: %s\n", job.page, why.c_str());
     job.refused = true;
     return reader.skip();
   }
   if (++job.pictures > 1 && !pnm.has('P') && !pnm.has('C')) {
-    complain(job);
+    complain();
     fprintf(stderr, "page %" PRIu64 ": '%s' names only one file (add %%P)\n", job.page, pnm.text().c_str());
     return EXIT_USAGE;
   }
@@ -143,12 +142,12 @@ ExitStatus read_page(Job& job) {
 ExitStatus end_of_stream(Job& job, const char* name) {
   const std::uint64_t pages = job.page - 1;
   if (pages == 0) {
-    complain(job);
+    complain();
     fprintf(stderr, "%s: the stream has no pages\n", name);
     return EXIT_INPUT;
   }
   if (const auto missing = job.options.pages.missing_from(pages)) {
-    complain(job);
+    complain();
     fprintf(stderr, "%s: page %" PRIu64 " does not exist (the last page is %" PRIu64 ")\n", name, *missing,
             pages);
     return EXIT_INPUT;
@@ -167,12 +166,11 @@ ExitStatus dump_stream(int descriptor, const Options& options) {
   while (job.page < options.pages.last()) {
     ++job.page;
     const RasterStream::Next next = stream.next_page();
-    job.progress.clear();
     if (next == RasterStream::Next::End) {
       return end_of_stream(job, name);
     }
     if (next == RasterStream::Next::Failure) {
-      complain(job);
+      complain();
       fprintf(stderr, "page %" PRIu64 ": %s\n", job.page, stream.error().c_str());
       return EXIT_INPUT;
     }

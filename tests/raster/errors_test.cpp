@@ -8,7 +8,11 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
+#include <fstream>
+#include <iterator>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -308,27 +312,81 @@ struct LostCase {
   const char* name;
   int descriptor;
   std::vector<std::string> arguments;
+  std::string errors;       ///< the message, if it is not lost too
+  std::size_t missing = 0;  ///< bytes at the end of the stream
 };
 
-class LostOutput : public Rasterdump, public testing::WithParamInterface<LostCase> {};
-
-TEST_P(LostOutput, IsAnError) {
-  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  std::vector<std::string> arguments = GetParam().arguments;
-  arguments.insert(arguments.begin(), RASTERDUMP_PROGRAM);
-  arguments.insert(arguments.end(), {"--bands", "20", "--capture", path("%C.raw"), file(uncompressed(PAGE))});
-  ChildProcess child({arguments, {{GetParam().descriptor, full}}, {}});
-  close(full);
-  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), OUTPUT);
+void PrintTo(const LostCase& lost, std::ostream* out) {
+  *out << lost.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Errors, LostOutput,
-                         testing::Values(LostCase{"Headers", STDOUT_FILENO, {}},
-                                         LostCase{"Json", STDOUT_FILENO, {"--json"}},
-                                         LostCase{"LinesForTheBands", STDOUT_FILENO, {"--quiet"}},
-                                         LostCase{"LinesForTheBandsBesideJson", STDERR_FILENO, {"--json"}},
-                                         LostCase{"Help", STDOUT_FILENO, {"--help"}}),
-                         [](const auto& the_case) { return the_case.param.name; });
+class LostOutput : public Rasterdump, public testing::WithParamInterface<LostCase> {
+ protected:
+  [[nodiscard]] std::string content(const std::string& name) const {
+    std::ifstream in(path(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+};
+
+TEST_P(LostOutput, IsAnError) {
+  const auto& [name, descriptor, arguments, errors, missing] = GetParam();
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  const int other = open(path("other").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const std::string stream = uncompressed(PAGE);
+  std::vector<std::string> command = {RASTERDUMP_PROGRAM};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  command.insert(command.end(), {"--bands", "20", "--capture", path("%C.raw"),
+                                 file(stream.substr(0, stream.size() - missing))});
+  ChildProcess child(
+      {command, {{descriptor, full}, {STDOUT_FILENO + STDERR_FILENO - descriptor, other}}, {}});
+  close(full);
+  close(other);
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), missing == 0 ? OUTPUT : INPUT);
+  if (descriptor == STDOUT_FILENO) {
+    EXPECT_THAT(content("other"), testing::EndsWith(errors));
+  }
+}
+
+const std::string NOT_WRITTEN = "brenvellis-rasterdump: cannot write to standard output";
+const std::string NO_SPACE = NOT_WRITTEN + ": No space left on device\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Errors, LostOutput,
+    testing::Values(LostCase{"Headers", STDOUT_FILENO, {}, NOT_WRITTEN + "\n"},
+                    LostCase{"Json", STDOUT_FILENO, {"--json"}, NO_SPACE},
+                    // The message about the stream comes after an attempt to write the JSON.
+                    LostCase{"JsonOfABrokenStream", STDOUT_FILENO, {"--json"}, "\n" + NOT_WRITTEN + "\n", 1},
+                    LostCase{"LinesForTheBands", STDOUT_FILENO, {"--quiet"}, NO_SPACE},
+                    LostCase{"LinesForTheBandsBesideJson", STDERR_FILENO, {"--json"}, ""},
+                    LostCase{"MessageAboutABrokenStream", STDERR_FILENO, {"--quiet"}, "", 1},
+                    LostCase{"Help", STDOUT_FILENO, {"--help"}, NO_SPACE}),
+    [](const auto& the_case) { return the_case.param.name; });
+
+TEST_F(LostOutput, MessagesFollowTheHeadersBeforeThem) {
+  struct Case {
+    std::vector<std::string> arguments;
+    std::string stream;
+    std::string message;
+  };
+  const std::string whole = uncompressed(TWO_PAGES);
+  const std::string cut = uncompressed(PAGE).substr(0, uncompressed(PAGE).size() - 1);
+  for (const auto& [arguments, stream, message] :
+       {Case{{"--page", "1,3"}, whole, "standard input: page 3 does not exist (the last page is 2)"},
+        Case{{}, cut, "page 1, after 19 of 20 lines: unexpected end of the stream"},
+        Case{{"--pnm", path("no/x")},
+             whole,
+             "page 1: cannot save " + path("no/x") + ": No such file or directory"}}) {
+    std::vector<std::string> command = {RASTERDUMP_PROGRAM};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const int input = open(file(stream).c_str(), O_RDONLY | O_CLOEXEC);
+    const int both = open(path("both").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    ChildProcess child({command, {{0, input}, {1, both}, {2, both}}, {}});
+    close(input);
+    close(both);
+    EXPECT_GT(child.exit_status(std::chrono::seconds(30)), 0);
+    EXPECT_EQ(content("both"), headers_of(PAGE) + "brenvellis-rasterdump: " + message + "\n");
+  }
+}
 
 TEST_F(Rasterdump, ClosedOutputsDoNotBecomeABand) {
   // Enough bands to fill the buffer of the lines about them.

@@ -194,6 +194,20 @@ TEST_P(Refused, PageIsNamedAndTheOthersArePictures) {
   EXPECT_FALSE(picture("3").empty());
 }
 
+TEST_F(Pictures, OfAnUnsupportedLastPageAreAnError) {
+  const std::string stream = write_stream(
+      {make_page(3, 2), make_page(10, 4, 8, 3, CUPS_ORDER_CHUNKED, CUPS_CSPACE_CIELab)}, CUPS_RASTER_WRITE);
+  EXPECT_EQ(run({"--quiet", "--page", "1-2", "--pnm", path("%P")}, stream).exit_status, INPUT);
+  EXPECT_EQ(run({"--quiet", "--page", "1", "--pnm", path("%P")}, stream).exit_status, 0);
+}
+
+TEST_F(Pictures, CanBeNumbered) {
+  const std::string stream = write_stream({make_page(3, 2), make_page(5, 4)}, CUPS_RASTER_WRITE);
+  EXPECT_EQ(run({"--quiet", "--pnm", path("%C")}, stream).output,
+            "saved " + path("0000") + ": page 1, PPM, 3 x 2 pixels\n" +  //
+                "saved " + path("0001") + ": page 2, PPM, 5 x 4 pixels\n");
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Pictures, Refused,
     testing::Values(
