@@ -36,11 +36,12 @@ Memory allocate(std::uint64_t count, std::uint64_t size) {
 
 /// Adds b * c to a. Returns false if the sum exceeds the largest file size.
 bool add_product(std::uint64_t& a, std::uint64_t b, std::uint64_t c) {
-  constexpr auto LARGEST = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-  if (c != 0 && b > (LARGEST - a) / c) {
+  std::int64_t product = 0;
+  std::int64_t sum = 0;
+  if (__builtin_mul_overflow(b, c, &product) || __builtin_add_overflow(a, product, &sum)) {
     return false;
   }
-  a += b * c;
+  a = static_cast<std::uint64_t>(sum);
   return true;
 }
 

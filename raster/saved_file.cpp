@@ -58,7 +58,6 @@ bool SavedFile::create(const std::string& name, int input) {
     error_ = failure.what();
     return false;
   }
-  buffer_.reserve(BUFFER_SIZE);
   return true;
 }
 

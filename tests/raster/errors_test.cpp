@@ -362,6 +362,13 @@ INSTANTIATE_TEST_SUITE_P(
                     LostCase{"Help", STDOUT_FILENO, {"--help"}, NO_SPACE}),
     [](const auto& the_case) { return the_case.param.name; });
 
+TEST_F(Rasterdump, AMessageAfterAHeaderGoesToStandardError) {
+  const std::string stream = uncompressed(PAGE);
+  const ProgramResult result = run({}, stream.substr(0, stream.size() - 1));
+  expect(result, INPUT, "page 1, after 19 of 20 lines: unexpected end of the stream");
+  EXPECT_EQ(result.output, headers_of(PAGE));
+}
+
 TEST_F(LostOutput, MessagesFollowTheHeadersBeforeThem) {
   struct Case {
     std::vector<std::string> arguments;
@@ -437,10 +444,12 @@ TEST_F(Rasterdump, OneNameForTheBandsOfAPageIsRefusedBeforeOneIsSaved) {
 }
 
 TEST_F(Rasterdump, OneNameForTheBandsOfPlanesIsRefused) {
-  const std::vector<Page> planar = {make_page(24, 10, 8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB)};
-  EXPECT_EQ(run({"--quiet", "--bands", "10", "--capture", path("%P.raw")}, uncompressed(planar)).exit_status,
-            USAGE);
-  EXPECT_THAT(bands(), IsEmpty());
+  for (const Page& planar : {make_page(24, 10, 8, 2, CUPS_ORDER_PLANAR, CUPS_CSPACE_DEVICE2),
+                             make_page(24, 10, 8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB)}) {
+    expect(run({"--quiet", "--bands", "10", "--capture", path("%P.raw")}, uncompressed({planar})), USAGE,
+           "page 1 has several bands, but '" + path("%P.raw") + "' names only one file (add %C)");
+    EXPECT_THAT(bands(), IsEmpty());
+  }
 }
 
 TEST_F(Rasterdump, OneNameForOneBandIsEnough) {

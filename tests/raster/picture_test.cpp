@@ -2,6 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -10,6 +13,7 @@
 #include <vector>
 
 #include "raster/page_picture.h"
+#include "raster/raster_names.h"
 #include "tests/raster/raster_streams.h"
 
 namespace {
@@ -252,6 +256,97 @@ TEST(PictureRefusal, WidthsThatOverflow32BitsAreTooLong) {
   cups_page_header2_t header = make_page(10, 4).header;
   header.cupsWidth = 0x20000000 + 10;
   EXPECT_NE(picture_refusal(header), "");
+}
+
+TEST(PictureRefusal, OfBitsDependsOnTheColors) {
+  struct Case {
+    cups_cspace_t space;
+    unsigned bits_per_color;
+    std::vector<unsigned> accepted;  ///< bits per pixel
+  };
+  for (const auto& [space, bits, accepted] :
+       {Case{CUPS_CSPACE_K, 1, {1}}, Case{CUPS_CSPACE_RGB, 1, {3, 4, 5, 6, 7, 8}},
+        Case{CUPS_CSPACE_CMYK, 1, {4, 5, 6, 7, 8}}, Case{CUPS_CSPACE_K, 8, {8}},
+        Case{CUPS_CSPACE_RGB, 8, {24}}, Case{CUPS_CSPACE_CMYK, 16, {64}}, Case{CUPS_CSPACE_K, 2, {}},
+        Case{CUPS_CSPACE_K, 15, {}}}) {
+    for (unsigned pixel = 0; pixel <= 65; ++pixel) {
+      cups_page_header2_t header = make_page(1, 1).header;
+      header.cupsColorSpace = space;
+      header.cupsBitsPerColor = bits;
+      header.cupsBitsPerPixel = pixel;
+      header.cupsBytesPerLine = 9;
+      EXPECT_EQ(picture_refusal(header).empty(), std::ranges::find(accepted, pixel) != accepted.end())
+          << to_string(space) << ", " << bits << " bits, " << pixel << " bits per pixel";
+    }
+  }
+}
+
+TEST(PictureRefusal, OfLinesDependsOnTheirOrder) {
+  struct Case {
+    cups_order_t order;
+    unsigned bits_per_color;
+    unsigned bytes;  ///< the fewest for a line of 9 pixels
+  };
+  for (const auto& [order, bits, bytes] :
+       {Case{CUPS_ORDER_CHUNKED, 1, 5}, Case{CUPS_ORDER_CHUNKED, 8, 36}, Case{CUPS_ORDER_CHUNKED, 16, 72},
+        Case{CUPS_ORDER_BANDED, 1, 8}, Case{CUPS_ORDER_BANDED, 8, 36}, Case{CUPS_ORDER_BANDED, 16, 72},
+        Case{CUPS_ORDER_PLANAR, 1, 2}, Case{CUPS_ORDER_PLANAR, 8, 9}, Case{CUPS_ORDER_PLANAR, 16, 18}}) {
+    cups_page_header2_t header = make_page(9, 1, bits, 4, order, CUPS_CSPACE_CMYK).header;
+    header.cupsBytesPerLine = bytes;
+    EXPECT_EQ(picture_refusal(header), "");
+    header.cupsBytesPerLine = bytes - 1;
+    EXPECT_EQ(picture_refusal(header),
+              "cupsBytesPerLine=" + std::to_string(bytes - 1) + " is too small for cupsWidth=9");
+  }
+}
+
+TEST(PagePicture, HasTheColorsOfEverySpaceInItsOrder) {
+  struct Case {
+    cups_cspace_t space;
+    std::vector<int> pixel;    ///< in the stream
+    std::vector<int> picture;  ///< in a PGM or PPM
+    std::vector<int> pam;      ///< in a PAM, if it is different
+  };
+  for (const auto& [space, pixel, picture, pam] : {
+           Case{CUPS_CSPACE_W, {16}, {16}, {}},
+           Case{CUPS_CSPACE_SW, {16}, {16}, {}},
+           Case{CUPS_CSPACE_K, {16}, {239}, {}},
+           Case{CUPS_CSPACE_WHITE, {16}, {239}, {}},
+           Case{CUPS_CSPACE_GOLD, {16}, {239}, {}},
+           Case{CUPS_CSPACE_SILVER, {16}, {239}, {}},
+           Case{CUPS_CSPACE_RGB, {1, 2, 3}, {1, 2, 3}, {}},
+           Case{CUPS_CSPACE_SRGB, {1, 2, 3}, {1, 2, 3}, {}},
+           Case{CUPS_CSPACE_ADOBERGB, {1, 2, 3}, {1, 2, 3}, {}},
+           Case{CUPS_CSPACE_CMY, {1, 2, 3}, {254, 253, 252}, {}},
+           Case{CUPS_CSPACE_YMC, {1, 2, 3}, {252, 253, 254}, {}},
+           Case{CUPS_CSPACE_CMYK, {1, 2, 4, 8}, {246, 245, 243}, {1, 2, 4, 8}},
+           Case{CUPS_CSPACE_YMCK, {1, 2, 4, 8}, {243, 245, 246}, {4, 2, 1, 8}},
+           Case{CUPS_CSPACE_KCMY, {1, 2, 4, 8}, {252, 250, 246}, {2, 4, 8, 1}},
+       }) {
+    for (const auto order : {CUPS_ORDER_CHUNKED, CUPS_ORDER_BANDED, CUPS_ORDER_PLANAR}) {
+      const auto header = make_page(1, 1, 8, static_cast<unsigned>(pixel.size()), order, space).header;
+      EXPECT_EQ(picture_refusal(header), "");
+      const std::vector<unsigned char> bytes(pixel.begin(), pixel.end());
+      for (const bool as_pam : {false, true}) {
+        const PagePicture page_picture(header, as_pam);
+        const std::vector<int>& expected = as_pam && !pam.empty() ? pam : picture;
+        ASSERT_EQ(page_picture.line_size(), expected.size());
+        std::vector<unsigned char> line(expected.size());
+        page_picture.convert(bytes.data(), line.data());
+        EXPECT_EQ(std::vector<int>(line.begin(), line.end()), expected) << to_string(space) << as_pam;
+        EXPECT_STREQ(page_picture.format(), as_pam ? "PAM" : picture.size() == 1 ? "PGM" : "PPM");
+      }
+    }
+  }
+}
+
+TEST_F(Pictures, OfPlanesMayHaveLinesOfOneByte) {
+  const Page page = make_page(1, 3, 8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB);
+  std::string expected = "P6\n1 3\n255\n";
+  for (const int place : {0, 3, 6, 1, 4, 7, 2, 5, 8}) {
+    expected += page.pixels[static_cast<std::size_t>(place)];
+  }
+  EXPECT_EQ(picture_of(page), expected);
 }
 
 TEST_F(Pictures, LargerThanTheLargestFileAreAnError) {
