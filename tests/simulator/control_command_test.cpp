@@ -90,6 +90,20 @@ TEST(ControlLine, ABadLineIsAnsweredAndChangesNothing) {
   }
 }
 
+TEST(ControlLine, PrintableAsciiCharactersAreTheOnlyOnesAllowed) {
+  const auto is_allowed = [](char character) {
+    SimulatedPrinter printer;
+    const std::string reply = execute_control_line(std::string("co") + character + "de", printer);
+    return reply.find("control or non-ASCII character") == std::string::npos;
+  };
+  for (const char character : {' ', '!', '}', '~'}) {
+    EXPECT_TRUE(is_allowed(character)) << character;
+  }
+  for (const char character : {'\x1f', '\x7f', '\x80', '\xff'}) {
+    EXPECT_FALSE(is_allowed(character)) << int{character};
+  }
+}
+
 TEST(ControlLine, AnOverLongLineIsAnError) {
   SimulatedPrinter printer;
   EXPECT_EQ(execute_control_line(std::nullopt, printer),
