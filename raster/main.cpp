@@ -70,7 +70,6 @@ bool dump_to_output(const cups_page_header2_t& header) {
   }
   dump(&first_version);
   const bool good = ferror(stderr) == 0;
-  clearerr(stderr);
   dup2(original, STDERR_FILENO);
   close(original);
   return good;

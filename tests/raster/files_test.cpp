@@ -71,6 +71,19 @@ TEST_P(SavedFile, HasTheModeThatTheUmaskAllows) {
   EXPECT_EQ(rights(path("page")), 0640U);
 }
 
+TEST_P(SavedFile, LargerThanItsBufferIsWhole) {
+  // Lines shorter and longer than the 64 KiB that are written at once.
+  for (const Page& page : {make_page(1000, 50), make_page(30000, 3)}) {
+    std::vector<std::string> arguments = {"--quiet"};
+    arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+    arguments.insert(arguments.end(), {path("%P"), file(write_stream({page}, CUPS_RASTER_WRITE))});
+    EXPECT_EQ(run(arguments).exit_status, 0);
+    const std::string saved = content(path("1"));
+    ASSERT_GE(saved.size(), page.pixels.size());
+    EXPECT_TRUE(saved.substr(saved.size() - page.pixels.size()) == page.pixels);
+  }
+}
+
 TEST_P(SavedFile, DoesNotInheritTheModeOfTheReplacedFile) {
   const std::string name = file("old", "page");
   ASSERT_EQ(chmod(name.c_str(), 06777), 0);
@@ -137,7 +150,7 @@ TEST_P(SavedFile, DoesNotReplaceTheFileOfAnotherUser) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rasterdump, SavedFile,
-                         testing::Values(Way{"Band", {"--bands", "20", "--capture"}},
+                         testing::Values(Way{"Band", {"--bands", "50", "--capture"}},
                                          Way{"Picture", {"--pnm"}}),
                          [](const auto& the_case) { return the_case.param.name; });
 
