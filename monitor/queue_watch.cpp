@@ -110,8 +110,10 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
   read_at_ = now;
   const bool has_begun =
       std::ranges::any_of(jobs, [](const Job& job) { return moves(job) && job.processing_seconds; });
-  went_down_ = reading.state == QueueState::Stopped && reading.state_message != PAUSED_MESSAGE &&
-               (has_begun || went_down_);
+  const bool is_stopped = reading.state == QueueState::Stopped;
+  went_down_ =
+      is_stopped && reading.state_message != PAUSED_MESSAGE && (has_begun || may_have_begun_ || went_down_);
+  may_have_begun_ = step_ == Step::Out || (may_have_begun_ && is_stopped);
 
   if (step_ == Step::Out) {
     last_words_ = reading.state_message;
@@ -306,6 +308,7 @@ void QueueWatch::see_own_job(const std::vector<Job>& jobs) {
   } else if (has_ended(*job) || has_failed(*job)) {
     step_ = Step::Ended;
     end_state_ = job->state;
+    may_have_begun_ = may_have_begun_ && end_state_ != IPP_JSTATE_COMPLETED;
   }
 }
 
@@ -422,6 +425,7 @@ int QueueWatch::report_levels() const {
 void QueueWatch::sending(Moment now) {
   lines_ = report_levels();
   step_ = Step::Sending;
+  may_have_begun_ = true;
   sent_at_ = now;
   was_sent_ = true;
   overtaken_ = false;

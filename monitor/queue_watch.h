@@ -179,7 +179,8 @@ class QueueWatch {
   // The queue and its prints.
   bool found_ = true;
   bool has_been_read_ = false;
-  bool went_down_ = false;  ///< it is stopped, but not paused by an operator
+  bool went_down_ = false;       ///< it is stopped, but not paused by an operator
+  bool may_have_begun_ = false;  ///< a command job of this program, before the queue was last seen running
   int newest_job_ = 0;
   int waiting_ = 0;
   std::set<int> moving_;  ///< prints that are printing or waiting

@@ -482,6 +482,35 @@ TEST(Intervals, AreShortAfterTheFirstFailure) {
   EXPECT_THAT(one.intervals(), ElementsAre(60, 120, 240, 480, 60, 120));
 }
 
+TEST(Stop, ByACommandJobIsNoPauseEvenIfAPrintOvertookIt) {
+  Simulation one(again());
+  one.scheduler.add("booth").manner = Manner::NeverEnds;
+  one.at(milliseconds(300), [&] {
+    ASSERT_EQ(one.scheduler.own_jobs(), 1U);
+    one.scheduler.jobs.begin()->second.job.state = IPP_JSTATE_PENDING;
+    auto& reading = one.scheduler.readings["booth"];
+    reading.state = QueueState::Stopped;
+    reading.state_message = "Paper jam.";
+    one.scheduler.print("booth");
+  });
+  one.run(seconds(10));
+  EXPECT_EQ(one.scheduler.own_jobs(), 0U);
+  EXPECT_EQ(one.outcome(), Outcome::Stopped);
+}
+
+TEST(Stop, AfterACompletedCommandJobIsAPause) {
+  Simulation one(again());
+  one.scheduler.add("booth").takes = milliseconds(500);
+  one.at(milliseconds(1030), [&] {
+    ASSERT_EQ(one.scheduler.jobs.begin()->second.job.state, IPP_JSTATE_COMPLETED);
+    auto& reading = one.scheduler.readings["booth"];
+    reading.state = QueueState::Stopped;
+    reading.state_message = "back at noon";
+  });
+  one.run(seconds(10));
+  EXPECT_EQ(one.outcome(), Outcome::Paused);
+}
+
 TEST(Intervals, AreNeverBelowTheShortest) {
   auto rules = again();
   rules.shortest = seconds(100);
