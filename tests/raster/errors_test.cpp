@@ -408,6 +408,11 @@ TEST_F(Rasterdump, ClosedOutputsDoNotBecomeABand) {
   EXPECT_EQ(joined_bands(), pages[0].pixels);
 }
 
+TEST_F(Rasterdump, AClosedStandardInputCannotBeRead) {
+  expect(run_program({"/bin/sh", "-c", "exec \"$0\" <&-", RASTERDUMP_PROGRAM}), INPUT,
+         "standard input: cannot read: Bad file descriptor");
+}
+
 TEST_F(Rasterdump, AFullStandardErrorIsNotAnErrorIfNothingIsWritten) {
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
   ChildProcess child({{RASTERDUMP_PROGRAM, "--quiet", file(uncompressed(PAGE))}, {{2, full}}, {}});

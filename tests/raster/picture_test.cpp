@@ -350,15 +350,19 @@ TEST_F(Pictures, OfPlanesMayHaveLinesOfOneByte) {
 }
 
 TEST_F(Pictures, LargerThanTheLargestFileAreAnError) {
-  Page page = make_page(10, 1, 8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB);
-  page.header.cupsWidth = 2147483646;
-  page.header.cupsBytesPerLine = 2147483646;
-  page.header.cupsHeight = 4294967295U;
-  const ProgramResult result = run({"--quiet", "--pnm", path("x")}, write_first_version({page}));
-  EXPECT_EQ(result.exit_status, INPUT);
-  EXPECT_THAT(
-      result.errors,
-      testing::EndsWith("brenvellis-rasterdump: page 1: cannot make a picture: the page is too large\n"));
+  // A picture, and its planes, of more than 2^63 bytes, whose lines may fit into the memory.
+  Page wide = make_page(10, 1, 1, 3, CUPS_ORDER_CHUNKED, CUPS_CSPACE_RGB);
+  wide.header.cupsWidth = 715827883;
+  wide.header.cupsBitsPerPixel = 4;
+  wide.header.cupsBytesPerLine = 357913942;
+  Page planes = make_page(10, 1, 8, 3, CUPS_ORDER_PLANAR, CUPS_CSPACE_RGB);
+  planes.header.cupsBytesPerLine = 715827883;
+  for (Page& page : std::array{wide, planes}) {
+    page.header.cupsHeight = 4294967295U;
+    const ProgramResult result = run({"--quiet", "--pnm", path("x")}, write_first_version({page}));
+    EXPECT_EQ(result.exit_status, INPUT);
+    EXPECT_EQ(result.errors, "brenvellis-rasterdump: page 1: cannot make a picture: the page is too large\n");
+  }
 }
 
 TEST_F(Pictures, InAFolderThatDoesNotExistAreAnError) {

@@ -1,10 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/raster/raster_streams.h"
@@ -207,6 +215,27 @@ TEST_F(Rasterdump, StandardInputIsReadForADash) {
   const ProgramResult result = run({"-"}, write_stream(TWO_PAGES, CUPS_RASTER_WRITE));
   EXPECT_EQ(result.exit_status, 0);
   EXPECT_EQ(result.output, headers_of(TWO_PAGES));
+}
+
+TEST_F(Rasterdump, AStreamMayComeInSmallPieces) {
+  std::array<int, 2> input{};
+  ASSERT_EQ(pipe2(input.data(), O_CLOEXEC), 0);
+  const std::vector<Page> pages = {make_page(3, 2)};
+  const std::string stream = other_byte_order(write_stream(pages, CUPS_RASTER_WRITE), pages);
+  const int output = open(path("output").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ChildProcess child({{RASTERDUMP_PROGRAM}, {{0, input[0]}, {1, output}}, {}});
+  close(input[0]);
+  close(output);
+  // The program most likely reads each of the first bytes alone.
+  for (std::size_t i = 0; i < 4; ++i) {
+    ASSERT_EQ(write(input[1], stream.data() + i, 1), 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  ASSERT_EQ(write(input[1], stream.data() + 4, stream.size() - 4), static_cast<ssize_t>(stream.size() - 4));
+  close(input[1]);
+  EXPECT_EQ(child.exit_status(std::chrono::seconds(30)), 0);
+  std::ifstream in(path("output"));
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), headers_of(pages, VERSION_3_REVERSED));
 }
 
 TEST_F(Rasterdump, QuietLeavesTheHeadersOut) {
