@@ -139,6 +139,7 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
   }
   if ((step_ == Step::Resting || step_ == Step::Told) && !confirming_) {
     accept_values();
+    compare_condition();
   }
   if (print_) {
     if (!is_unreachable(reading)) {
@@ -160,12 +161,27 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
   }
 }
 
+/// Compares the condition with the one after the last query. Something else has changed it: another program's
+/// query, a filter or the scheduler. The printer is queried soon.
+void QueueWatch::compare_condition() {
+  auto condition = told_condition();
+  has_changed_ = known_ && (has_changed_ || condition != *known_);
+  if (!known_) {
+    known_ = std::move(condition);
+  }
+  if (has_changed_) {
+    due_ = std::min(due_, asked_at_ + rules_.shortest);
+  }
+}
+
 /// A look is a sighting where the printer cannot be asked. Where it can, only its answers are: what it said
-/// before may be over.
+/// before may be over. A change is one, too: once, or with each look during a print.
 void QueueWatch::note_sighting(Moment now) {
   const auto why = obstacle();
   const bool is_printing = why == Outcome::Busy;
-  if (!rules_.ask || (why && (!is_printing || is_stuck(now)))) {
+  const bool is_change = has_changed_ && (is_printing || !was_changed_);
+  was_changed_ = has_changed_;
+  if (!rules_.ask || (why && (!is_printing || is_stuck(now))) || is_change) {
     sightings_.note(now);
   }
   if (was_hindered_ && !why) {
@@ -183,6 +199,7 @@ void QueueWatch::take_report_of_others(Moment now) {
     confirming_ = true;
     due_ = now;
   } else {
+    accept_values();
     finish(Outcome::Refreshed, {}, now - seconds(reading_.age_seconds.value_or(0)), now);
   }
 }
@@ -366,11 +383,12 @@ bool QueueWatch::is_surprising() const {
          (after == 0 && used > 1);
 }
 
-bool QueueWatch::is_in_trouble() const {
-  QueueReport now;
-  now.reading = told_;
-  now.outcome = Outcome::Refreshed;
-  return judge(now, rules_.limits) != Verdict::Well;
+/// The condition by the last values alone, regardless of how they were read.
+Condition QueueWatch::told_condition() const {
+  QueueReport report;
+  report.reading = told_;
+  report.outcome = Outcome::Refreshed;
+  return condition_of(report, rules_.limits);
 }
 
 bool QueueWatch::is_fresh(Moment now) const {
@@ -393,7 +411,7 @@ void QueueWatch::finish(Outcome outcome, const std::string& detail, Moment asked
   done_ = true;
 
   const bool good = outcome == Outcome::Refreshed;
-  const bool in_trouble = !good || is_in_trouble();
+  const bool in_trouble = !good || told_condition().level != Level::Ok;
   const bool has_recovered = in_trouble_ && !in_trouble;
   failures_ = good ? 0 : failures_ + 1;
   doubtful_ = !good || told_.answered == false;
@@ -402,6 +420,7 @@ void QueueWatch::finish(Outcome outcome, const std::string& detail, Moment asked
                                                                    : std::min(interval_ * 2, rules_.longest);
   interval_ = std::max(interval_, rules_.shortest);
   in_trouble_ = in_trouble;
+  known_.reset();
   print_ended_ = false;
   due_ = asked_at_ + interval_;
 }

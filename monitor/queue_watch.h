@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "monitor/condition.h"
 #include "monitor/report.h"
 #include "monitor/scheduler.h"
 #include "monitor/scheduler_error.h"
@@ -126,10 +127,11 @@ class QueueWatch {
   void take_values(Moment now);
   void take_report_of_others(Moment now);
   void accept_values();
+  void compare_condition();
   void note_sighting(Moment now);
   void finish(Outcome outcome, const std::string& detail, Moment asked_at, Moment now);
   [[nodiscard]] bool is_surprising() const;
-  [[nodiscard]] bool is_in_trouble() const;
+  [[nodiscard]] Condition told_condition() const;
   [[nodiscard]] bool is_stuck(Moment now) const;
   [[nodiscard]] bool is_fresh(Moment now) const;
 
@@ -173,7 +175,10 @@ class QueueWatch {
   Moment asked_at_;
   Moment due_;
   std::chrono::seconds interval_{0};
-  bool was_hindered_ = false;  ///< it could not be asked, for another reason than a print
+  bool was_hindered_ = false;       ///< it could not be asked, for another reason than a print
+  std::optional<Condition> known_;  ///< after the last query
+  bool has_changed_ = false;        ///< since then
+  bool was_changed_ = false;        ///< in the previous look
   Sightings sightings_;
 
   // The queue and its prints.

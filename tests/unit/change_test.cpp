@@ -493,6 +493,85 @@ TEST_F(WatchOfChanges, NothingIsToldOfAPrinterThatPrintsWhatItsLastErrorWas) {
   EXPECT_THAT(run(seconds(600)), IsEmpty());
 }
 
+/// How a queue shows trouble without being asked by the watch.
+struct SeenTrouble {
+  const char* name;
+  std::function<void(FakePrinter&, Reading&)> arrange;
+  const char* told;
+};
+
+class WatchOfSeenTrouble : public WatchOfChanges, public testing::WithParamInterface<SeenTrouble> {
+ protected:
+  void SetUp() override {
+    ASSERT_THAT(run(seconds(1500)), IsEmpty());
+    ASSERT_EQ(one.intervals().back(), 480);  // due next at 1800 seconds
+    GetParam().arrange(printer(), reading());
+    if (reading().reported_at < 0) {
+      reading().reported_at = 1000 + 1500;
+    }
+  }
+};
+
+TEST_P(WatchOfSeenTrouble, IsConfirmedWithinTheShortestIntervalAndTold) {
+  EXPECT_THAT(run(seconds(130)), ElementsAre(GetParam().told));
+}
+
+TEST_P(WatchOfSeenTrouble, ThatThePrinterDoesNotConfirmIsNotTold) {
+  printer().errors.clear();
+  printer().manner = FakePrinter::Manner::Answers;
+  const auto asked = scheduler().sends["booth"].size();
+  const auto is_seen = [&] {
+    return judge(one.queue("booth"), {}) != Verdict::Well || scheduler().sends["booth"].size() > asked;
+  };
+  for (int i = 0; i < 70 && !is_seen(); ++i) {
+    ASSERT_THAT(run(seconds(1)), IsEmpty());
+  }
+  EXPECT_TRUE(is_seen());
+  reading().reasons.clear();
+  EXPECT_THAT(run(seconds(2000)), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, WatchOfSeenTrouble,
+                         testing::Values(SeenTrouble{"ARefreshOfAnotherProgram",
+                                                     [](auto& printer, auto& reading) {
+                                                       printer.errors = reading.errors = {{"0008", "2660"}};
+                                                       reading.reported_at = -1;
+                                                     },
+                                                     "booth trouble { \"error-0008-2660\" }"},
+                                         SeenTrouble{"ARefreshOfAnotherProgramWithoutAnAnswer",
+                                                     [](auto& printer, auto& reading) {
+                                                       printer.manner = FakePrinter::Manner::IsSilent;
+                                                       reading.answered = false;
+                                                       reading.errors = {{"0004", "0004"}};
+                                                       reading.level_percent.reset();
+                                                       reading.prints_remaining.reset();
+                                                       reading.prints_total.reset();
+                                                       reading.reported_at = -1;
+                                                     },
+                                                     "booth trouble { \"unreachable\" }"},
+                                         SeenTrouble{"AStatusReportOfAnotherProgram",
+                                                     [](auto& printer, auto& reading) {
+                                                       printer.errors = reading.errors = {{"0008", "2660"}};
+                                                     },
+                                                     "booth trouble { \"error-0008-2660\" }"},
+                                         SeenTrouble{"AStateReason",
+                                                     [](auto&, auto& reading) {
+                                                       reading.reasons = {"media-empty-error"};
+                                                     },
+                                                     "booth trouble { \"media-empty-error\" }"}),
+                         [](const auto& one) { return one.param.name; });
+
+TEST_F(WatchOfChanges, TroubleThatIsSeenDuringAPrintIsToldDuringIt) {
+  ASSERT_THAT(run(seconds(90)), IsEmpty());
+  scheduler().print("booth", seconds(250));
+  ASSERT_THAT(run(seconds(70)), IsEmpty());
+  reading().reasons = {"media-empty-error"};
+  EXPECT_THAT(run(seconds(70)), ElementsAre("booth trouble { \"media-empty-error\" }"));
+  reading().reasons.clear();
+  EXPECT_THAT(run(seconds(70)), ElementsAre("booth ok {}"));
+  EXPECT_EQ(one.outcome(), Outcome::Busy);
+}
+
 TEST_F(WatchOfChanges, ASchedulerThatIsGoneIsToldWithinHalfAMinuteAndThatItIsBack) {
   ASSERT_THAT(run(seconds(90)), IsEmpty());
   scheduler().error = {SchedulerError::Kind::Unreachable, "Connection refused"};
