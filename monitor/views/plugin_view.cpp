@@ -2,6 +2,7 @@
 #include "monitor/views/plugin_view.h"
 
 #include <algorithm>
+#include <set>
 
 #include "monitor/views/plain_text.h"
 #include "monitor/views/wording.h"
@@ -53,24 +54,40 @@ std::string trouble_line(const QueueReport& queue, const Limits& limits) {
   return joined(causes);
 }
 
-/// A label in quotation marks: a quotation mark in it is doubled, and an equals sign is not allowed.
-std::string quoted_label(const std::string& name) {
-  std::string text;
-  for (const char c : replaced(replaced(printable(name), '=', '_'), '|', '_')) {
-    text += c == '\'' ? "''" : std::string(1, c);
+/// Labels makes the labels of the performance data, which are unique.
+class Labels {
+ public:
+  explicit Labels(bool utf8) : utf8_(utf8) {}
+
+  /// A label in quotation marks: a quotation mark in it is doubled, and an equals sign is not allowed.
+  std::string next(const std::string& name) {
+    const auto plain = replaced(replaced(printable(name), '=', '_'), '|', '_');
+    const auto stem = utf8_ ? plain : to_ascii(plain);
+    std::string label = stem;
+    for (int number = 2; !used_.insert(label).second; ++number) {
+      label = stem + "_" + std::to_string(number);
+    }
+    std::string text;
+    for (const char c : label) {
+      text += c == '\'' ? "''" : std::string(1, c);
+    }
+    return "'" + text + "_prints'";
   }
-  return "'" + text + "_prints'";
-}
+
+ private:
+  bool utf8_;
+  std::set<std::string> used_;
+};
 
 /// "'booth_prints'=200;44:;1:;0;400": the value, the lowest values without a warning and without an alarm,
 /// and the least and the most; "U" for a value that is not known.
-std::string performance_data(const QueueReport& queue, const std::string& name, const Limits& limits) {
+std::string performance_data(const QueueReport& queue, const std::string& label, const Limits& limits) {
   const auto& reading = queue.reading;
   if (!reading.prints_remaining || !reading.prints_total) {
-    return quoted_label(name) + "=U";
+    return label + "=U";
   }
   const int total = *reading.prints_total;
-  return quoted_label(name) + "=" + std::to_string(*reading.prints_remaining) + ";" +
+  return label + "=" + std::to_string(*reading.prints_remaining) + ";" +
          std::to_string(fewest_above(limits.low, total)) + ":;" +
          std::to_string(fewest_above(limits.critical, total)) + ":;0;" + std::to_string(total);
 }
@@ -112,6 +129,7 @@ std::string plugin_view(const Report& report, bool utf8) {
   const bool with_server = report.servers.size() > 1;
   std::vector<Entry> entries;
   std::vector<std::string> data;
+  Labels labels(utf8);
   std::size_t queues = 0;
   for (const auto& server : report.servers) {
     if (!server.error.empty()) {
@@ -125,7 +143,7 @@ std::string plugin_view(const Report& report, bool utf8) {
         entries.push_back({verdict, name + ": " + trouble_line(queue, report.limits)});
       }
       if (queue.outcome != Outcome::NotFound && !has_other_supplies(queue.reading)) {
-        data.push_back(performance_data(queue, name, report.limits));
+        data.push_back(performance_data(queue, labels.next(name), report.limits));
       }
     }
   }

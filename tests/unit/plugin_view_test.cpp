@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <set>
 
 #include "tests/unit/sample_report.h"
 
@@ -89,6 +90,22 @@ TEST(PluginView, WithoutAQueueTheStateIsUnknown) {
 TEST(PluginView, LabelsAreQuoted) {
   EXPECT_EQ(data_of(line_of({refreshed(ribbon_reading("a'b=c|d e", 200, 400, "10"))})),
             "'a''b_c_d e_prints'=200;44:;1:;0;400\n");
+}
+
+TEST(PluginView, LabelsAreUnique) {
+  const auto queue = [](const char* name) { return refreshed(ribbon_reading(name, 200, 400, "10")); };
+  const auto report =
+      report_of({queue("a=b"), queue("a_b"), queue("a_b_2"), queue("a|b"), queue("\u00e4"), queue("\u00f6")});
+  for (const bool utf8 : {true, false}) {
+    const auto data = data_of(plugin_view(report, utf8));
+    std::set<std::string> labels;
+    const std::regex label("'([^']+)'=");
+    for (std::sregex_iterator one(data.begin(), data.end(), label); one != std::sregex_iterator(); ++one) {
+      labels.insert((*one)[1]);
+    }
+    EXPECT_EQ(labels.size(), 6U) << data;
+    EXPECT_TRUE(labels.contains("a_b_prints")) << data;
+  }
 }
 
 TEST(PluginView, ManyTroublesAreCountedSoThatTheDataFit) {
