@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/views/ready_view.h"
 
+#include <set>
+
 #include "monitor/queue_watch.h"
 #include "monitor/views/plain_text.h"
 #include "monitor/views/wording.h"
@@ -46,10 +48,19 @@ std::vector<Trouble> obstacles(const QueueReport& queue, Limits limits) {
   return list;
 }
 
-std::string sentence(const Trouble& trouble) {
-  std::string text = to_text(trouble);
-  text += text.ends_with('.') ? "" : ".";
-  return trouble.action.empty() ? text : text + " " + trouble.action;
+/// The obstacles as sentences, each solution once.
+std::string sentences(const std::vector<Trouble>& list) {
+  std::vector<std::string> parts;
+  std::set<std::string> actions = {""};
+  for (const auto& trouble : list) {
+    std::string cause = to_text(trouble);
+    cause += cause.ends_with('.') ? "" : ".";
+    parts.push_back(std::move(cause));
+    if (actions.insert(trouble.action).second) {
+      parts.push_back(trouble.action);
+    }
+  }
+  return joined(parts, " ");
 }
 
 }  // namespace
@@ -61,12 +72,8 @@ std::string ready_view(const Report& report, bool utf8) {
       lines.push_back("print server " + server.server + ": " + server.error);
     }
     for (const auto& queue : server.queues) {
-      std::vector<std::string> sentences;
-      for (const auto& obstacle : obstacles(queue, report.limits)) {
-        sentences.push_back(sentence(obstacle));
-      }
-      if (!sentences.empty()) {
-        lines.push_back(full_name(queue, server, report.servers.size() > 1) + ": " + joined(sentences, " "));
+      if (const auto list = obstacles(queue, report.limits); !list.empty()) {
+        lines.push_back(full_name(queue, server, report.servers.size() > 1) + ": " + sentences(list));
       }
     }
   }

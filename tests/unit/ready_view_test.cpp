@@ -46,6 +46,12 @@ const ReadyCase CASES[] = {
        queue.reading.errors = {{"0008", "2660"}};
      },
      "booth: error 0008, code 2660. Look up 0008 / 2660 in the printer's manual.\n"},
+    {"ErrorsWithOneSolution",
+     [](QueueReport& queue) {
+       queue.reading.reasons = {"timed-out-error", "offline-error", "cover-open-error"};
+     },
+     "booth: printer not responding. Switch the printer on and check its cable. printer offline. cover open. "
+     "Close the cover.\n"},
     {"EmptyRibbon",
      [](QueueReport& queue) {
        queue.reading.prints_remaining = 0;
