@@ -99,13 +99,13 @@ OptionValue text_that(std::function<bool(const std::string&)> accept, std::strin
           {}};
 }
 
-OptionValue text_in(std::string& target) {
+OptionValue text_in(std::string& target, std::string expected) {
   return text_that(
       [&target](const std::string& text) {
         target = text;
         return !text.empty();
       },
-      "a name");
+      std::move(expected));
 }
 
 OptionValue flag(bool& target) {

@@ -23,8 +23,8 @@ OptionValue number_from(std::int64_t first, std::int64_t last,
 OptionValue one_of(const std::vector<std::string>& choices, std::string& target);
 /// Returns a value that is a text for which `accept` returns true; `expected` describes it.
 OptionValue text_that(std::function<bool(const std::string&)> accept, std::string expected);
-/// Returns a value that is any non-empty text.
-OptionValue text_in(std::string& target);
+/// Returns a value that is any non-empty text; `expected` describes it.
+OptionValue text_in(std::string& target, std::string expected);
 
 /// Option describes an option of a program.
 struct Option {

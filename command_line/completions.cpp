@@ -77,10 +77,10 @@ std::string for_bash(const CommandLine& line) {
   };
   for (const Option& option : line.options()) {
     names += (names.empty() ? "--" : " --") + option.name;
-    if (option.placeholder.empty() || option.implied) {
+    if (option.placeholder.empty()) {
       continue;
     }
-    cases += "    --" + option.name + ") ";
+    cases += join({"    ", option.implied ? "" : "--" + option.name + " | ", "--", option.name, "=) "});
     if (!option.value.choices.empty()) {
       cases += complete("-W '", words_of(option), "'") + "; ";
     } else if (is_file(option)) {
@@ -90,8 +90,14 @@ std::string for_bash(const CommandLine& line) {
   }
   return "# bash completion for " + program + "\n" + function +
          "() {\n"
-         "  local word=${COMP_WORDS[COMP_CWORD]}\n"
-         "  case ${COMP_WORDS[COMP_CWORD - 1]} in\n" +
+         "  local word=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]}\n"
+         "  # The shell splits \"--option=value\" into three words.\n"
+         "  if [[ $word == = ]]; then\n"
+         "    word='' option+==\n"
+         "  elif [[ $option == = && COMP_CWORD -ge 2 ]]; then\n"
+         "    option=${COMP_WORDS[COMP_CWORD - 2]}=\n"
+         "  fi\n"
+         "  case $option in\n" +
          cases +
          "  esac\n"
          "  if [[ $word == -* ]]; then\n"

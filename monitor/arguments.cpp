@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -52,14 +53,22 @@ std::string or_default(const char* help, std::chrono::seconds usual) {
   return or_default(help, std::to_string(usual.count()));
 }
 
+/// The file that a path means, whether or not it exists.
+std::filesystem::path file_of(const std::string& path) {
+  std::error_code error;
+  const auto absolute = std::filesystem::absolute(path, error);
+  const auto file = std::filesystem::weakly_canonical(absolute, error);
+  return error ? absolute.lexically_normal() : file;
+}
+
 /// @return what is wrong with the outputs; empty if nothing is.
 std::string wrong_outputs(const std::vector<Output>& outputs) {
   if (std::ranges::count(outputs, STANDARD_OUTPUT, &Output::path) > 1) {
     return "only one of --json, --prometheus, --html, --plugin and --ready can go to standard output";
   }
-  std::set<std::string> files;
+  std::set<std::filesystem::path> files;
   for (const auto& one : outputs) {
-    if (!files.insert(one.path).second) {
+    if (one.path != STANDARD_OUTPUT && !files.insert(file_of(one.path)).second) {
       return "two outputs cannot go to the same file \"" + one.path + "\"";
     }
   }
@@ -84,7 +93,7 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
 
   const auto add_server = [&arguments](const std::string& text) {
     const auto name = parse_server(text);
-    if (name) {
+    if (name && std::ranges::find(arguments.servers, *name, &NamedServer::name) == arguments.servers.end()) {
       arguments.servers.push_back({text, *name});
     }
     return name.has_value();
@@ -100,8 +109,8 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
                 "  1    a ribbon is low; with --ready: a QUEUE cannot print\n"
                 "  2    a printer reports an error\n"
                 "  3    unknown (2 takes precedence over 3, and 3 over 1)\n"
-                "  64   usage error\n"
-                "  74   an output could not be written\n"
+                "  64   usage error; with --plugin: 3\n"
+                "  74   an output could not be written; with --plugin: 3\n"
                 "  130  terminated by Ctrl-C\n"
                 "  143  terminated by SIGTERM\n"
                 "See brenvellis-monitor(1).\n",
@@ -110,7 +119,7 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
       {{.name = "server",
         .placeholder = "HOST[:PORT]",
         .help = "Print server or socket path; may be repeated",
-        .value = text_that(add_server, "HOST[:PORT] or the path of a socket"),
+        .value = text_that(add_server, "HOST, HOST:PORT or the absolute path of a socket"),
         .repeatable = true},
        {.name = "encryption",
         .placeholder = "WHEN",
@@ -139,7 +148,7 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
        {.name = "on-change",
         .placeholder = "COMMAND",
         .help = "With --watch: run COMMAND when the condition of a queue has changed",
-        .value = text_in(arguments.on_change),
+        .value = text_in(arguments.on_change, "a command"),
         .needs = "watch"},
        {.name = "on-change-at-start",
         .help = "Also run COMMAND for the first condition of each queue",
@@ -187,6 +196,7 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
                            std::to_string(arguments.page_interval)),
         .value =
             number_from(1, DAY, [&](auto number) { arguments.page_interval = static_cast<int>(number); }),
+        .needs = "html",
         .excludes = {"watch"}}});
 
   // A monitoring system shows the line of standard output, and knows only the exit statuses of plug-ins.
@@ -210,8 +220,10 @@ std::variant<Arguments, int> read_arguments(int argc, char** argv) {
   if (arguments.outputs.empty()) {
     arguments.outputs.push_back({View::Text, STANDARD_OUTPUT});
   }
-  const std::string why =
-      ready && arguments.queues.empty() ? "--ready: missing QUEUE" : wrong_outputs(arguments.outputs);
+  const bool has_nameless = std::ranges::find(arguments.queues, std::string()) != arguments.queues.end();
+  const std::string why = ready && arguments.queues.empty() ? "--ready: missing QUEUE"
+                          : has_nameless ? "invalid QUEUE '' (expected the name of a queue)"
+                                         : wrong_outputs(arguments.outputs);
   if (!why.empty()) {
     return refuse(line.refuse(why), why);
   }

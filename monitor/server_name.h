@@ -9,9 +9,12 @@
 struct ServerName {
   std::string host;  ///< or the path of its socket
   int port = 0;
+
+  /// Host names are not case-sensitive; the parser returns them in lower case.
+  bool operator==(const ServerName&) const = default;
 };
 
-/// Parses HOST, HOST:PORT, [IPV6]:PORT or the path of a socket. The default port is that of IPP, or of the
-/// CUPS configuration.
-/// @return nothing if the text is invalid.
-[[nodiscard]] std::optional<ServerName> parse_server(const std::string& text);
+/// Parses HOST, HOST:PORT, [IPV6]:PORT or the absolute path of a socket. The default port is that of IPP, or
+/// of the CUPS configuration.
+/// @return nothing if the text is invalid, for example a URI.
+[[nodiscard]] std::optional<ServerName> parse_server(const std::string& argument);

@@ -133,7 +133,7 @@ int run(int argc, char** argv) {
        {.name = "control",
         .placeholder = "PATH",
         .help = "Create a Unix socket for commands",
-        .value = text_in(control)},
+        .value = text_in(control, "a path")},
        setting("code", "CODE", "Status code (default 0: no error)", settings),
        setting("total", "N", "Prints on a new ink ribbon (default 400)", settings),
        setting("remaining", "N", "Prints left on the ribbon (default 400)", settings),
@@ -143,7 +143,7 @@ int run(int argc, char** argv) {
         .placeholder = "PATH",
         .help = "Send COMMAND to the simulator with this control socket, print the reply and exit; \"help\" "
                 "lists the commands",
-        .value = text_in(told)}});
+        .value = text_in(told, "a path")}});
   if (const auto status = line.read(argc, argv)) {
     return *status;
   }

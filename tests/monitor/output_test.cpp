@@ -16,6 +16,7 @@
 
 namespace {
 
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -183,8 +184,10 @@ TEST(Usage, AUsageErrorExitsWithStatus64) {
                                              {"--timeout"},
                                              {"--watch", "0"},
                                              {"--idle", "900"},
-                                             {"--page-interval", "0"},
-                                             {"--watch", "60", "--page-interval", "60"},
+                                             {"--html", "--page-interval", "0"},
+                                             {"--page-interval", "60"},
+                                             {"--json", "--page-interval", "60"},
+                                             {"--watch", "60", "--html", "--page-interval", "60"},
                                              {"--watch", "60", "--idle", "0"},
                                              {"--stuck", "0"},
                                              {"--max-age", "-1"},
@@ -197,11 +200,18 @@ TEST(Usage, AUsageErrorExitsWithStatus64) {
                                              {"--encryption", "maybe"},
                                              {"--server", "host:port"},
                                              {"--server", ""},
+                                             {"--server", "ipp://printhost"},
+                                             {"--server", "./cups.sock"},
+                                             {""},
+                                             {"--ready", ""},
+                                             {"booth", ""},
                                              {"--json", "--html"},
                                              {"--json", "--prometheus=-"},
                                              {"--output", "y"},
                                              {"--json=x", "--html=x"},
                                              {"--json=x", "--json=x"},
+                                             {"--json=./x", "--html=x"},
+                                             {"--json=x", "--html=y/.././x"},
                                              {"--json", "--json"},
                                              {"--ready", "--json", "booth"},
                                              {"--ready", "--watch", "60", "booth"},
@@ -216,6 +226,56 @@ TEST(Usage, AUsageErrorExitsWithStatus64) {
     EXPECT_THAT(result.errors, StartsWith("brenvellis-monitor: "));
     EXPECT_THAT(result.errors, EndsWith("Run with --help for more information.\n"));
   }
+}
+
+TEST(Usage, AnErrorSaysWhatIsExpected) {
+  const auto error = [](const std::vector<std::string>& arguments) {
+    const auto errors = run_monitor("/nonexistent/cups.sock", arguments).errors;
+    return errors.substr(0, errors.find('\n'));
+  };
+  EXPECT_EQ(
+      error({"--server", "ipp://hall"}),
+      "brenvellis-monitor: --server: invalid value 'ipp://hall' (expected HOST, HOST:PORT or the absolute "
+      "path of a socket)");
+  EXPECT_EQ(error({"--watch", "60", "--on-change", ""}),
+            "brenvellis-monitor: --on-change: invalid value '' (expected a command)");
+  EXPECT_EQ(error({"--json", "--page-interval", "60"}),
+            "brenvellis-monitor: --page-interval requires --html");
+  EXPECT_EQ(error({""}), "brenvellis-monitor: invalid QUEUE '' (expected the name of a queue)");
+}
+
+TEST(Usage, TwoPathsOfOneFileAreRejected) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directory_symlink(folder.path(), folder.path() / "link");
+  std::filesystem::create_symlink("page", folder.path() / "same");
+  const auto file = [&](const char* name) { return (folder.path() / name).string(); };
+  std::ofstream(file("page")) << "before";
+  for (const auto* other : {"page", "link/page", "same", "./page", "gone/../page"}) {
+    const auto result =
+        run_monitor("/nonexistent/cups.sock", {"--json=" + file("page"), "--html=" + file(other)});
+    EXPECT_EQ(result.exit_status, 64) << other;
+    EXPECT_THAT(result.errors, HasSubstr("two outputs cannot go to the same file"));
+  }
+}
+
+TEST(Usage, AServerThatIsGivenTwiceIsShownOnce) {
+  const auto shown = [](const std::vector<std::string>& servers) {
+    std::vector<std::string> arguments = {"--json", "--timeout", "1"};
+    for (const auto& server : servers) {
+      arguments.insert(arguments.end(), {"--server", server});
+    }
+    std::vector<std::string> names;
+    const auto object = nlohmann::json::parse(run_monitor("/nonexistent/cups.sock", arguments).output);
+    for (const auto& server : object["servers"]) {
+      names.push_back(server["server"]);
+    }
+    return names;
+  };
+  EXPECT_THAT(shown({"LocalHost:1", "localhost:1", "localhost:2", "LOCALHOST:1"}),
+              ElementsAre("LocalHost:1", "localhost:2"));
+  EXPECT_THAT(shown({"[::1]:1", "[::1]:1"}), ElementsAre("[::1]:1"));
+  EXPECT_THAT(shown({"/nonexistent/a", "/nonexistent/a", "/nonexistent/A"}),
+              ElementsAre("/nonexistent/a", "/nonexistent/A"));
 }
 
 TEST(Usage, PageIntervalIsWrittenToThePage) {

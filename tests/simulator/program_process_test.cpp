@@ -173,7 +173,7 @@ TEST(Program, AUsageErrorExitsWithStatus2) {
        "--fault: invalid arguments of fault 'slow' (expected 'slow MS [status|levels]', N from 0 to 4096, MS "
        "from "
        "0 to 60000)"},
-      {{"--control", ""}, "--control: invalid value '' (expected a name)"},
+      {{"--control", ""}, "--control: invalid value '' (expected a path)"},
       {{"--tell", "path"}, "--tell: no command (try \"help\")"},
       {{"--tell", "path", "show", "--port", "1"},
        "--tell excludes all other options (send the settings as commands)"},

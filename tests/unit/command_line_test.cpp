@@ -46,7 +46,7 @@ struct Example {
        {.name = "json",
         .placeholder = "FILE",
         .help = "Write [JSON]",
-        .value = text_in(json),
+        .value = text_in(json, "a file name"),
         .implied = "-"},
        {.name = "server",
         .placeholder = "HOST[:PORT]",
@@ -116,7 +116,7 @@ TEST(CommandLine, AnErrorIsReportedWithTheProgramsExitStatus) {
       {{"--rows", "1"}, "--rows requires --color"},
       {{"--rows"}, "option '--rows' requires an argument"},
       {{"--rows=", "1"}, "--rows: invalid value '' (expected 1-9)"},
-      {{"--json="}, "--json: invalid value '' (expected a name)"},
+      {{"--json="}, "--json: invalid value '' (expected a file name)"},
       {{"--rows", ""}, "--rows: invalid value '' (expected 1-9)"},
       {{"--rows", "0"}, "--rows: invalid value '0' (expected 1-9)"},
       {{"--rows", "10"}, "--rows: invalid value '10' (expected 1-9)"},
@@ -172,9 +172,9 @@ TEST(CommandLine, BashCompletesOptionsAndTheirValues) {
   for (const char* part :
        {"complete -F _example example\n",
         "compgen -W '--quiet --rows --color --json --server --completion --help --version'",
-        "--rows) return ;;",
-        "--color) mapfile -t COMPREPLY < <(compgen -W 'always never' -- \"$word\"); return ;;",
-        "lpstat -e"}) {
+        "--rows | --rows=) return ;;",
+        "--color | --color=) mapfile -t COMPREPLY < <(compgen -W 'always never' -- \"$word\"); return ;;",
+        "    --json=) mapfile -t COMPREPLY < <(compgen -f -- \"$word\"); return ;;", "lpstat -e"}) {
     EXPECT_THAT(example.output, HasSubstr(part));
   }
   EXPECT_THAT(example.output, testing::Not(HasSubstr("--json)")));
