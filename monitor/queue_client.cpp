@@ -307,6 +307,7 @@ bool QueueClient::connect() {
   if (connection_) {
     return true;
   }
+  has_looked_ = false;
   // Connect without TLS first if TLS is an upgrade, to distinguish "no connection" from "no TLS".
   const bool upgrades = encryption_ == HTTP_ENCRYPTION_REQUIRED;
   connection_.reset(httpConnect2(server_.host.c_str(), server_.port, nullptr, AF_UNSPEC,
@@ -430,6 +431,7 @@ SchedulerAnswer QueueClient::ask_for(const LookRequest& request) {
   if (look.queues.size() > MAX_QUEUES || look.jobs.size() > MAX_JOBS) {
     return SchedulerError{Kind::InvalidAnswer, "it has too many queues or jobs"};
   }
+  has_looked_ = true;
   return look;
 }
 
@@ -477,6 +479,19 @@ SchedulerAnswer QueueClient::ask_for(const SendRequest& request) {
 }
 
 SchedulerAnswer QueueClient::ask_for(const PurgeRequest& request) {
+  // Another connection may lead to a scheduler that has restarted since the job was seen.
+  if (!connect()) {
+    return error_;
+  }
+  if (!has_looked_) {
+    const auto is_own = is_own_job(request);
+    if (!is_own) {
+      return error_;
+    }
+    if (!*is_own) {
+      return Purged{};
+    }
+  }
   // The first request only ends a job that is being processed; a job that has ended is forgotten.
   if (!cancel(request, true) || (!request.has_ended && !cancel(request, true))) {
     const SchedulerError refusal = error_;
@@ -484,6 +499,22 @@ SchedulerAnswer QueueClient::ask_for(const PurgeRequest& request) {
     return refusal;
   }
   return Purged{};
+}
+
+/// Returns whether the number is that of a command job in the queue. A scheduler that was killed gives the
+/// numbers of the jobs that it has lost to other jobs. Returns nothing (and error_) on failure.
+std::optional<bool> QueueClient::is_own_job(const PurgeRequest& request) {
+  const auto get = new_request(IPP_OP_GET_JOB_ATTRIBUTES, queue_uri(request.queue));
+  ippAddInteger(get.get(), IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", request.job);
+  add_wanted(get.get(), job_attributes());
+  const auto answer = exchange(get, "/");
+  if (!answer && error_.kind != Kind::NotFound) {
+    return std::nullopt;
+  }
+  std::map<int, Job> jobs;
+  add_jobs(answer.get(), jobs);
+  const auto job = jobs.find(request.job);
+  return job != jobs.end() && job->second.is_command && job->second.queue == request.queue;
 }
 
 /// Cancels the job. Also returns true if the job no longer exists.

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +39,7 @@ class QueueClient {
   bool read(const std::vector<std::string>& names, std::vector<Reading>& readings);
 
   bool cancel(const PurgeRequest& request, bool purge);
+  std::optional<bool> is_own_job(const PurgeRequest& request);
   bool connect();
   Message exchange(const Message& request, const std::string& resource, std::string_view document = {});
   Message take_answer(ipp_op_t operation);
@@ -47,5 +49,6 @@ class QueueClient {
   http_encryption_t encryption_;
   std::chrono::milliseconds connect_limit_;
   std::unique_ptr<http_t, CloseConnection> connection_;
-  SchedulerError error_;  ///< of the last exchange, if it failed
+  bool has_looked_ = false;  ///< over this connection
+  SchedulerError error_;     ///< of the last exchange, if it failed
 };

@@ -310,16 +310,16 @@ void QueueWatch::see_own_job(const std::vector<Job>& jobs) {
     }
   }
   const auto job = std::ranges::find(jobs, job_, &Job::number);
-  // A scheduler that was killed may give the number of a job that it has lost to a print.
-  const bool is_print = job != jobs.end() && !job->is_command;
-  if (step_ == Step::Told && is_print) {
+  // A scheduler that was killed may give the number of a job that it has lost to a job of any queue.
+  const bool is_lost = job == jobs.end() || !job->is_command;
+  if (step_ == Step::Told && is_lost) {
     step_ = Step::Resting;
     job_ = 0;
   }
   if (step_ != Step::Out) {
     return;
   }
-  if (job == jobs.end() || is_print) {
+  if (is_lost) {
     step_ = Step::Ended;
     end_state_.reset();
   } else if (has_ended(*job) || has_failed(*job)) {

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -140,6 +141,79 @@ INSTANTIATE_TEST_SUITE_P(Printers, BehindARefresh,
                                          Delay{"Dripping", "fault drip 60000"},
                                          Delay{"Slow", "fault slow 60000"}),
                          [](const auto& one) { return one.param.name; });
+
+/// UnrulyPrinter accepts connections and never reads. It may send bytes without end.
+class UnrulyPrinter {
+ public:
+  explicit UnrulyPrinter(bool floods) : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    // The smallest possible windows, which every print fills.
+    const int least = 1;
+    setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &least, sizeof least);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (bind(listener_, reinterpret_cast<sockaddr*>(&address), size) != 0 || listen(listener_, 1) != 0 ||
+        getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+      throw std::runtime_error("the printer has no port");
+    }
+    port_ = ntohs(address.sin_port);
+    server_ = std::jthread([this, floods](const std::stop_token& stop) { serve(floods, stop); });
+  }
+  ~UnrulyPrinter() {
+    server_.request_stop();
+    server_.join();
+    close(listener_);
+  }
+  UnrulyPrinter(const UnrulyPrinter&) = delete;
+  UnrulyPrinter& operator=(const UnrulyPrinter&) = delete;
+
+  [[nodiscard]] std::string device_uri() const { return "socket://127.0.0.1:" + std::to_string(port_); }
+
+ private:
+  void serve(bool floods, const std::stop_token& stop) const {
+    std::vector<int> clients;
+    const std::vector<char> bytes(4096, 'x');
+    while (!stop.stop_requested()) {
+      pollfd poll_listener{listener_, POLLIN, 0};
+      constexpr int limit_ms = 10;
+      if (poll(&poll_listener, 1, limit_ms) > 0) {
+        clients.push_back(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
+      }
+      for (const int client : clients) {
+        while (floods && send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT) > 0) {
+        }
+      }
+    }
+    std::ranges::for_each(clients, close);
+  }
+
+  int listener_;
+  int port_ = 0;
+  std::jthread server_;
+};
+
+class BehindAnUnrulyPrinter : public InTheWay, public testing::WithParamInterface<bool> {};
+
+TEST_P(BehindAnUnrulyPrinter, APrintDoesNotWait) {
+  const UnrulyPrinter printer(GetParam());
+  scheduler.add_queue("booth", printer.device_uri());
+  const auto watch = start_watch({"--timeout", "3600"});
+  ASSERT_TRUE(wait_for_active_jobs(scheduler, 1));
+  ASSERT_TRUE(wait_for_processing(scheduler, active_jobs(scheduler).at(0)));
+  const int print = scheduler.send_raw("booth", std::string(10'000'000, 'p'));
+  EXPECT_TRUE(wait_for_processing(scheduler, print));
+  // It fills the printer's window and stays.
+  EXPECT_TRUE(shows([](const JsonRun& one) { return one.outcome("booth") == "busy"; }));
+  EXPECT_EQ(active_jobs(scheduler), std::vector<int>{print});
+  EXPECT_EQ(scheduler.job_state(print), IPP_JSTATE_PROCESSING);
+  watch->signal(SIGTERM);
+  EXPECT_EQ(watch->exit_status(seconds(30)), 128 + SIGTERM);
+  EXPECT_EQ(all_jobs(scheduler), std::vector<int>{print});
+}
+
+INSTANTIATE_TEST_SUITE_P(Printers, BehindAnUnrulyPrinter, testing::Bool(),
+                         [](const auto& one) { return one.param ? "Flooding" : "NeverReading"; });
 
 struct StuckPrinter {
   const char* name;

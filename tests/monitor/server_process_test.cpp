@@ -135,6 +135,18 @@ TEST_F(ServerProcessTest, PurgingForgetsAJobThatHasEnded) {
   EXPECT_THAT(look(number).jobs, IsEmpty());
 }
 
+TEST_F(ServerProcessTest, APrintThatHasTheNumberOfALostJobIsNotPurged) {
+  scheduler.add_queue("hall", printer.device_uri());
+  const int print = scheduler.send_raw("booth", "a photo");
+  const int command = scheduler.send_commands("hall", "ReportLevels\n");
+  EXPECT_EQ(scheduler.wait_for_job(print), IPP_JSTATE_COMPLETED);
+  EXPECT_EQ(scheduler.wait_for_job(command), IPP_JSTATE_COMPLETED);
+  for (const int job : {print, command}) {
+    EXPECT_TRUE(std::holds_alternative<Purged>(ask(server, PurgeRequest{"booth", job})));
+    EXPECT_EQ(scheduler.job_state(job), IPP_JSTATE_COMPLETED);
+  }
+}
+
 TEST_F(ServerProcessTest, AJobThatIsGoneCountsAsPurged) {
   EXPECT_TRUE(std::holds_alternative<Purged>(ask(server, PurgeRequest{"booth", 4711})));
 }
