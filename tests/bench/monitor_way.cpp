@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Measures how much the monitor delays prints and changes the job history, with the distribution's scheduler
-// configuration: monitor_way [quick|full]. Prints a table.
+// configuration: monitor_way [quick|full [history|dead|delays|unplugged|writes]]. Prints a table.
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -98,7 +99,8 @@ void measure_history(int refreshes) {
   }
   const auto before = jobs_of(scheduler, CUPS_WHICHJOBS_ALL).size();
   for (int i = 0; i < refreshes / queues; ++i) {
-    const auto result = run_program({MONITOR_PROGRAM, "--json"}, {}, {{"CUPS_SERVER", scheduler.server()}});
+    const auto result = run_program({MONITOR_PROGRAM, "--json", "--timeout", "60"}, {},
+                                    {{"CUPS_SERVER", scheduler.server()}});
     if (result.exit_status != 0) {
       throw std::runtime_error("a refresh failed: " + result.output + result.errors);
     }
@@ -199,16 +201,70 @@ void measure_one_dead() {
   end(*monitor);
 }
 
+double written_kib(pid_t pid) {
+  std::ifstream io("/proc/" + std::to_string(pid) + "/io");
+  for (std::string name, value; io >> name >> value;) {
+    if (name == "write_bytes:") {
+      return std::stod(value) / 1024;
+    }
+  }
+  throw std::runtime_error("what a process writes cannot be counted");
+}
+
+/// What the scheduler writes to the disk for each refresh when its history is full, and the monitor for each
+/// report with all three files.
+void measure_writes(int prints, int refreshes) {
+  PrivateScheduler scheduler({.configuration = PrivateScheduler::Configuration::DEFAULT, .log = false});
+  const NetworkPrinter printer;
+  scheduler.add_queue("booth", printer.device_uri());
+  for (int i = 0; i < prints; ++i) {
+    static_cast<void>(scheduler.wait_for_job(scheduler.send_raw("booth", "a photo")));
+  }
+  // The scheduler writes its lists at most every 30 seconds (DirtyCleanInterval).
+  constexpr seconds until_written(35);
+  std::this_thread::sleep_for(until_written);
+  const double before = written_kib(scheduler.pid());
+  for (int i = 0; i < refreshes; ++i) {
+    const auto result = run_program({MONITOR_PROGRAM, "--json", "--timeout", "60"}, {},
+                                    {{"CUPS_SERVER", scheduler.server()}});
+    if (result.exit_status != 0) {
+      throw std::runtime_error("a refresh failed: " + result.output + result.errors);
+    }
+    std::this_thread::sleep_for(until_written);
+  }
+  printf("| KiB that the scheduler writes for a refresh, with %zu jobs in its history | %.0f |\n",
+         jobs_of(scheduler, CUPS_WHICHJOBS_ALL).size(), (written_kib(scheduler.pid()) - before) / refreshes);
+
+  const TemporaryFolder folder;
+  auto monitor = start_monitor(scheduler, {"--watch", "1", "--html=" + (folder.path() / "page").string(),
+                                           "--prometheus=" + (folder.path() / "metrics").string()});
+  wait_until([&] { return written_kib(monitor->pid()) > 0; });
+  const double start = written_kib(monitor->pid());
+  constexpr int seconds_long = 20;
+  std::this_thread::sleep_for(seconds(seconds_long));
+  printf("| KiB that the monitor writes for a report of one queue: JSON, metrics and page | %.0f |\n",
+         (written_kib(monitor->pid()) - start) / seconds_long);
+  end(*monitor);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const bool quick = argc > 1 && std::string(argv[1]) == "quick";
   try {
     printf("| | |\n|---|--:|\n");
-    measure_history(quick ? 60 : 1500);
-    measure_dead_queues(quick ? 60 : 600);
-    measure_delays(quick ? 1 : 5);
-    measure_one_dead();
+    const std::string only = argc > 2 ? argv[2] : "";
+    const auto row = [&](const std::string& name, const std::function<void()>& measure) {
+      if (only.empty() || only == name) {
+        measure();
+        fflush(stdout);
+      }
+    };
+    row("history", [&] { measure_history(quick ? 60 : 1500); });
+    row("dead", [&] { measure_dead_queues(quick ? 60 : 600); });
+    row("delays", [&] { measure_delays(quick ? 1 : 5); });
+    row("unplugged", measure_one_dead);
+    row("writes", [&] { measure_writes(quick ? 50 : 500, quick ? 1 : 4); });
   } catch (const std::exception& error) {
     fprintf(stderr, "monitor_way: %s\n", error.what());
     return EXIT_FAILURE;

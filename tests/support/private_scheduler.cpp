@@ -96,6 +96,9 @@ void PrivateScheduler::start() {
   if (options_.file_device) {
     arguments.emplace_back("--file-device");
   }
+  if (!options_.log) {
+    arguments.insert(arguments.end(), {"--log-level", "warn"});
+  }
   for (const auto& [name, program] : options_.backends) {
     arguments.insert(arguments.end(), {"--backend", name + "=" + program});
   }

@@ -34,6 +34,7 @@ class PrivateScheduler {
     Configuration configuration = Configuration::RELAXED;
     bool port = false;         ///< whether it also listens on a port; implies the default configuration
     bool file_device = false;  ///< whether queues may print to files
+    bool log = true;           ///< false: it logs as little as the distribution's own
     std::string filter = FILTER_PROGRAM;  ///< the command filter to install
     std::map<std::string, std::string> backends =
         {};  ///< more backends to install: URI scheme -> program to copy
