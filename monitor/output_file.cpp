@@ -27,7 +27,7 @@ std::pair<Descriptor, std::string> make_temporary(const Descriptor& folder, mode
     throw_file_error();
   }
   for (const auto byte : random) {
-    name += letters[byte % letters.size()];
+    name += letters.at(byte % letters.size());
   }
   constexpr int only_new = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   return {Descriptor(openat(folder.number(), name.c_str(), only_new, mode)), name};

@@ -151,7 +151,7 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
   note_sighting(now);
   if (!rules_.again && !done_ && step_ == Step::Resting) {
     const auto why = obstacle();
-    if (!rules_.ask || (!confirming_ && is_fresh(now) && (!why || *why == Outcome::Busy))) {
+    if (!rules_.ask || (!confirming_ && is_fresh() && (!why || *why == Outcome::Busy))) {
       done_ = true;
       outcome_ = why == Outcome::Stopped ? Outcome::Stopped : Outcome::NotAsked;
     } else if (why && (!rules_.wait || *why == Outcome::Unsupported)) {
@@ -391,11 +391,9 @@ Condition QueueWatch::told_condition() const {
   return condition_of(report, rules_.limits);
 }
 
-bool QueueWatch::is_fresh(Moment now) const {
-  if (!rules_.max_age || !reading_.age_seconds) {
-    return false;
-  }
-  return seconds(*reading_.age_seconds) + (now - read_at_) <= *rules_.max_age;
+/// Whether the values are young enough in the reading that has just come.
+bool QueueWatch::is_fresh() const {
+  return rules_.max_age && reading_.age_seconds && seconds(*reading_.age_seconds) <= *rules_.max_age;
 }
 
 /// Ends an exchange and says when the next is due.

@@ -133,7 +133,7 @@ class QueueWatch {
   [[nodiscard]] bool is_surprising() const;
   [[nodiscard]] Condition told_condition() const;
   [[nodiscard]] bool is_stuck(Moment now) const;
-  [[nodiscard]] bool is_fresh(Moment now) const;
+  [[nodiscard]] bool is_fresh() const;
 
   WatchRules rules_;
   Reading reading_;

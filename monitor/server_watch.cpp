@@ -76,7 +76,11 @@ LookRequest ServerWatch::next_look(Moment now) const {
     }
   }
   all = all || names.size() > std::min(MOST_NAMED, all_queues_ / NAMED_PART);
-  return look_request(all || !names.empty(), all ? std::vector<std::string>() : std::move(names));
+  const bool queues = all || !names.empty();
+  if (all) {
+    names.clear();
+  }
+  return look_request(queues, std::move(names));
 }
 
 /// Whether the server can be sent one more command job in this interval. Two for each queue and some more are

@@ -596,7 +596,8 @@ Change change_of(QueueReport queue, std::optional<Condition> old = Condition{}) 
 }
 
 TEST(ChangeText, SaysWhatIsWrong) {
-  EXPECT_THAT(change_text(change_of(broken())), StartsWith("booth: error 0008, code 2660"));
+  EXPECT_EQ(change_text(change_of(broken())),
+            "booth: error 0008, code 2660. Look up 0008 / 2660 in the printer's manual.");
   auto elsewhere = change_of(broken());
   elsewhere.server = "hall";
   EXPECT_THAT(change_text(elsewhere), StartsWith("booth on hall: error 0008, code 2660"));

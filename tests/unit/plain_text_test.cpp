@@ -97,6 +97,11 @@ TEST(PlainText, WidthsAreThoseOfATerminal) {
 
 TEST(PlainText, AsciiHasAQuotationMarkForInches) {
   EXPECT_EQ(to_ascii("10x15(4x6″) Büro"), "10x15(4x6\") B?ro");
+  for (int character = 0; character < 0x80; ++character) {
+    const std::string text(1, static_cast<char>(character));
+    EXPECT_EQ(to_ascii(text), text);
+  }
+  EXPECT_EQ(to_ascii("\u0080\xFF"), "??");
 }
 
 TEST(PlainText, ATextThatFitsIsNotCut) {

@@ -298,6 +298,7 @@ TEST(Queue, AJobThatIsGoneHasReportedIfTheReportIsNewOrMayBe) {
   OneQueue old;
   EXPECT_EQ(outcome_of(old, 500), Outcome::Failed);
   EXPECT_EQ(old.report().detail, "the command job is gone");
+  EXPECT_EQ(old.watch.job(), 0);
   EXPECT_EQ(outcome_of(old, 501), Outcome::Refreshed);
   EXPECT_EQ(outcome_of(old, 501), Outcome::Failed);
 
@@ -308,6 +309,19 @@ TEST(Queue, AJobThatIsGoneHasReportedIfTheReportIsNewOrMayBe) {
   young.watch.note_absence();
   EXPECT_EQ(outcome_of(young, 500), Outcome::Failed);
   EXPECT_EQ(outcome_of(young, 500), Outcome::Refreshed);
+}
+
+TEST(Queue, AnyFailureIsFollowedByTwoLines) {
+  OneQueue one;
+  EXPECT_EQ(one.watch.report_levels(), 1);
+  one.send(Moment());
+  one.watch.purged(Moment() + seconds(10));
+  EXPECT_EQ(one.report().outcome, Outcome::TimedOut);
+  EXPECT_EQ(one.watch.report_levels(), 2);
+  EXPECT_TRUE(one.watch.is_dead());
+  one.exchange(Moment() + seconds(60));
+  EXPECT_EQ(one.watch.report_levels(), 1);
+  EXPECT_FALSE(one.watch.is_dead());
 }
 
 TEST(Queue, AGoneJobIsNotTakenForAnEarlierOneThatEnded) {

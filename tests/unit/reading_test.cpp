@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
+#include <string>
 
 namespace {
 
@@ -326,8 +328,19 @@ TEST(Reading, TheRatioComesFromTheCountsFirst) {
   reading.level_percent = 33;
   EXPECT_EQ(ribbon_ratio(reading), 0.33);
   reading.prints_remaining = 1;
+  EXPECT_EQ(ribbon_ratio(reading), 0.33);
   reading.prints_total = 4;
   EXPECT_EQ(ribbon_ratio(reading), 0.25);
+}
+
+TEST(Reading, EveryAttributeThatIsReadIsAskedFor) {
+  const std::set<std::string> names(reading_attributes().begin(), reading_attributes().end());
+  EXPECT_EQ(names, (std::set<std::string>{
+                       "marker-change-time", "marker-levels", "marker-message", "marker-names",
+                       "marker-types", "printer-commands", "printer-info", "printer-is-accepting-jobs",
+                       "printer-is-shared", "printer-location", "printer-make-and-model", "printer-name",
+                       "printer-state", "printer-state-change-time", "printer-state-message",
+                       "printer-state-reasons", "printer-up-time", "queued-job-count"}));
 }
 
 }  // namespace

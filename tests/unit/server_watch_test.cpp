@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 #include <variant>
 #include <vector>
@@ -13,8 +14,11 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::Ge;
 using testing::IsEmpty;
+using testing::Le;
 using testing::SizeIs;
 using Manner = FakePrinter::Manner;
 
@@ -143,6 +147,47 @@ TEST(Server, AOneTimeCallLooksLessOftenTheLongerAJobTakes) {
   }
 }
 
+TEST(Server, IsAskedForAFewQueuesByName) {
+  auto rules = again();
+  rules.ask = false;
+  for (const auto& [queues, printing, named] :
+       {std::array{16, 2, 2}, {16, 3, 0}, {15, 2, 0}, {800, 64, 64}, {800, 65, 0}}) {
+    OneServer one(rules);
+    Look look;
+    for (int i = 0; i < queues; ++i) {
+      one.reading.queue = one.print.queue = "queue" + std::to_string(i);
+      one.print.number = i + 1;
+      one.print.state = IPP_JSTATE_PROCESSING;
+      look.queues.push_back(one.reading);
+      if (i < printing) {
+        look.jobs.push_back(one.print);
+      }
+    }
+    one.request<LookRequest>(Moment());
+    one.watch.take(look, Moment());
+    EXPECT_EQ(one.watch.next(Moment()).at, Moment() + seconds(5));
+    const auto next = one.request<LookRequest>(Moment() + seconds(5));
+    EXPECT_TRUE(next.queues);
+    EXPECT_THAT(next.names, SizeIs(static_cast<std::size_t>(named))) << queues << " " << printing;
+  }
+}
+
+TEST(Server, IsAskedForAQueueAgainBeforeACommandJobIfItsReadingIsOld) {
+  for (const int age : {1000, 1001}) {
+    auto rules = again();
+    rules.max_age = seconds(300);
+    OneServer one(rules);
+    one.reading.age_seconds = 300;
+    one.request<LookRequest>(Moment());
+    one.watch.take(Look{{one.reading}, {}}, Moment());
+    if (age == 1000) {
+      EXPECT_EQ(one.request<SendRequest>(Moment() + milliseconds(age)).queue, "booth");
+    } else {
+      EXPECT_THAT(one.request<LookRequest>(Moment() + milliseconds(age)).names, ElementsAre("booth"));
+    }
+  }
+}
+
 TEST(Server, ThatIsAwayIsTriedAgainAfterGrowingPauses) {
   OneServer one;
   Moment now;
@@ -246,6 +291,18 @@ TEST(Fleet, DeadPrintersAreAskedAgainSixteenAtATime) {
   }
 }
 
+TEST(Fleet, APrintingQueueAmongManyIsReadEveryFiveSeconds) {
+  Simulation one(again());
+  for (int i = 0; i < 20; ++i) {
+    one.scheduler.add("queue" + std::to_string(i));
+  }
+  one.scheduler.print("queue7", std::chrono::hours(1));
+  one.run(seconds(3600));
+  EXPECT_LE(one.scheduler.looks, 3600 / 5 + 60 + 20 * 12);
+  // All queues once per minute, and this one.
+  EXPECT_THAT(one.scheduler.queues_read, AllOf(Ge(60 * 20 + 3600 / 5), Le(60 * 20 + 1200)));
+}
+
 TEST(Fleet, AHopelessJobIsNotPurgedWhileThereIsRoomForOthers) {
   Simulation one(again());
   one.scheduler.add("dead").manner = Manner::IsUnreachable;
@@ -257,6 +314,20 @@ TEST(Fleet, AHopelessJobIsNotPurgedWhileThereIsRoomForOthers) {
   EXPECT_THAT(one.scheduler.sends["living"], IsEmpty());
   EXPECT_EQ(one.scheduler.own_jobs(), 1U);
   EXPECT_EQ(one.outcome("dead"), Outcome::Asking);
+}
+
+TEST(Fleet, HopelessJobsAreNotPurgedIfNoOtherQueueWaits) {
+  Simulation one(again());
+  one.scheduler.add("living");
+  one.run(seconds(59));
+  for (int i = 0; i < 32; ++i) {
+    one.scheduler.add("dead" + std::to_string(i)).manner = Manner::IsUnreachable;
+  }
+  one.run(seconds(8));
+  EXPECT_EQ(one.scheduler.own_jobs(), 32U);
+  one.scheduler.add("new");
+  one.run(seconds(120));
+  EXPECT_THAT(one.scheduler.sends["new"], SizeIs(2));
 }
 
 TEST(SchedulerErrors, AreExplained) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
@@ -253,6 +254,166 @@ TEST_F(Views, TheMetricsTellAPausedQueueAlsoWithoutARefresh) {
 
 TEST_F(Views, ThePageIsAsExpected) {
   EXPECT_EQ(without_style(html_view(sample_report())), expected("report.html"));
+}
+
+/// As many printers as a page shows in cards: one in trouble, the others well.
+Report small_report() {
+  auto report = many_printers(6, 1);
+  auto& queues = report.servers[0].queues;
+  queues[0].stuck = true;
+  queues[0].job_seconds = 600;
+  queues[0].reading.state_message = "Waiting for printer to become available.";
+  queues[1].reading.prints_remaining.reset();
+  queues[1].reading.age_seconds = 12 * 60 * 60;
+  queues[2].reading.prints_total.reset();
+  queues[2].reading.age_seconds = 12 * 60 * 60 - 1;
+  queues[3].outcome = Outcome::Asking;
+  queues[3].reading.info = "Photos";
+  queues[3].reading.location = "Hall";
+  queues[4].reading.state = QueueState::Processing;
+  queues[4].reading.reasons = {"cover-open-report"};
+  queues[4].prints_waiting = 1;
+  queues[5].reading = ribbon_reading("booth5", 1000, 1000, "");
+  queues[5].reading.age_seconds.reset();
+  return report;
+}
+
+TEST_F(Views, APageOfAFewPrintersIsAsExpected) {
+  EXPECT_EQ(without_style(html_view(small_report())), expected("report-small.html"));
+}
+
+struct TroubleCase {
+  QueueReport queue;
+  Trouble trouble;
+};
+
+TEST(Troubles, HaveTheirCausesAndActions) {
+  const auto well = refreshed(ribbon_reading("booth", 200, 400, ""));
+  const auto with_reason = [&well](const char* reason) {
+    auto queue = well;
+    queue.reading.reasons = {reason};
+    return queue;
+  };
+  const auto with_outcome = [&well](Outcome outcome, const char* detail = "") {
+    auto queue = well;
+    queue.outcome = outcome;
+    queue.detail = detail;
+    queue.reading.state = outcome == Outcome::Paused ? QueueState::Stopped : QueueState::Idle;
+    queue.reading.state_message = "words";
+    return queue;
+  };
+  const auto with = [&well](const std::function<void(QueueReport&)>& change) {
+    auto queue = well;
+    change(queue);
+    return queue;
+  };
+  const auto without_level = [&with](const std::function<void(QueueReport&)>& change) {
+    return with([&change](QueueReport& queue) {
+      queue.reading.level_percent.reset();
+      queue.reading.prints_remaining.reset();
+      change(queue);
+    });
+  };
+  const std::string connect = "Switch the printer on and check its cable.";
+  const TroubleCase cases[] = {
+      {with_reason("media-empty-error"), {"out of paper", "Load paper.", {}}},
+      {with_reason("media-needed-error"), {"out of paper", "Load paper.", {}}},
+      {with_reason("media-jam-error"), {"paper jam", "Remove the jammed paper.", {}}},
+      {with_reason("cover-open-error"), {"cover open", "Close the cover.", {}}},
+      {with_reason("door-open-error"), {"door open", "Close the door.", {}}},
+      {with_reason("marker-supply-empty-error"), {"ribbon empty", "Load a new ribbon.", {}}},
+      {with_reason("offline-error"), {"printer offline", connect, {}}},
+      {with_reason("timed-out-error"), {"printer not responding", connect, {}}},
+      {with_reason("connecting-to-device-error"), {"printer not responding", connect, {}}},
+      {with_reason("x-error"), {"printer error", "Look at the printer.", "x-error"}},
+      {with_outcome(Outcome::Paused), {"paused", "Resume the queue (cupsenable).", "words"}},
+      {with_outcome(Outcome::Stopped),
+       {"stopped after an error", "Remove the cause, then resume the queue (cupsenable).", "words"}},
+      {with_outcome(Outcome::Rejecting),
+       {"rejecting jobs", "Let the queue accept jobs again (cupsaccept).", {}}},
+      {with_outcome(Outcome::Unsupported),
+       {"another driver", "Use the Brenvellis driver, or do not name this queue.", {}}},
+      {with_outcome(Outcome::TimedOut, "detail"), {"no answer in time", connect, "detail"}},
+      {with_outcome(Outcome::Failed, "detail"), {"not refreshed", "Check the print server.", "detail"}},
+      {with_outcome(Outcome::NotFound), {"no such queue", "Check the queue's name (lpstat -e).", {}}},
+      {with([](auto& queue) { queue.stuck = true; }),
+       {"print stuck", "Check the printer: power, cable, paper and ribbon.", {}}},
+      {with([](auto& queue) {
+         queue.stuck = true;
+         queue.job_seconds = 120;
+         queue.reading.state_message = "Connecting to printer.";
+       }),
+       {"print stuck for 2 min", connect, "Connecting to printer."}},
+      {with([](auto& queue) {
+         queue.reading.errors = {{"0004", "0004"}};
+       }),
+       {"error 0004, or an unknown code", "Look up 0004 in the printer's manual.", {}}},
+      {with([](auto& queue) {
+         queue.reading.errors = {{"0004", "0004"}};
+         queue.reading.answered = false;
+       }),
+       {"no answer, or error 0004", connect, {}}},
+      {with([](auto& queue) {
+         queue.reading.errors = {{"0008", "0008"}};
+       }),
+       {"error 0008", "Look up 0008 in the printer's manual.", {}}},
+      {with([](auto& queue) {
+         queue.reading.errors = {{"0008", "2660"}};
+       }),
+       {"error 0008, code 2660", "Look up 0008 / 2660 in the printer's manual.", {}}},
+      {with([](auto& queue) {
+         queue.reading.errors = {{"00080", "1"}};
+       }),
+       {"unknown error", "Look at the printer.", "error 00080, code 1"}},
+      {with([](auto& queue) {
+         queue.reading.errors = {{"1", "26600"}};
+       }),
+       {"unknown error", "Look at the printer.", "error 1, code 26600"}},
+      {without_level([](auto& queue) { queue.outcome = Outcome::Asking; }),
+       {"asking", "Wait for the printer's answer.", {}}},
+      {without_level([](auto& queue) { queue.reading.answered = false; }), {"no answer", connect, {}}},
+      {without_level([](auto& queue) { queue.reading.ribbon_words = "words"; }),
+       {"prints left not known", "Change or reseat the ribbon.", "words"}},
+      {without_level([](auto& queue) { queue.reading.answered.reset(); }),
+       {"another driver", "Use the Brenvellis driver, or do not name this queue.", {}}},
+      {without_level([](auto& queue) {
+         queue.reading.answered.reset();
+         queue.reading.markers.clear();
+         queue.outcome = Outcome::Busy;
+       }),
+       {"never read", "Wait for the end of the print.", {}}},
+      {without_level([](auto& queue) {
+         queue.reading.answered.reset();
+         queue.reading.markers.clear();
+       }),
+       {"never read", "", {}}},
+      {refreshed(ribbon_reading("booth", 0, 400, "")), {"ribbon empty", "Load a new ribbon.", {}}},
+      {refreshed(ribbon_reading("booth", 1, 400, "")),
+       {"only 1 print left", "Have a new ribbon at hand.", {}}},
+      {refreshed(ribbon_reading("booth", 2, 400, "")),
+       {"only 2 prints left", "Have a new ribbon at hand.", {}}},
+      {with([](auto& queue) {
+         queue.reading.prints_remaining.reset();
+         queue.reading.prints_total.reset();
+         queue.reading.level_percent = 7;
+       }),
+       {"only 7 % left", "Have a new ribbon at hand.", {}}},
+  };
+  for (const auto& [queue, trouble] : cases) {
+    EXPECT_THAT(troubles(queue, {}), testing::ElementsAre(trouble)) << trouble.cause;
+  }
+  EXPECT_THAT(troubles(well, {}), testing::IsEmpty());
+}
+
+TEST(Durations, HaveAUnitOfWhichThereAreTwoAtLeast) {
+  const std::pair<int, const char*> cases[] = {{0, "0 s"},        {119, "119 s"},     {120, "2 min"},
+                                               {7199, "119 min"}, {7200, "2 h"},      {10799, "2 h"},
+                                               {172799, "47 h"},  {172800, "2 days"}, {259199, "2 days"}};
+  for (const auto& [seconds, text] : cases) {
+    EXPECT_EQ(duration_text(seconds), text);
+  }
+  EXPECT_EQ(age_text(1), "just now");
+  EXPECT_EQ(age_text(2), "2 s ago");
 }
 
 TEST_F(Views, ThePageSaysThatAllIsWell) {
