@@ -5,7 +5,7 @@ import os
 import re
 
 TREE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-FOLDERS = ("filter", "files", "raster", "simulator", "monitor", "monitor/views")
+FOLDERS = ("filter", "files", "command_line", "raster", "simulator", "monitor", "monitor/views")
 
 SWAPS = {
     "==": ["!="], "!=": ["=="], "<": ["<=", ">"], "<=": ["<", ">"], ">": [">=", "<"], ">=": [">", "<"],

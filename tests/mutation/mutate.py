@@ -32,6 +32,7 @@ DROPPED = os.path.join(FOLDER, "dropped")
 PROGRAMS = {
     "filter": ["filter/commandtobrenvellis"],
     "files": ["monitor/brenvellis-monitor", "raster/brenvellis-rasterdump"],
+    "command_line": ["simulator/brenvellis-simulator"],
     "raster": ["raster/brenvellis-rasterdump"],
     "simulator": ["simulator/brenvellis-simulator"],
     "monitor": ["monitor/brenvellis-monitor"],
@@ -39,17 +40,20 @@ PROGRAMS = {
 TESTS = {
     "filter": ["unit/unit_filter", "unit/unit_exchange", "unit/unit_state_cleanup", "channel/channel"],
     "files": ["unit/unit_monitor", "raster/rasterdump"],
+    "command_line": ["unit/unit_command_line", "simulator/simulator_process_test"],
     "raster": ["unit/unit_raster", "raster/rasterdump", "raster/rasterdump_memory"],
     "simulator": ["simulator/simulator_unit_test", "simulator/simulator_process_test"],
     "monitor": ["unit/unit_monitor", "monitor/monitor", "monitor/monitor_server"],
 }
 # Test programs that contain the code. The others start the programs.
 UNIT_TESTS = ("unit/unit_filter", "unit/unit_exchange", "unit/unit_state_cleanup", "unit/unit_raster",
-              "unit/unit_monitor", "simulator/simulator_unit_test")
+              "unit/unit_command_line", "unit/unit_monitor", "simulator/simulator_unit_test")
 # Seconds. Unit tests up to FAST run together, in one process per program. Tests above SLOWEST are left out.
 FAST, SLOWEST = 4, 30
 # Seconds that the other tests of one change may take, measured without a change.
 SLOW_BUDGET = 60
+# Seconds after which the other tests of a program are split into several processes.
+BATCH = 3
 BUILD_LIMIT = 600
 
 # Each run has its own process ids, its own /tmp and a read-only /dev, since a change may kill processes and remove files.
@@ -176,7 +180,7 @@ class Switched:
     """The build that contains all changes, each made at run time, and its tests."""
 
     def __init__(self, folders, jobs, unit):
-        self.tree = Tree("switched", ["-DCMAKE_BUILD_TYPE=Debug", "-DBRENVELLIS_STATIC_RUNTIME=OFF",
+        self.tree = Tree("switched-" + "-".join(folders), ["-DCMAKE_BUILD_TYPE=Debug", "-DBRENVELLIS_STATIC_RUNTIME=OFF",
                                       f"-DCMAKE_CXX_FLAGS=-w -O0 -include {TREE}/tests/mutation/switches.h"])
         self.folders, self.jobs, self.unit = folders, jobs, unit
         self.tests = []
@@ -188,8 +192,9 @@ class Switched:
                  for path in paths}
         missing = [path for path in paths if not os.path.exists(cache[path])]
         if missing:
-            commands = json.loads(read(self.tree.file("compile_commands.json")).decode().replace(self.tree.path + "/", TREE + "/")
-                                  .replace(self.tree.path + " ", TREE + " "))
+            # The sources are those of this tree, but generated headers are in the build folder.
+            text = read(self.tree.file("compile_commands.json")).decode()
+            commands = json.loads(re.sub(re.escape(self.tree.path) + r"(?!/build\b|[^/ ])", TREE, text))
             folders = {os.path.dirname(path) for path in missing if path.endswith(".h")}
             wanted = [command for command in commands if (path := os.path.relpath(command["file"], TREE)) in missing or
                       os.path.dirname(path) in folders]
@@ -225,8 +230,7 @@ class Switched:
             for path, (text, sites) in files.items():
                 written[path] = (switches.write(text, sites), sites)
             self.tree.prepare(sources | {path: text.encode("latin-1") for path, (text, _) in written.items()})
-            good, log = self.tree.ninja(sorted({os.path.basename(name) for names in PROGRAMS.values() for name in names}),
-                                        self.jobs, True)
+            good, log = self.tree.ninja([os.path.basename(name) for name in programs], self.jobs, True)
             if good:
                 break
             before = {number for _, sites in files.values() for site in sites for number in site.changes}
@@ -317,15 +321,17 @@ class Switched:
             status, process = self.run(program, [test.name for test in group], limit, environment, bound)
             if status != 0:
                 return os.path.basename(program) + (": " + (process.failed_test() or "ends") if status is not None else ": time")
-        left = SLOW_BUDGET
-        for test in sorted((test for test in tests if not test.fast), key=lambda test: test.seconds):
-            left -= test.seconds
-            if left < 0:
-                break
+        for program, group in batches(sorted((test for test in tests if not test.fast), key=lambda test: test.seconds)):
+            names = [test.name for test in group]
+            limit = 20 + 10 * sum(test.seconds for test in group)
             # On a busy machine a test may fail because it is late, so a failure must be repeatable.
-            arguments = (test.program, [test.name], 20 + 10 * test.seconds, environment, bound)
-            if self.run(*arguments)[0] != 0 and self.run(*arguments)[0] != 0:
-                return os.path.basename(test.program) + ": " + test.name
+            for _ in range(2):
+                status, process = self.run(program, names, limit, environment, bound)
+                if status == 0:
+                    break
+                failed = process.failed_test()
+                if self.run(program, [failed] if failed else names, limit, environment, bound)[0] != 0:
+                    return os.path.basename(program) + ": " + (failed or names[0])
         return None
 
     def verdict(self, change):
@@ -336,6 +342,21 @@ class Switched:
         if not tests:
             return None
         return self.first_failure(tests, {"BRENVELLIS_CHANGE": str(change.number)}) or "SURVIVED"
+
+
+def batches(tests):
+    """Yields programs with a few of their tests that run together, the shortest first, within the budget."""
+    left = SLOW_BUDGET
+    groups = {}
+    for test in tests:
+        left -= test.seconds
+        if left < 0:
+            break
+        group = groups.setdefault(test.program, [])
+        group.append(test)
+        if sum(one.seconds for one in group) > BATCH:
+            yield test.program, groups.pop(test.program)
+    yield from groups.items()
 
 
 class Alone:
@@ -499,7 +520,7 @@ def main():
         everything.append(Change(counts[change.path][0] + counts[change.path][1], change))
         counts[change.path][1] += 1
     assert all(count < 1000 for _, count in counts.values())
-    switchable = everything
+    numbered = everything
     everything = [change for change in everything if options.only in change.change.path]
     for change in everything:
         total[change.change.path] = total.get(change.change.path, 0) + 1
@@ -529,7 +550,7 @@ def main():
             check=True).stdout.splitlines() if os.path.isfile(os.path.join(TREE, path))}
         folders = sorted({change.folder for change in everything})
         switched = Switched(folders, options.workers, options.unit)
-        switched.prepare(sources, switchable)
+        switched.prepare(sources, [change for change in numbered if change.folder in folders])
         alone = Alone(switched)
         lock = threading.Lock()
         numbers = {}
@@ -538,6 +559,7 @@ def main():
         end = begin + 60 * options.minutes
         compiled = []
         random.Random(options.seed).shuffle(left)
+        left.sort(key=lambda change: change.change.key not in results)  # survivors first
         waiting = list(left)
 
         def note(change, verdict):
