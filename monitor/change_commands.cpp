@@ -25,7 +25,7 @@ namespace {
 using std::chrono::milliseconds;
 
 /// What a command gets at the end to end: more than run_command() takes.
-constexpr milliseconds LAST_WORDS{3000};
+constexpr milliseconds END_LIMIT{3000};
 constexpr std::size_t LONGEST_FAILURE = 200;
 
 /// A file in memory that holds the text, for reading from its start; -1 and errno if there is none.
@@ -79,7 +79,7 @@ ChangeCommands::~ChangeCommands() {
   for (const auto& one : running_) {
     kill(one.pid, end_signal());
   }
-  const auto limit = std::chrono::steady_clock::now() + LAST_WORDS;
+  const auto limit = std::chrono::steady_clock::now() + END_LIMIT;
   for (auto& one : running_) {
     while (!has_ended(one)) {
       const auto left = std::chrono::ceil<milliseconds>(limit - std::chrono::steady_clock::now());

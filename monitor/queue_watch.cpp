@@ -462,16 +462,16 @@ void QueueWatch::sent(int job, Moment now) {
 
 void QueueWatch::not_sent(const SchedulerError& error, Moment now) {
   step_ = Step::Resting;
-  using Kind = SchedulerError::Kind;
+  using enum SchedulerError::Kind;
   switch (error.kind) {
-    case Kind::Unreachable:
-    case Kind::NoAnswer:
-    case Kind::InvalidAnswer:
+    case Unreachable:
+    case NoAnswer:
+    case InvalidAnswer:
       // It may have taken the job all the same.
       maybe_sent_ = true;
       due_ = now;
       return;
-    case Kind::Busy:
+    case Busy:
       due_ = now + BUSY_PAUSE;
       outcome_ = Outcome::Failed;
       sightings_.note(now);

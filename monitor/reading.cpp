@@ -9,7 +9,7 @@
 namespace {
 
 constexpr std::string_view MESSAGE = "Ink Ribbon = ";
-constexpr std::string_view NAME = "InkSheetType: ";
+constexpr std::string_view SHEET_PREFIX = "InkSheetType: ";
 constexpr const char* RIBBON_TYPE = "ink-ribbon";
 
 /// The level that the filter reports if the printer did not answer; -1 is an unknown level.
@@ -72,7 +72,7 @@ std::vector<int> numbers_of(ipp_attribute_t* attribute) {
   return numbers;
 }
 
-int number_of(ipp_attribute_t* attribute) {
+int number_or_zero(ipp_attribute_t* attribute) {
   return is_number(attribute) ? ippGetInteger(attribute, 0) : 0;
 }
 
@@ -153,8 +153,8 @@ void read_markers(const MarkerTexts& texts, Reading& reading) {
   }
   // If the printer did not answer, the filter reports the meaningless sheet code 00.
   const std::string_view name = reading.markers[*ribbon].name;
-  if (reading.answered != false && name.starts_with(NAME)) {
-    reading.sheet = name.substr(NAME.size());
+  if (reading.answered != false && name.starts_with(SHEET_PREFIX)) {
+    reading.sheet = name.substr(SHEET_PREFIX.size());
   }
   if (reading.level_percent) {
     read_counts(reading.ribbon_words, reading);
@@ -188,7 +188,7 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   } else if (name == "printer-make-and-model") {
     reading.make_and_model = text_of(attribute);
   } else if (name == "printer-state") {
-    reading.state = state_of(number_of(attribute));
+    reading.state = state_of(number_or_zero(attribute));
   } else if (name == "printer-is-accepting-jobs") {
     reading.accepting = truth_of(attribute);
   } else if (name == "printer-is-shared") {
@@ -196,9 +196,9 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   } else if (name == "printer-state-message") {
     reading.state_message = text_of(attribute);
   } else if (name == "printer-state-change-time") {
-    texts.state_changed_at = number_of(attribute);
+    texts.state_changed_at = number_or_zero(attribute);
   } else if (name == "queued-job-count") {
-    reading.active_jobs = number_of(attribute);
+    reading.active_jobs = number_or_zero(attribute);
   } else if (name == "printer-commands") {
     reading.reports_levels = ippContainsString(attribute, "ReportLevels") != 0;
     reading.reports_status = ippContainsString(attribute, "ReportStatus") != 0;
@@ -207,9 +207,9 @@ void read_attribute(ipp_attribute_t* attribute, std::string_view name, Reading& 
   } else if (name == "printer-state-reasons") {
     read_reasons(attribute, reading);
   } else if (name == "printer-up-time") {
-    texts.now = number_of(attribute);
+    texts.now = number_or_zero(attribute);
   } else if (name == "marker-change-time") {
-    reading.reported_at = number_of(attribute);
+    reading.reported_at = number_or_zero(attribute);
   } else if (name == "marker-message") {
     reading.ribbon_words = text_of(attribute);
   } else if (name == "marker-names") {
@@ -245,7 +245,7 @@ bool is_brenvellis_queue(const Reading& reading) {
   }
   return !reading.other_commands || !reading.errors.empty() ||
          std::ranges::any_of(reading.markers, [](const Marker& marker) {
-           return marker.type == RIBBON_TYPE && std::string_view(marker.name).starts_with(NAME);
+           return marker.type == RIBBON_TYPE && std::string_view(marker.name).starts_with(SHEET_PREFIX);
          });
 }
 

@@ -23,7 +23,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr int ARGUMENTS = 5;
+constexpr int RUN_ARGUMENTS = 5;
 /// Between SIGTERM and SIGKILL.
 constexpr milliseconds GRACE{1000};
 
@@ -84,8 +84,8 @@ std::string failure_of(int status) {
 }
 
 std::string seconds_text(milliseconds limit) {
-  const auto seconds = std::chrono::ceil<std::chrono::seconds>(limit).count();
-  return std::to_string(seconds) + (seconds == 1 ? " second" : " seconds");
+  const auto count = std::chrono::ceil<std::chrono::seconds>(limit).count();
+  return std::to_string(count) + (count == 1 ? " second" : " seconds");
 }
 
 /// Runs the command to its end. Returns why it failed.
@@ -124,7 +124,7 @@ int end_signal() {
 }
 
 std::optional<int> run_command(int argc, char** argv) {
-  if (argc != ARGUMENTS || std::string_view(argv[1]) != RUN_OPTION) {
+  if (argc != RUN_ARGUMENTS || std::string_view(argv[1]) != RUN_OPTION) {
     return std::nullopt;
   }
   sigset_t signals;

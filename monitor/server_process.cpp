@@ -31,10 +31,10 @@ constexpr const char* NAME = "brenvellis-monitor";
 void set_timer(int timer, milliseconds delay) {
   constexpr milliseconds least(1);  // 0 would disarm the timer
   delay = std::max(delay, least);
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(delay);
+  const auto whole = std::chrono::duration_cast<std::chrono::seconds>(delay);
   itimerspec time{};
-  time.it_value.tv_sec = seconds.count();
-  time.it_value.tv_nsec = std::chrono::nanoseconds(delay - seconds).count();
+  time.it_value.tv_sec = whole.count();
+  time.it_value.tv_nsec = std::chrono::nanoseconds(delay - whole).count();
   timerfd_settime(timer, 0, &time, nullptr);
 }
 
@@ -57,8 +57,8 @@ void watch(int events, int descriptor) {
 }
 
 std::string patience_text(milliseconds patience) {
-  const auto seconds = std::chrono::ceil<std::chrono::seconds>(patience).count();
-  return "no answer within " + std::to_string(seconds) + (seconds == 1 ? " second" : " seconds");
+  const auto count = std::chrono::ceil<std::chrono::seconds>(patience).count();
+  return "no answer within " + std::to_string(count) + (count == 1 ? " second" : " seconds");
 }
 
 /// Returns why a process that has exited did not answer, from its wait status.

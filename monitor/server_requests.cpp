@@ -23,7 +23,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int PARENT = STDIN_FILENO;
-constexpr int ARGUMENTS = 6;
+constexpr int SERVE_ARGUMENTS = 6;
 
 #ifdef BRENVELLIS_SANITIZE
 constexpr rlim_t MAX_MEMORY = RLIM_INFINITY;  // Sanitizers reserve terabytes of address space.
@@ -104,7 +104,7 @@ std::string message_of(QueueClient& client, const SchedulerRequest& request) {
 }  // namespace
 
 std::optional<int> serve_requests(int argc, char** argv) {
-  if (argc != ARGUMENTS || std::string_view(argv[1]) != SERVE_OPTION) {
+  if (argc != SERVE_ARGUMENTS || std::string_view(argv[1]) != SERVE_OPTION) {
     return std::nullopt;
   }
   confine();

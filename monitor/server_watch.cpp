@@ -35,8 +35,8 @@ constexpr seconds MARGIN{10};
 
 /// Whether the error says nothing about the request, but that no answer came.
 bool is_absence(const SchedulerError& error) {
-  using Kind = SchedulerError::Kind;
-  return error.kind == Kind::Unreachable || error.kind == Kind::NoAnswer || error.kind == Kind::InvalidAnswer;
+  using enum SchedulerError::Kind;
+  return error.kind == Unreachable || error.kind == NoAnswer || error.kind == InvalidAnswer;
 }
 
 }  // namespace

@@ -20,12 +20,12 @@ std::string answered(const std::string& reply, const std::string& raised, const 
          state_lines(raised, state_text);
 }
 
-std::string unanswered(int read_result) {
+std::string status_unanswered(int read_result) {
   return command_line("ReportStatus", 1) + request_lines(STATUS_REQUEST) + read_failure_line(read_result) +
          state_lines("", "UNAVAILABLE");
 }
 
-const std::string REPLY = status_reply(0x2660);
+const std::string ERROR_REPLY = status_reply(0x2660);
 const std::string REASON = "com.brenvellis-error0008_2660";
 
 TEST(StatusExchange, TheCodeComesFromBytesFourAndFive) {
@@ -45,32 +45,32 @@ TEST(StatusExchange, HighBytesAreUnsigned) {
 }
 
 TEST(StatusExchange, ALateSecondReadCompletesTheReply) {
-  EXPECT_EQ(status_log({.pieces = {REPLY.substr(0, 10), REPLY.substr(10)}}),
-            answered(REPLY, REASON, "0x2660"));
+  EXPECT_EQ(status_log({.pieces = {ERROR_REPLY.substr(0, 10), ERROR_REPLY.substr(10)}}),
+            answered(ERROR_REPLY, REASON, "0x2660"));
 }
 
 TEST(StatusExchange, AReplyMayDripByteByByte) {
   std::vector<std::string> bytes;
-  for (const char byte : REPLY) {
+  for (const char byte : ERROR_REPLY) {
     bytes.emplace_back(1, byte);
   }
-  EXPECT_EQ(status_log({.pieces = bytes}), answered(REPLY, REASON, "0x2660"));
+  EXPECT_EQ(status_log({.pieces = bytes}), answered(ERROR_REPLY, REASON, "0x2660"));
 }
 
 TEST(StatusExchange, FourteenBytesAndSilenceAreNoReply) {
-  EXPECT_EQ(status_log({.pieces = {REPLY.substr(0, 14)}}), unanswered(-1));
+  EXPECT_EQ(status_log({.pieces = {ERROR_REPLY.substr(0, 14)}}), status_unanswered(-1));
 }
 
 TEST(StatusExchange, SilenceIsNoReply) {
-  EXPECT_EQ(status_log({}), unanswered(-1));
+  EXPECT_EQ(status_log({}), status_unanswered(-1));
 }
 
 TEST(StatusExchange, AClosedBackChannelIsNoReply) {
-  EXPECT_EQ(status_log({.hang_up = true}), unanswered(0));
+  EXPECT_EQ(status_log({.hang_up = true}), status_unanswered(0));
 }
 
 TEST(StatusExchange, ABackChannelClosedInTheMiddleIsNoReply) {
-  EXPECT_EQ(status_log({.pieces = {REPLY.substr(0, 14)}, .hang_up = true}), unanswered(0));
+  EXPECT_EQ(status_log({.pieces = {ERROR_REPLY.substr(0, 14)}, .hang_up = true}), status_unanswered(0));
 }
 
 class LongStatusReplies : public testing::TestWithParam<std::size_t> {};
@@ -109,9 +109,9 @@ class Drains : public testing::TestWithParam<DrainCase> {};
 
 TEST_P(Drains, AreLoggedAndTheReplyIsStillRead) {
   const auto& [status, name] = GetParam();
-  EXPECT_EQ(status_log({.drain = SideAnswer{status, ""}, .pieces = {REPLY}}),
+  EXPECT_EQ(status_log({.drain = SideAnswer{status, ""}, .pieces = {ERROR_REPLY}}),
             command_line("ReportStatus", 1) + trace_lines("[CMD]", STATUS_REQUEST) +
-                drain_line(name, status) + trace_lines("[STS]", REPLY) + state_lines(REASON, "0x2660"));
+                drain_line(name, status) + trace_lines("[STS]", ERROR_REPLY) + state_lines(REASON, "0x2660"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -123,35 +123,37 @@ INSTANTIATE_TEST_SUITE_P(
                     DrainCase{8, "UNKNOWN"}));
 
 TEST(StatusExchange, ADrainThatNeverComesTimesOutAndTheReplyIsRead) {
-  EXPECT_EQ(status_log({.drain = std::nullopt, .pieces = {REPLY}}),
+  EXPECT_EQ(status_log({.drain = std::nullopt, .pieces = {ERROR_REPLY}}),
             command_line("ReportStatus", 1) + trace_lines("[CMD]", STATUS_REQUEST) +
-                drain_line("CUPS_SC_STATUS_TIMEOUT", 3) + trace_lines("[STS]", REPLY) +
+                drain_line("CUPS_SC_STATUS_TIMEOUT", 3) + trace_lines("[STS]", ERROR_REPLY) +
                 state_lines(REASON, "0x2660"));
 }
 
 TEST(StatusExchange, TheDrainsAnswerIsNoPartOfTheReply) {
-  EXPECT_EQ(status_log({.drain = SideAnswer{1, std::string(512, 'd')}, .pieces = {REPLY}}),
-            answered(REPLY, REASON, "0x2660"));
+  EXPECT_EQ(status_log({.drain = SideAnswer{1, std::string(512, 'd')}, .pieces = {ERROR_REPLY}}),
+            answered(ERROR_REPLY, REASON, "0x2660"));
 }
 
 TEST(StatusExchange, ACommandAfterAFailedQueryWorksAgain) {
   FilterRun filter;
   filter.replies.push_back({});
-  filter.replies.push_back({.pieces = {REPLY}});
+  filter.replies.push_back({.pieces = {ERROR_REPLY}});
   filter.run_file("ReportStatus\nReportStatus\n");
   EXPECT_EQ(filter.exit_status, 0);
   EXPECT_EQ(filter.requests, STATUS_REQUEST + STATUS_REQUEST);
-  EXPECT_EQ(filter.log, unanswered(-1) + command_line("ReportStatus", 2) +
-                            exchange_lines(STATUS_REQUEST, "[STS]", REPLY) + state_lines(REASON, "0x2660"));
+  EXPECT_EQ(filter.log, status_unanswered(-1) + command_line("ReportStatus", 2) +
+                            exchange_lines(STATUS_REQUEST, "[STS]", ERROR_REPLY) +
+                            state_lines(REASON, "0x2660"));
 }
 
 TEST(StatusExchange, ALateReplyIsReadByTheNextQuery) {
   FilterRun filter;
-  filter.replies.push_back({.pieces = {REPLY.substr(0, 14)}});
-  filter.replies.push_back({.pieces = {REPLY}});
+  filter.replies.push_back({.pieces = {ERROR_REPLY.substr(0, 14)}});
+  filter.replies.push_back({.pieces = {ERROR_REPLY}});
   filter.run_file("ReportStatus\nReportStatus\n");
-  EXPECT_EQ(filter.log, unanswered(-1) + command_line("ReportStatus", 2) +
-                            exchange_lines(STATUS_REQUEST, "[STS]", REPLY) + state_lines(REASON, "0x2660"));
+  EXPECT_EQ(filter.log, status_unanswered(-1) + command_line("ReportStatus", 2) +
+                            exchange_lines(STATUS_REQUEST, "[STS]", ERROR_REPLY) +
+                            state_lines(REASON, "0x2660"));
 }
 
 TEST(StatusExchange, AFullOutputIsAFailedFlush) {

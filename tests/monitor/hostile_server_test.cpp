@@ -219,7 +219,7 @@ TEST(HostileServerTest, AServerThatRefusesToForgetAJobIsAskedToCancelIt) {
 
 TEST(HostileServerTest, ManyQueuesAreRead) {
 #ifdef BRENVELLIS_SANITIZE
-  // There is no limit of memory to test, and libcups needs time for the square of the number.
+  // Without a memory limit a small number is enough; the time that libcups needs grows with its square.
   constexpr std::size_t count = 5000;
 #else
   constexpr std::size_t count = 30000;

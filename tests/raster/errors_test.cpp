@@ -27,12 +27,7 @@ using testing::Eq;
 using testing::IsEmpty;
 using testing::Pair;
 
-constexpr int INPUT = 1;
-constexpr int USAGE = 2;
-constexpr int OUTPUT = 3;
-
 const std::vector<Page> PAGE = {make_page(10, 20)};
-const std::vector<Page> TWO_PAGES = {make_page(10, 20), make_page(13, 9, 5)};
 
 std::string uncompressed(const std::vector<Page>& pages) {
   return write_stream(pages, CUPS_RASTER_WRITE);

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr int OUTPUT = 3;
-
 /// The two ways to save a page.
 struct Way {
   const char* name;

@@ -20,10 +20,6 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr int INPUT = 1;
-constexpr int USAGE = 2;
-constexpr int OUTPUT = 3;
-
 /// A page with these bytes for pixels, given as "04 ff".
 Page page_of(unsigned width, unsigned height, unsigned bits, unsigned colors, cups_order_t order,
              cups_cspace_t space, const std::string& pixels) {

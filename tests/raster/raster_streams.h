@@ -26,6 +26,14 @@ Page make_page(unsigned width, unsigned height, unsigned variation = 0);
 Page make_page(unsigned width, unsigned height, unsigned bits_per_color, unsigned colors, cups_order_t order,
                cups_cspace_t space);
 
+/// Two pages that differ in size and pixels.
+inline const std::vector<Page> TWO_PAGES = {make_page(10, 20), make_page(13, 9, 5)};
+
+/// The program's exit statuses for errors of these kinds.
+inline constexpr int INPUT = 1;
+inline constexpr int USAGE = 2;
+inline constexpr int OUTPUT = 3;
+
 /// Gives an enumeration of a header any value.
 template <typename Enumeration>
 void set_value(Enumeration& field, unsigned value) {

@@ -23,8 +23,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Key;
 
-const std::vector<Page> TWO_PAGES = {make_page(10, 20), make_page(13, 9, 5)};
-
 constexpr const char* VERSION_2 = "CUPS raster version 2, compressed, little-endian";
 constexpr const char* VERSION_3 = "CUPS raster version 3, uncompressed, little-endian";
 constexpr const char* VERSION_3_REVERSED = "CUPS raster version 3, uncompressed, big-endian";

@@ -6,13 +6,12 @@
 #include <algorithm>
 #include <random>
 
+#include "tests/simulator/request_packets.h"
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-const Bytes STATUS = {0x1b, 0x47, 0x44, 0x30, 0, 0, 1, 0x16};
-const Bytes LEVELS = {0x1b, 0x47, 0x44, 0x30, 0, 0, 3, 0x1e, 0x16, 0x2a};
 
 Bytes join(std::initializer_list<Bytes> parts) {
   Bytes whole;

@@ -3,13 +3,13 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/simulator/request_packets.h"
+
 using testing::IsEmpty;
 using testing::SizeIs;
 
 namespace {
 
-const Bytes STATUS = {0x1b, 0x47, 0x44, 0x30, 0, 0, 1, 0x16};
-const Bytes LEVELS = {0x1b, 0x47, 0x44, 0x30, 0, 0, 3, 0x1e, 0x16, 0x2a};
 const Bytes UNKNOWN = {0x1b, 0x47, 0x44, 0x30, 0, 0, 1, 0x17};
 
 }  // namespace

@@ -10,14 +10,8 @@
 
 namespace {
 
-Report report_of(std::vector<QueueReport> queues) {
-  Report report;
-  report.servers = {{"localhost", {}, 0, std::move(queues)}};
-  return report;
-}
-
 std::string line_of(std::vector<QueueReport> queues) {
-  return plugin_view(report_of(std::move(queues)), true);
+  return plugin_view(report_with(std::move(queues)), true);
 }
 
 /// What follows the vertical bar.
@@ -47,7 +41,7 @@ TEST(PluginView, TheWorstComesFirstAndTheDataKeepTheirOrder) {
 }
 
 TEST(PluginView, LimitsAreThresholds) {
-  auto report = report_of({refreshed(ribbon_reading("booth", 15, 400, "10"))});
+  auto report = report_with({refreshed(ribbon_reading("booth", 15, 400, "10"))});
   report.limits = {{40, Limit::Unit::Prints}, {20, Limit::Unit::Prints}};
   EXPECT_EQ(plugin_view(report, true),
             "BRENVELLIS CRITICAL - booth: 15 of 400 prints left (3 %) | 'booth_prints'=15;41:;21:;0;400\n");
@@ -94,8 +88,8 @@ TEST(PluginView, LabelsAreQuoted) {
 
 TEST(PluginView, LabelsAreUnique) {
   const auto queue = [](const char* name) { return refreshed(ribbon_reading(name, 200, 400, "10")); };
-  const auto report =
-      report_of({queue("a=b"), queue("a_b"), queue("a_b_2"), queue("a|b"), queue("\u00e4"), queue("\u00f6")});
+  const auto report = report_with(
+      {queue("a=b"), queue("a_b"), queue("a_b_2"), queue("a|b"), queue("\u00e4"), queue("\u00f6")});
   for (const bool utf8 : {true, false}) {
     const auto data = data_of(plugin_view(report, utf8));
     std::set<std::string> labels;

@@ -16,12 +16,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-WatchRules again() {
-  WatchRules rules;
-  rules.again = true;
-  return rules;
-}
-
 /// A queue, watched without a server.
 struct OneQueue {
   explicit OneQueue(const WatchRules& rules = again()) : watch("booth", rules, Moment()) {

@@ -11,12 +11,6 @@
 
 namespace {
 
-Report report_of(std::vector<QueueReport> queues) {
-  Report report;
-  report.servers = {{"localhost", {}, 0, std::move(queues)}};
-  return report;
-}
-
 struct ReadyCase {
   const char* name;
   std::function<void(QueueReport&)> change;
@@ -28,7 +22,7 @@ class ReadyView : public testing::TestWithParam<ReadyCase> {};
 TEST_P(ReadyView, SaysWhy) {
   auto queue = refreshed(ribbon_reading("booth", 40, 400, "10"));
   GetParam().change(queue);
-  EXPECT_EQ(ready_view(report_of({queue}), true), GetParam().expected);
+  EXPECT_EQ(ready_view(report_with({queue}), true), GetParam().expected);
 }
 
 const ReadyCase CASES[] = {
@@ -148,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(Conditions, ReadyView, testing::ValuesIn(CASES),
                          [](const auto& one) { return one.param.name; });
 
 TEST(ReadyReport, TheCriticalLimitIsAReasonAndTheLowOneIsNot) {
-  auto report = report_of({refreshed(ribbon_reading("booth", 40, 400, "10"))});
+  auto report = report_with({refreshed(ribbon_reading("booth", 40, 400, "10"))});
   report.limits.low = {50, Limit::Unit::Prints};
   EXPECT_EQ(ready_view(report, true), "");
   report.limits.critical = {40, Limit::Unit::Prints};
@@ -156,9 +150,9 @@ TEST(ReadyReport, TheCriticalLimitIsAReasonAndTheLowOneIsNot) {
 }
 
 TEST(ReadyReport, EachQueueThatIsNotReadyHasALine) {
-  auto report = report_of({refreshed(ribbon_reading("bar", 0, 400, "10")),
-                           refreshed(ribbon_reading("booth", 40, 400, "10")),
-                           refreshed(ribbon_reading("hall", 0, 400, "10"))});
+  auto report = report_with({refreshed(ribbon_reading("bar", 0, 400, "10")),
+                             refreshed(ribbon_reading("booth", 40, 400, "10")),
+                             refreshed(ribbon_reading("hall", 0, 400, "10"))});
   EXPECT_EQ(ready_view(report, true),
             "bar: ribbon empty. Load a new ribbon.\nhall: ribbon empty. Load a new ribbon.\n");
 }

@@ -6,7 +6,15 @@
 #include <iterator>
 #include <string>
 
+#include "monitor/queue_watch.h"
 #include "monitor/report.h"
+
+/// The rules of a watch, where a one-time call is the default.
+inline WatchRules again() {
+  WatchRules rules;
+  rules.again = true;
+  return rules;
+}
 
 /// A queue's reading after a report of a healthy printer.
 inline Reading ribbon_reading(const std::string& queue, int remaining, int total, const std::string& sheet) {
@@ -30,6 +38,13 @@ inline Reading ribbon_reading(const std::string& queue, int remaining, int total
 
 inline QueueReport refreshed(const Reading& reading, double seconds = 0.125) {
   return {reading, Outcome::Refreshed, {}, seconds};
+}
+
+/// A report of one print server with these queues.
+inline Report report_with(std::vector<QueueReport> queues) {
+  Report report;
+  report.servers = {{"localhost", {}, 0, std::move(queues)}};
+  return report;
 }
 
 /// Returns a report of two print servers, with queues in all conditions that a view can show, and of one that

@@ -24,12 +24,6 @@ using Manner = FakePrinter::Manner;
 
 const SchedulerError GONE = {SchedulerError::Kind::Unreachable, "gone"};
 
-WatchRules again() {
-  WatchRules rules;
-  rules.again = true;
-  return rules;
-}
-
 /// OneServer answers the requests of a watch by hand.
 struct OneServer {
   explicit OneServer(const WatchRules& rules = again()) : watch("localhost", {}, rules, Moment()) {

@@ -19,12 +19,6 @@ using Manner = FakePrinter::Manner;
 constexpr auto MINUTE = std::chrono::minutes(1);
 constexpr auto HOUR = std::chrono::hours(1);
 
-WatchRules again() {
-  WatchRules rules;
-  rules.again = true;
-  return rules;
-}
-
 TEST(Once, AQueueIsAskedReadAndItsJobForgotten) {
   Simulation one;
   one.scheduler.add("booth").remaining = 123;

@@ -25,16 +25,6 @@ constexpr std::string_view COMMANDS =
     "plug, unplug, busy on|off, idle silent|empty (how an idle read is answered), "
     "protocol 1|2 (at the next plug), output (in hexadecimal, since the last time), show";
 
-std::string hexadecimal(const std::vector<unsigned char>& bytes) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  std::string text;
-  for (const unsigned char byte : bytes) {
-    text += digits[byte >> 4];
-    text += digits[byte & 0xf];
-  }
-  return text;
-}
-
 std::string execute(UsbDevice& device, const std::string& line) {
   if (line == "plug") {
     device.plug();

@@ -91,16 +91,6 @@ Bytes device_id() {
   return bytes;
 }
 
-std::string hexadecimal(const Bytes& bytes) {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string text;
-  for (const unsigned char byte : bytes) {
-    text += digits[byte >> 4];
-    text += digits[byte & 0xf];
-  }
-  return text;
-}
-
 /// The memory behind the argument of a request, as a structure of the kernel's interface.
 template <typename Structure>
 Structure* argument(UMockdevIoctlClient* client) {
@@ -114,6 +104,16 @@ usbdevfs_urb& block_of(UMockdevIoctlData& data) {
 }
 
 }  // namespace
+
+std::string hexadecimal(const Bytes& bytes) {
+  constexpr std::string_view digits = "0123456789ABCDEF";
+  std::string text;
+  for (const unsigned char byte : bytes) {
+    text += digits[byte >> 4];
+    text += digits[byte & 0xf];
+  }
+  return text;
+}
 
 UsbDevice::UsbDevice(asio::io_context& io, std::uint16_t port, UsbPrinterSettings settings)
     : io_(io),

@@ -19,6 +19,9 @@ struct UsbPrinterSettings {
   bool answers_idle_read = false;  ///< an idle read gets an empty packet instead of no answer
 };
 
+/// The bytes as two hexadecimal digits each.
+std::string hexadecimal(const std::vector<unsigned char>& bytes);
+
 /// GObjectPointer holds a reference to a GObject.
 template <typename Object>
 struct GObjectRelease {
