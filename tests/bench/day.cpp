@@ -607,7 +607,7 @@ class Day {
     auto history = all_jobs(scheduler_);
     std::ranges::sort(history);
     std::ranges::sort(sent);
-    sent.erase(std::ranges::unique(sent).begin(), sent.end());
+    sent.erase(std::unique(sent.begin(), sent.end()), sent.end());
     const std::size_t left = scheduler_.running_filters().size();
 
     printf("| | |\n|---|--:|\n");
