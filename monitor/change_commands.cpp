@@ -58,7 +58,7 @@ std::vector<std::string> environment_with(const std::map<std::string, std::strin
     }
   }
   for (const auto& [name, value] : variables) {
-    environment.push_back(name + "=" + value);
+    environment.emplace_back(name).append("=").append(value);
   }
   return environment;
 }
@@ -165,7 +165,7 @@ void ChangeCommands::start(const Change& change) {
 }
 
 /// Takes what the process says, and whether it has ended.
-bool ChangeCommands::has_ended(Running& one) const {
+bool ChangeCommands::has_ended(Running& one) {
   std::array<char, LONGEST_FAILURE> part{};
   for (;;) {
     const auto count = read(one.output, part.data(), part.size());

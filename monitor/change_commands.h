@@ -57,7 +57,7 @@ class ChangeCommands {
 
   void start_waiting();
   void start(const Change& change);
-  [[nodiscard]] bool has_ended(Running& one) const;
+  [[nodiscard]] static bool has_ended(Running& one);
   void end(Running& one);
   void report_failure(const std::string& what, const std::string& failure) const;
 
