@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Untested.
+# Untested: not built here.
 { pkgs ? import <nixpkgs> { } }:
 pkgs.stdenv.mkDerivation {
   pname = "brenvellis";
