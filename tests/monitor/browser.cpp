@@ -9,6 +9,7 @@
 #include <chrono>
 #include <fstream>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 using nlohmann::json;
@@ -113,8 +114,15 @@ void Browser::open(const std::string& address) {
 }
 
 std::string Browser::evaluate(const std::string& expression) {
-  const auto reply =
-      call("Runtime.evaluate", {{"expression", "String(" + expression + ")"}, {"returnByValue", true}});
+  json reply;
+  try {
+    reply = call("Runtime.evaluate", {{"expression", "String(" + expression + ")"}, {"returnByValue", true}});
+  } catch (const std::runtime_error& error) {
+    if (std::string_view(error.what()).find("navigated") == std::string_view::npos) {
+      throw;
+    }
+    return "failed: the page was replaced";  // the next evaluation is in the new one
+  }
   return reply.contains("exceptionDetails") ? "failed: " + reply["exceptionDetails"].dump()
                                             : reply["result"]["value"].get<std::string>();
 }
