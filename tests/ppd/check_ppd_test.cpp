@@ -57,6 +57,10 @@ const std::vector<Case> CASES = {
      "commandtobrenvellis", false},
     {"raster-commands-in-lower-case", RASTER, LINE + "*cupsCommands: \"reportlevels reportstatus\"\n",
      "commandtobrenvellis", false},
+    {"raster-lines-in-a-value", RASTER, "*JCLBegin: \"\n" + LINE + COMMANDS + "\"\n*End\n", "", false},
+    {"raster-lines-between-quotes", RASTER,
+     "*JCLEnd: \"two\nlines\"\n*End\n*% 4\": \"\n" + LINE + "*Custom 4x6/6\": \"one\"\n" + COMMANDS,
+     "commandtobrenvellis", true},
     {"raster-other-commands-first", RASTER, LINE + "*cupsCommands: \"Clean\"\n" + COMMANDS,
      "commandtobrenvellis", false},
     {"raster-wildcard-first", RASTER, "*cupsFilter: \"application/* 0 rastertohp\"\n" + LINE + COMMANDS,
@@ -83,6 +87,8 @@ const std::vector<Case> CASES = {
      "*cupsFilter: \"application/vnd.cups-command 50 commandtobrenvellis\"\n" + COMMANDS, "commandtopclx",
      false},
 };
+
+const std::string SUPPLIES_HEADING = "recommended, or each job over the network may take 4 s longer";
 
 ProgramResult check(const std::filesystem::path& ppd) {
   return run_program({CHECK_PPD_PROGRAM, ppd.string()});
@@ -199,7 +205,7 @@ TEST_F(CheckPpd, ACorrectedPpdReportsTheRibbonPrintsAndIsFoundByTheMonitor) {
   for (const char* original :
        {RASTER, POSTSCRIPT, PDF_AND_POSTSCRIPT, PDF, CUPS_FILTER_2, OWN_COMMAND_FILTER}) {
     SCOPED_TRACE(original);
-    const auto path = ppd("unchanged", original, "*cupsSNMPSupplies: False\n");
+    const auto path = ppd("unchanged", original, "");
     const std::string advice = check(path).output;
     const auto removed = lines_below(advice, "remove");
     std::ifstream input(path);
@@ -210,6 +216,9 @@ TEST_F(CheckPpd, ACorrectedPpdReportsTheRibbonPrintsAndIsFoundByTheMonitor) {
       }
     }
     for (const auto& line : lines_below(advice, "add")) {
+      text += line + "\n";
+    }
+    for (const auto& line : lines_below(advice, SUPPLIES_HEADING)) {
       text += line + "\n";
     }
     const auto changed = write("changed", text);
@@ -231,6 +240,24 @@ TEST_F(CheckPpd, ACorrectedPpdReportsTheRibbonPrintsAndIsFoundByTheMonitor) {
     const std::string queue(original, std::string(original).find('.'));
     EXPECT_THAT(shown.output, testing::ContainsRegex(queue + ".*200 of 400 prints left"));
   }
+}
+
+TEST_F(CheckPpd, RecommendsToTurnOffSuppliesBySnmp) {
+  using testing::ElementsAre;
+  const std::string correct = LINE + COMMANDS;
+
+  const auto missing = check(ppd("missing", RASTER, correct));
+  EXPECT_EQ(missing.exit_status, 0);
+  EXPECT_THAT(lines_below(missing.output, SUPPLIES_HEADING), ElementsAre("*cupsSNMPSupplies: False"));
+
+  const auto on = check(ppd("on", RASTER, correct + "*cupsSNMPSupplies: True\n*cupsSNMPSupplies: False\n"));
+  EXPECT_EQ(on.exit_status, 0);
+  EXPECT_THAT(lines_below(on.output, "remove"),
+              ElementsAre("*cupsSNMPSupplies: True", "*cupsSNMPSupplies: False"));
+  EXPECT_THAT(lines_below(on.output, SUPPLIES_HEADING), ElementsAre("*cupsSNMPSupplies: False"));
+
+  const auto off = ppd("off", RASTER, correct + "*cupsSNMPSupplies: False\n");
+  EXPECT_EQ(check(off).output, off.string() + ": commandtobrenvellis gets command jobs\n");
 }
 
 TEST_F(CheckPpd, ReportsEqualCostsOfTwoDestinations) {
