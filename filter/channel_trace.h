@@ -5,8 +5,9 @@
 #include <cups/sidechannel.h>
 
 /// Writes a labelled hexadecimal dump of a packet to standard error as "DEBUG: " lines of the job log: one
-/// line with the size, then one line per 16 bytes. A data line begins with the offset in at least four
-/// digits. All bytes are shown on purpose, however many there are.
+/// line with the size, then one line per 16 bytes. After the label, a data line has the offset in at least
+/// four hexadecimal digits. All bytes are shown on purpose, however many there are. Make stderr line-buffered
+/// first; otherwise, each byte is a write of its own.
 ///
 /// @param label  names the packet: "[CMD]" is a request, "[STS]" a status reply, "[REP]" a levels reply.
 /// @param data   the packet; `size` bytes are read, none if `size` is 0 or less.

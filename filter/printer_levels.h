@@ -25,7 +25,7 @@ class PrinterLevels {
   Type type;
   std::uint16_t total = 0;          ///< prints on a new ribbon of the loaded type; unknown if 0 or 0xFFFF
   std::uint16_t remaining = 0;      ///< prints left; unknown if 0xFFFF; may exceed `total`
-  std::uint8_t ink_sheet_type = 0;  ///< code of the print size
+  std::uint8_t ink_sheet_type = 0;  ///< code of the print size; unknown if 0xFF
 
   /// Sets the type. The counters and the sheet code are 0.
   constexpr explicit PrinterLevels(Type the_type) : type(the_type) {}

@@ -31,7 +31,7 @@ inline constexpr std::array<unsigned char, 7 + sizeof...(SELECTORS)> PRINTER_REQ
 
 /// Selects the status.
 inline constexpr unsigned char SELECT_STATUS = 0x16;
-/// Select the levels, with SELECT_STATUS between them.
+/// The first and the last selector of the levels; SELECT_STATUS is between them.
 inline constexpr unsigned char SELECT_LEVELS_BEGIN = 0x1e;
 inline constexpr unsigned char SELECT_LEVELS_END = 0x2a;
 

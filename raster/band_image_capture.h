@@ -49,12 +49,11 @@ bool save_image_as_raw(const char* templ, const tagLNBandImageParams* params);
 /// @return whether all literal characters of the template fit.
 bool format_string_util(char* out, unsigned long size, const char* templ, const tagLNBandImageParams* params);
 
-/// Writes a block of memory to a file without a header and replaces an existing file. Sets the file's mode to
-/// 0666 on purpose, regardless of the process's umask. After each attempt to write, prints the number of
-/// bytes written to standard output: "written: 192000 bytes.".
+/// Writes a block of memory to a file without a header and replaces an existing file. Sets the mode of a
+/// complete file to 0666 on purpose, regardless of the process's umask. After each attempt to write, prints
+/// the number of bytes written to standard output: "written: 192000 bytes.".
 ///
 /// @param size  in bytes. The call returns false and leaves the file alone if it is 0 or a pointer is null.
-/// @return whether all bytes were written. An incomplete file is kept on purpose. Failures are not reported
-/// in
-///         any other way.
+/// @return whether all bytes were written. An incomplete file is kept on purpose. Nothing else reports a
+///         failure.
 bool save_memory(const char* path, const void* data, unsigned long size);
