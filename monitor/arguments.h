@@ -35,7 +35,7 @@ struct NamedServer {
 /// Arguments is what a command line asks for.
 struct Arguments {
   std::vector<NamedServer> servers;
-  std::vector<std::string> queues;  ///< empty: every Brenvellis printer's
+  std::vector<std::string> queues;  ///< empty: all Brenvellis queues
   http_encryption_t encryption = HTTP_ENCRYPTION_IF_REQUESTED;
   WatchRules rules;
   std::vector<Output> outputs;

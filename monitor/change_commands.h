@@ -14,7 +14,7 @@
 /// ChangeCommands runs the user's command for each change of a watch, in the background. At most one command
 /// per queue and MOST commands in total run at a time; the others wait.
 ///
-/// The command is the child of a process of this program (see run_command()), which kills it after its time
+/// The command is the child of a process of this program (see run_command()), which stops it after its time
 /// limit and when this program exits for any reason. The command's input is complete before it starts, so
 /// nothing waits for it.
 class ChangeCommands {
@@ -28,8 +28,10 @@ class ChangeCommands {
     std::string program = "/proc/self/exe";  ///< the program whose main() calls run_command()
   };
 
+  /// Throws std::system_error if the kernel has no resources left.
   /// @param note  receives messages for the user.
   ChangeCommands(Options options, std::function<void(const std::string&)> note);
+  /// Stops the running commands. Waits for them for at most 3 seconds.
   ~ChangeCommands();
   ChangeCommands(const ChangeCommands&) = delete;
   ChangeCommands& operator=(const ChangeCommands&) = delete;

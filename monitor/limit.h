@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The limits below which a ribbon is low or critical.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +19,7 @@ struct Limit {
   bool operator==(const Limit&) const = default;
 };
 
-/// Limits are the levels at or under which a ribbon is low, and at or under which it is an error.
+/// Limits are the levels at or below which a ribbon is low, and at or below which it is critical.
 struct Limits {
   Limit low = {10, Limit::Unit::Percent};
   Limit critical = {0, Limit::Unit::Prints};
@@ -30,9 +31,10 @@ struct Limits {
 /// "12" or "12%".
 [[nodiscard]] std::string to_text(const Limit& limit);
 
-/// Whether the ribbon's level is known and at or under the limit. Percents are whole, rounded down. Where the
-/// prints are not known, only an empty ribbon is under a limit in prints.
+/// Returns whether the ribbon's level is known and at or below the limit. Percentages are rounded down. If
+/// the number of prints is not known, only an empty ribbon is below a limit in prints.
 [[nodiscard]] bool is_under(const Reading& reading, const Limit& limit);
 
-/// The fewest prints of so many that are above the limit.
+/// Returns the smallest number of prints above the limit, for a ribbon of `total` prints. Percentages are
+/// rounded down.
 [[nodiscard]] int fewest_above(const Limit& limit, int total);

@@ -9,6 +9,7 @@
 ///
 /// Follows symbolic links anywhere in the path only if they belong to the caller or to root. Replaces only
 /// regular files. A new file has the mode that the umask allows. A replacement has at most the permissions of
-/// the old file, and belongs to the caller.
+/// the old file, and belongs to the caller. It keeps the group of the old file if that belonged to the
+/// caller.
 /// @return nothing on success, otherwise an error message.
 [[nodiscard]] std::string write_whole(const std::string& path, const std::string& text);

@@ -58,7 +58,7 @@ struct QueueReport {
   std::optional<int> job_seconds = std::nullopt;  ///< how long the current print has been printing
   /// When the values were read, by this computer's clock; it stays the same until they are read again.
   std::optional<std::time_t> read_at = std::nullopt;
-  unsigned sightings = 0;  ///< how often the queue was seen in a watch; grows with each new one
+  unsigned sightings = 0;  ///< the number of independent observations; see Sightings
 };
 
 /// ServerReport is a print server and its queues.
@@ -80,7 +80,7 @@ struct Report {
 /// Verdict is the status of a queue, a server or a report. The numbers are exit statuses.
 enum class Verdict : std::uint8_t { Well = 0, Low = 1, Error = 2, Unknown = 3 };
 
-/// Returns the worse of two: Error is worse than Unknown, Low and Well, in this order.
+/// Returns the worse of two. From worst to best: Error, Unknown, Low, Well.
 [[nodiscard]] Verdict worse(Verdict one, Verdict other);
 
 /// Returns whether the first is worse than the second.
@@ -94,7 +94,7 @@ enum class Verdict : std::uint8_t { Well = 0, Low = 1, Error = 2, Unknown = 3 };
 
 /// Error if the printer reports one, a print is stuck, the queue was stopped or the ribbon is empty or at the
 /// critical limit; Unknown if the queue could not be refreshed or its level is not known; Low if the ribbon
-/// is.
+/// is low.
 [[nodiscard]] Verdict judge(const QueueReport& queue, const Limits& limits);
 
 /// Returns the worst verdict of all queues; Unknown for an unreachable server and for a report without

@@ -9,9 +9,12 @@
 inline constexpr const char* RUN_OPTION = "--run-for-parent";
 
 /// Runs the command with /bin/sh, if this program was started as its child process. The command has this
-/// process's standard input and standard error. If it fails, writes the reason to standard output. The
-/// command has its own process group, which is killed after the time limit, when the parent exits, and on
-/// END_SIGNAL; it is empty when this function returns.
+/// process's standard input and standard error; its standard output is /dev/null. If it fails, writes the
+/// reason to this process's standard output.
+///
+/// The command has its own process group. After the time limit, when the parent exits, and on end_signal(),
+/// the group gets SIGTERM, and SIGKILL as soon as the command has exited, or a second later. If the command
+/// exits by itself, the rest of its group gets SIGKILL.
 /// @return the exit status; nothing if the program was not started as such a process.
 [[nodiscard]] std::optional<int> run_command(int argc, char** argv);
 

@@ -20,13 +20,14 @@ inline constexpr std::size_t MAX_REQUEST_BYTES = 32U << 10U;
 inline constexpr std::size_t MAX_QUEUES = 50'000;
 inline constexpr std::size_t MAX_JOBS = 100'000;
 
-/// On a socket, a message follows its length, which has this many bytes.
+/// On a socket, each message is preceded by its length: FRAME_BYTES bytes in the host's byte order.
 inline constexpr std::size_t FRAME_BYTES = 4;
 
 /// Returns the message with its length in front.
 [[nodiscard]] std::string frame(const std::string& message);
 
-/// Returns the length of the message at the start of `bytes`; nothing if there are too few bytes.
+/// Returns the length of the message at the start of `bytes`, without comparing it with the maximum; nothing
+/// if there are too few bytes.
 [[nodiscard]] std::optional<std::size_t> framed_size(std::string_view bytes);
 
 /// Encodes a request or an answer for another process of this program.

@@ -14,7 +14,7 @@
 class ServerWatch {
  public:
   /// @param label   the name under which the server is shown.
-  /// @param queues  those to look after; empty: every Brenvellis printer's.
+  /// @param queues  the queues to watch; empty for all Brenvellis queues.
   ServerWatch(std::string label, std::vector<std::string> queues, const WatchRules& rules, Moment now);
 
   /// What to do: a request to make now, or nothing before `at` unless an answer comes first.
@@ -23,14 +23,14 @@ class ServerWatch {
     Moment at = Moment::max();
   };
 
-  /// The next request, which counts as made; no answer may be out.
+  /// Returns the next request, which counts as made; no request may be under way.
   [[nodiscard]] Plan next(Moment now);
-  /// Takes the answer to it.
+  /// Processes the answer to that request.
   void take(const SchedulerAnswer& answer, Moment now);
 
   /// Ends the asking: jobs that are on their way are purged, and no more are sent.
   void wind_up();
-  /// Takes that no answer comes to the last request.
+  /// Handles that the last request will not be answered.
   void drop_request();
 
   /// Whether nothing more is to be done, unless the rules are to ask again and again.

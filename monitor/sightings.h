@@ -13,7 +13,7 @@ class Sightings {
   using Moment = std::chrono::steady_clock::time_point;
 
   /// @param interval  of the watch.
-  explicit Sightings(std::chrono::seconds interval) : pause_(std::min(interval, MOMENT)) {}
+  explicit Sightings(std::chrono::seconds interval) : pause_(std::min(interval, LONGEST_PAUSE)) {}
 
   /// Counts an observation now, unless the previous one is too recent.
   void note(Moment now) {
@@ -26,7 +26,8 @@ class Sightings {
   [[nodiscard]] unsigned count() const { return count_; }
 
  private:
-  static constexpr std::chrono::seconds MOMENT{5};
+  /// The longest pause after which an observation counts as a new one.
+  static constexpr std::chrono::seconds LONGEST_PAUSE{5};
 
   std::chrono::seconds pause_;
   std::optional<Moment> last_;

@@ -16,11 +16,11 @@ struct WatchedServer {
   std::unique_ptr<Scheduler> scheduler;
 };
 
-/// WatchLoop holds the callbacks and descriptors that watch() uses.
+/// WatchCaller holds the callbacks and descriptors that watch() uses.
 struct WatchCaller {
   /// Receives a report: once at the end, or repeatedly in a watch. Returning false stops the watch.
   std::function<bool(const Report&)> show;
-  /// Receives the number of queues that were sent a command job, and how many of them have answered.
+  /// Receives the number of queues that have answered, and the number of queues that were sent a command job.
   std::function<void(std::size_t answered, std::size_t sent)> progress;
   /// Receives a message for the user.
   std::function<void(const std::string&)> note;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The changes of a watch, for --on-change.
 #pragma once
 
 #include <map>

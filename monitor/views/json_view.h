@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The JSON output.
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Safe text for terminals and JSON.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The output of a monitoring plug-in.
 #pragma once
 
 #include <string>

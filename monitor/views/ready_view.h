@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The output of --ready.
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The report for terminals.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The wording that the views share.
 #pragma once
 
 #include <ctime>
