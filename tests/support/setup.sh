@@ -96,11 +96,12 @@ need() {
 }
 
 # build PRESET [TARGET...]: configures and builds everything, or the targets, in build/PRESET. Prints nothing if it is up to
-# date.
+# date. Without a terminal, prints one line if the folder does not exist yet.
 build() {
   [ -w . ] || fail "no write permission in this folder (clone the project as the user who builds it)"
   local preset=$1
   shift
+  [ -e "build/$preset" ] || [ -t 2 ] || say "Building build/$preset, which takes some minutes"
   cmake --preset "$preset" --log-level=WARNING >/dev/null || fail "cmake --preset $preset failed"
   set -- --preset "$preset" ${*:+--target "$@"}
   if [ -t 2 ]; then
