@@ -184,6 +184,7 @@ class QueueWatch {
   // The queue and its prints.
   bool found_ = true;
   bool has_been_read_ = false;
+  bool was_paused_ = false;      ///< it is stopped by an operator
   bool went_down_ = false;       ///< it is stopped, but not paused by an operator
   bool may_have_begun_ = false;  ///< a command job of this program, before the queue was last seen running
   int newest_job_ = 0;

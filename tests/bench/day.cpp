@@ -26,6 +26,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -272,9 +273,14 @@ class Booth {
     if (age.is_null()) {
       return ribbon["prints_remaining"].is_null() && view["errors"].empty();
     }
-    // The answer of the slow printer takes seconds, ages are whole seconds, and this machine may be busy.
-    constexpr seconds slack{5};
-    const Time from = seen - seconds(age.get<int>()) - slack;
+    // The age counts from the report, and the printer may have answered at any time since it was asked. Ages
+    // are whole seconds, and this machine may be busy.
+    const auto& exchange = view["refresh"]["seconds"];
+    constexpr std::chrono::duration<double> slack{5};
+    const Time from =
+        seen - seconds(age.get<int>()) -
+        std::chrono::duration_cast<Time::duration>(
+            slack + std::chrono::duration<double>(exchange.is_null() ? 0 : exchange.get<double>()));
     for (std::size_t i = 0; i < truths_.size(); ++i) {
       const bool is_over = i + 1 < truths_.size() && truths_[i + 1].since < from;
       if (!is_over && truths_[i].since <= seen && shows(view, truths_[i])) {
@@ -282,6 +288,19 @@ class Booth {
       }
     }
     return false;
+  }
+
+  /// What the printer was set to in the last minute, for a person.
+  [[nodiscard]] std::string history(Time now) const {
+    std::ostringstream text;
+    for (const auto& truth : truths_) {
+      const auto ago = std::chrono::duration<double>(now - truth.since).count();
+      if (ago < 60) {
+        text << ' ' << ago << ": " << truth.remaining << (truth.error ? " error" : "")
+             << (truth.plugged ? "" : " unplugged");
+      }
+    }
+    return text.str();
   }
 
  private:
@@ -509,13 +528,18 @@ class Day {
           ++unknown_readings_;
         } else if (!one->is_true(queue, now)) {
           ++false_readings_;
-          fprintf(stderr, "a false reading of %s: %s\n", one->queue().c_str(), queue.dump().c_str());
+          fprintf(stderr, "a false reading of %s: %s\nits printer had, seconds ago:%s\n",
+                  one->queue().c_str(), queue.dump().c_str(), one->history(now).c_str());
         }
       }
       for (auto& trouble : troubles_) {
         const bool is_shown = trouble.is_shown(view);
         if (is_shown && !trouble.shown && !trouble.end) {
           trouble.shown = now;
+        }
+        if (!is_shown && !trouble.shown && trouble.end && !trouble.recovered) {
+          fprintf(stderr, "the last view before the end of %s: %s\n", trouble.name.c_str(),
+                  last_view_.dump().c_str());
         }
         if (!is_shown && trouble.end && !trouble.recovered) {
           trouble.recovered = now;

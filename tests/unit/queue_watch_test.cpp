@@ -167,6 +167,7 @@ TEST(Queue, IsStoppedByAnErrorOnlyIfAPrintHadBegun) {
   } cases[] = {
       {IPP_JSTATE_PENDING, 5, Outcome::Stopped},
       {IPP_JSTATE_PENDING, {}, Outcome::Paused},
+      {IPP_JSTATE_PROCESSING, 5, Outcome::Paused},
       {IPP_JSTATE_COMPLETED, 5, Outcome::Paused},
   };
   for (const auto& [state, processing_seconds, outcome] : cases) {
@@ -179,6 +180,57 @@ TEST(Queue, IsStoppedByAnErrorOnlyIfAPrintHadBegun) {
     one.watch.see({print}, one.reading, Moment());
     EXPECT_EQ(one.report().outcome, outcome);
   }
+}
+
+TEST(Queue, APausedQueueStaysPausedWhateverItsJobSays) {
+  OneQueue one;
+  auto print = print_job(1);
+  print.processing_seconds = 5;
+  one.reading.state = QueueState::Stopped;
+  const auto outcome_with = [&](ipp_jstate_t state, const char* message) {
+    print.state = state;
+    one.reading.state_message = message;
+    one.watch.see({print}, one.reading, Moment());
+    return one.report().outcome;
+  };
+  EXPECT_EQ(outcome_with(IPP_JSTATE_PENDING, "Paused"), Outcome::Paused);
+  EXPECT_EQ(outcome_with(IPP_JSTATE_PENDING, ""), Outcome::Paused);
+
+  one.reading.state = QueueState::Processing;
+  outcome_with(IPP_JSTATE_PROCESSING, "");
+  one.reading.state = QueueState::Stopped;
+  EXPECT_EQ(outcome_with(IPP_JSTATE_PENDING, ""), Outcome::Stopped);
+  // It is tried again, and paused.
+  one.reading.state = QueueState::Processing;
+  outcome_with(IPP_JSTATE_PROCESSING, "");
+  one.reading.state = QueueState::Stopped;
+  EXPECT_EQ(outcome_with(IPP_JSTATE_PROCESSING, "Waiting for printer to finish."), Outcome::Paused);
+  EXPECT_EQ(outcome_with(IPP_JSTATE_PROCESSING, "Waiting for printer to finish."), Outcome::Paused);
+  EXPECT_EQ(outcome_with(IPP_JSTATE_PENDING, ""), Outcome::Paused);
+}
+
+TEST(Queue, AJobThatFailsWhileItsQueueIsReadStopsIt) {
+  OneQueue one;
+  auto print = print_job(1);
+  print.processing_seconds = 5;
+  one.reading.state = QueueState::Stopped;
+  one.watch.see({print}, one.reading, Moment());
+  print.state = IPP_JSTATE_PENDING;
+  one.watch.see({print}, one.reading, Moment());
+  EXPECT_EQ(one.report().outcome, Outcome::Stopped);
+}
+
+TEST(Queue, APauseDuringACommandJobIsAPause) {
+  OneQueue one;
+  one.send(Moment());
+  one.reading.state = QueueState::Stopped;
+  one.reading.state_message = "Waiting for printer to finish.";
+  one.watch.see({one.job}, one.reading, Moment());
+  one.watch.see({one.job}, one.reading, Moment() + milliseconds(250));
+  one.reading.state_message = "";
+  one.job.state = IPP_JSTATE_COMPLETED;
+  one.watch.see({one.job}, one.reading, Moment() + milliseconds(500));
+  EXPECT_EQ(one.report().outcome, Outcome::Paused);
 }
 
 TEST(Queue, ABackendMayLingerForASecondAfterTheReport) {
