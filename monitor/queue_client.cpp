@@ -100,6 +100,7 @@ const std::vector<const char*>& job_attributes() {
       "job-id",
       "job-printer-uri",
       "job-state",
+      "job-state-reasons",
       "document-format",
       "job-originating-user-name",
       "job-printer-up-time",
@@ -126,6 +127,8 @@ Job read_job(std::map<std::string_view, ipp_attribute_t*>& attributes) {
   const int began = number_of(attributes["time-at-processing"]).value_or(0);
   if (began > 0 && now > 0) {
     job.processing_seconds = std::max(0, now - began);
+    // A job that has not begun also has this reason.
+    job.stopped_queue = ippContainsString(attributes["job-state-reasons"], "printer-stopped") != 0;
   }
   // Filters count one or the other.
   const auto sheets = number_of(attributes["job-media-sheets-completed"]);

@@ -106,20 +106,16 @@ void QueueWatch::see(const std::vector<Job>& jobs, const Reading& reading, Momen
   has_been_read_ = true;
   was_killed_ = false;
   found_ = true;
-  const bool was_stopped = reading_.state == QueueState::Stopped;
   reading_ = reading;
   read_at_ = now;
   const bool is_stopped = reading.state == QueueState::Stopped;
   const bool is_processing =
       std::ranges::any_of(jobs, [](const Job& job) { return job.state == IPP_JSTATE_PROCESSING; });
-  const bool has_begun =
-      std::ranges::any_of(jobs, [](const Job& job) { return moves(job) && job.processing_seconds; });
-  // A paused queue finishes its job, whose messages replace the scheduler's. A failed job has ended before it
-  // stops the queue.
-  was_paused_ = is_stopped &&
-                (was_paused_ || reading.state_message == PAUSED_MESSAGE || (was_stopped && is_processing));
-  went_down_ = is_stopped && !was_paused_ && !is_processing && (has_begun || may_have_begun_ || went_down_);
-  may_have_begun_ = step_ == Step::Out || (may_have_begun_ && is_stopped);
+  const bool has_failed_job = std::ranges::any_of(jobs, &Job::stopped_queue);
+  went_down_ = is_stopped && reading.state_message != PAUSED_MESSAGE &&
+               (has_failed_job || (may_have_begun_ && step_ != Step::Out) || went_down_);
+  // The jobs are read before the queue.
+  may_have_begun_ = step_ == Step::Out ? !is_stopped || is_processing : may_have_begun_ && is_stopped;
 
   if (step_ == Step::Out) {
     last_words_ = reading.state_message;

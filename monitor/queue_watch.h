@@ -184,9 +184,9 @@ class QueueWatch {
   // The queue and its prints.
   bool found_ = true;
   bool has_been_read_ = false;
-  bool was_paused_ = false;      ///< it is stopped by an operator
-  bool went_down_ = false;       ///< it is stopped, but not paused by an operator
-  bool may_have_begun_ = false;  ///< a command job of this program, before the queue was last seen running
+  bool went_down_ = false;  ///< it is stopped, but not paused by an operator
+  /// A command job of this program may have failed and stopped the queue since the queue was last read.
+  bool may_have_begun_ = false;
   int newest_job_ = 0;
   int waiting_ = 0;
   std::set<int> moving_;  ///< prints that are printing or waiting

@@ -21,6 +21,7 @@ struct Job {
   ipp_jstate_t state = IPP_JSTATE_PENDING;
   /// How long ago it began to print, in seconds of the scheduler's clock; nothing if it has not begun.
   std::optional<int> processing_seconds;
+  bool stopped_queue = false;  ///< it failed, and the scheduler stopped its queue
   std::optional<int> sheets_completed;
 
   bool operator==(const Job&) const = default;

@@ -38,8 +38,10 @@ auto members(Is<Reading> auto& value) {
 }
 
 auto members(Is<Job> auto& value) {
-  auto& [number, queue, is_command, is_own, state, processing_seconds, sheets_completed] = value;
-  return std::tie(number, queue, is_command, is_own, state, processing_seconds, sheets_completed);
+  auto& [number, queue, is_command, is_own, state, processing_seconds, stopped_queue, sheets_completed] =
+      value;
+  return std::tie(number, queue, is_command, is_own, state, processing_seconds, stopped_queue,
+                  sheets_completed);
 }
 
 auto members(Is<LookRequest> auto& value) {

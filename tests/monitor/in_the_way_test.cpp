@@ -276,6 +276,27 @@ TEST_F(InTheWay, APausedQueueIsDistinguishedFromOneThatIsDown) {
   EXPECT_EQ(one.queue("paused")["status"], 3);
 }
 
+// The job's messages replace the scheduler's "Paused".
+TEST_F(InTheWay, AQueueThatIsPausedWhileAJobPrintsIsNotDown) {
+  const NetworkPrinter printer({"--fault", "silent"});
+  scheduler.add_queue("asked", printer.device_uri());
+  scheduler.add_queue("printing", REFUSED);
+  const int print = scheduler.send_raw("printing", "a photo");
+  ASSERT_TRUE(wait_for_processing(scheduler, print));
+  const auto watch = start_watch({"--timeout", "60"});
+  ASSERT_TRUE(shows([](const JsonRun& one) { return one.outcome("asked") == "asking"; }));
+  scheduler.pause("asked");
+  scheduler.pause("printing");
+  for (const auto* queue : {"asked", "printing"}) {
+    EXPECT_TRUE(shows(
+        [&](const JsonRun& one) {
+          return one.outcome(queue) == "paused" && one.queue(queue)["message"] != "Paused";
+        },
+        seconds(40)))
+        << written().queue(queue);
+  }
+}
+
 TEST_F(InTheWay, AWatchOutlivesARestartOfTheScheduler) {
   const NetworkPrinter printer({"--remaining", "200", "--total", "400"});
   scheduler.add_queue("booth", printer.device_uri());

@@ -159,65 +159,27 @@ TEST(Queue, AReportOfAnotherProgramPostponesTheNextQuery) {
   EXPECT_EQ(one.report(Moment() + seconds(50)).seconds, std::nullopt);
 }
 
-TEST(Queue, IsStoppedByAnErrorOnlyIfAPrintHadBegun) {
-  const struct {
-    ipp_jstate_t state;
-    std::optional<int> processing_seconds;
-    Outcome outcome;
-  } cases[] = {
-      {IPP_JSTATE_PENDING, 5, Outcome::Stopped},
-      {IPP_JSTATE_PENDING, {}, Outcome::Paused},
-      {IPP_JSTATE_PROCESSING, 5, Outcome::Paused},
-      {IPP_JSTATE_COMPLETED, 5, Outcome::Paused},
-  };
-  for (const auto& [state, processing_seconds, outcome] : cases) {
-    OneQueue one;
-    auto print = print_job(1);
-    print.state = state;
-    print.processing_seconds = processing_seconds;
-    one.reading.state = QueueState::Stopped;
-    one.reading.state_message = "Paper jam.";
-    one.watch.see({print}, one.reading, Moment());
-    EXPECT_EQ(one.report().outcome, outcome);
-  }
-}
-
-TEST(Queue, APausedQueueStaysPausedWhateverItsJobSays) {
+TEST(Queue, IsDownOnlyIfAJobStoppedIt) {
   OneQueue one;
   auto print = print_job(1);
-  print.processing_seconds = 5;
-  one.reading.state = QueueState::Stopped;
-  const auto outcome_with = [&](ipp_jstate_t state, const char* message) {
-    print.state = state;
+  const auto outcome_with = [&](QueueState state, bool stopped_queue, const char* message) {
+    print.stopped_queue = stopped_queue;
+    one.reading.state = state;
     one.reading.state_message = message;
     one.watch.see({print}, one.reading, Moment());
     return one.report().outcome;
   };
-  EXPECT_EQ(outcome_with(IPP_JSTATE_PENDING, "Paused"), Outcome::Paused);
-  EXPECT_EQ(outcome_with(IPP_JSTATE_PENDING, ""), Outcome::Paused);
-
-  one.reading.state = QueueState::Processing;
-  outcome_with(IPP_JSTATE_PROCESSING, "");
-  one.reading.state = QueueState::Stopped;
-  EXPECT_EQ(outcome_with(IPP_JSTATE_PENDING, ""), Outcome::Stopped);
-  // It is tried again, and paused.
-  one.reading.state = QueueState::Processing;
-  outcome_with(IPP_JSTATE_PROCESSING, "");
-  one.reading.state = QueueState::Stopped;
-  EXPECT_EQ(outcome_with(IPP_JSTATE_PROCESSING, "Waiting for printer to finish."), Outcome::Paused);
-  EXPECT_EQ(outcome_with(IPP_JSTATE_PROCESSING, "Waiting for printer to finish."), Outcome::Paused);
-  EXPECT_EQ(outcome_with(IPP_JSTATE_PENDING, ""), Outcome::Paused);
-}
-
-TEST(Queue, AJobThatFailsWhileItsQueueIsReadStopsIt) {
-  OneQueue one;
-  auto print = print_job(1);
-  print.processing_seconds = 5;
-  one.reading.state = QueueState::Stopped;
-  one.watch.see({print}, one.reading, Moment());
   print.state = IPP_JSTATE_PENDING;
-  one.watch.see({print}, one.reading, Moment());
-  EXPECT_EQ(one.report().outcome, Outcome::Stopped);
+  print.processing_seconds = 5;
+  // A job's messages replace the scheduler's.
+  EXPECT_EQ(outcome_with(QueueState::Stopped, false, "Paused"), Outcome::Paused);
+  EXPECT_EQ(outcome_with(QueueState::Stopped, false, "Paper jam."), Outcome::Paused);
+  EXPECT_EQ(outcome_with(QueueState::Stopped, true, "Paper jam."), Outcome::Stopped);
+  // The job is held or gone.
+  EXPECT_EQ(outcome_with(QueueState::Stopped, false, "Paper jam."), Outcome::Stopped);
+  // It is resumed, and paused.
+  EXPECT_EQ(outcome_with(QueueState::Processing, false, ""), Outcome::Busy);
+  EXPECT_EQ(outcome_with(QueueState::Stopped, false, "Paper jam."), Outcome::Paused);
 }
 
 TEST(Queue, APauseDuringACommandJobIsAPause) {
@@ -226,11 +188,24 @@ TEST(Queue, APauseDuringACommandJobIsAPause) {
   one.reading.state = QueueState::Stopped;
   one.reading.state_message = "Waiting for printer to finish.";
   one.watch.see({one.job}, one.reading, Moment());
+  one.job.state = IPP_JSTATE_PENDING;
   one.watch.see({one.job}, one.reading, Moment() + milliseconds(250));
-  one.reading.state_message = "";
-  one.job.state = IPP_JSTATE_COMPLETED;
-  one.watch.see({one.job}, one.reading, Moment() + milliseconds(500));
   EXPECT_EQ(one.report().outcome, Outcome::Paused);
+  one.watch.purged(Moment() + milliseconds(300));
+  one.reading.state_message = "";
+  one.watch.see({}, one.reading, Moment() + milliseconds(500));
+  EXPECT_EQ(one.report().outcome, Outcome::Paused);
+}
+
+TEST(Queue, ACommandJobThatFailsWhileItsQueueIsReadStopsIt) {
+  OneQueue one;
+  one.send(Moment());
+  one.job.state = IPP_JSTATE_PROCESSING;
+  one.reading.state = QueueState::Stopped;
+  one.watch.see({one.job}, one.reading, Moment());
+  one.watch.purged(Moment() + milliseconds(1));
+  one.watch.see({}, one.reading, Moment() + milliseconds(250));
+  EXPECT_EQ(one.report().outcome, Outcome::Stopped);
 }
 
 TEST(Queue, ABackendMayLingerForASecondAfterTheReport) {

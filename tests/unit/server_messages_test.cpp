@@ -39,7 +39,7 @@ Reading full_reading() {
 }
 
 Job full_job() {
-  return {7, "hall", true, true, IPP_JSTATE_PROCESSING, 5, 2};
+  return {7, "hall", true, true, IPP_JSTATE_PROCESSING, 5, true, 2};
 }
 
 std::string bytes_of_look() {

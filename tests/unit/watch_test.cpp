@@ -95,7 +95,9 @@ INSTANTIATE_TEST_SUITE_P(
                     }},
         OutcomeCase{"StoppedByAnError", Outcome::Stopped,
                     [](Simulation& one) {
-                      one.scheduler.jobs.at(one.scheduler.print("booth")).job.state = IPP_JSTATE_PENDING;
+                      auto& print = one.scheduler.jobs.at(one.scheduler.print("booth")).job;
+                      print.state = IPP_JSTATE_PENDING;
+                      print.stopped_queue = true;
                       one.scheduler.readings["booth"].state = QueueState::Stopped;
                       one.scheduler.readings["booth"].state_message = "Paper jam.";
                     }},
@@ -482,6 +484,7 @@ TEST(Stop, ByACommandJobIsNoPauseEvenIfAPrintOvertookIt) {
   one.at(milliseconds(300), [&] {
     ASSERT_EQ(one.scheduler.own_jobs(), 1U);
     one.scheduler.jobs.begin()->second.job.state = IPP_JSTATE_PENDING;
+    one.scheduler.jobs.begin()->second.job.stopped_queue = true;
     auto& reading = one.scheduler.readings["booth"];
     reading.state = QueueState::Stopped;
     reading.state_message = "Paper jam.";
