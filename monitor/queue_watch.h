@@ -23,15 +23,15 @@ using TimeOfDay = std::chrono::system_clock::time_point;
 
 /// WatchRules holds the rules for querying printers and for reporting problems.
 struct WatchRules {
-  bool ask = true;     ///< false: only read
-  bool again = false;  ///< false: until every queue was asked once
-  bool wait = false;   ///< for queues that are printing, paused or rejecting jobs
+  bool ask = true;     ///< whether to query printers; false: only read the queues
+  bool again = false;  ///< whether to query repeatedly; false: each queue once
+  bool wait = false;   ///< whether to wait for queues that are printing, paused or rejecting jobs
   Limits limits;
   std::chrono::seconds timeout{10};   ///< a command job that has not ended by then is purged
   std::chrono::seconds shortest{60};  ///< between two command jobs of a queue
   std::chrono::seconds longest{900};  ///< likewise, where nothing changes
   std::chrono::seconds stuck{300};    ///< a print without a completed sheet for so long is stuck
-  /// Queues whose values are not older are not asked.
+  /// Only queues whose values are older than this are queried.
   std::optional<std::chrono::seconds> max_age;
 };
 
@@ -47,11 +47,13 @@ class QueueWatch {
   [[nodiscard]] const std::string& name() const { return reading_.queue; }
   /// When the queue itself was last read, not only its jobs.
   [[nodiscard]] Moment read_at() const { return read_at_; }
-  /// How old its reading may become; nothing if only a look at all queues is to renew it.
+  /// How old the reading may become before the queue is read again; nothing if only a look at all queues
+  /// renews it.
   [[nodiscard]] std::optional<std::chrono::milliseconds> longest_read_pause() const;
 
-  /// Takes the queue's jobs that a look showed, without and with the queue's reading.
+  /// Processes the queue's jobs from a look that did not read the queue.
   void see(const std::vector<Job>& jobs, Moment now);
+  /// Processes the queue's jobs and its reading from a look.
   void see(const std::vector<Job>& jobs, const Reading& reading, Moment now);
   /// Handles that the scheduler has no such queue.
   void miss();
@@ -64,42 +66,47 @@ class QueueWatch {
   [[nodiscard]] bool is_dead() const { return failures_ > 0; }
   /// Returns whether the printer answered the last query of any program.
   [[nodiscard]] bool has_answered() const { return reading_.answered == true; }
-  /// Returns the number of ReportLevels lines for the next command job.
+  /// Returns the number of ReportLevels lines for the next command job: 1, or 2 if the first reply may be a
+  /// late one or the printer has not answered yet.
   [[nodiscard]] int report_levels() const;
 
-  /// The command job is being sent; it was sent; it was not.
+  /// Handles that a command job is about to be sent.
   void sending(Moment now);
+  /// Handles that the scheduler has accepted the command job and gave it this number.
   void sent(int job, Moment now);
+  /// Handles that the command job was not sent, or that no answer came.
   void not_sent(const SchedulerError& error, Moment now);
 
-  /// Whether the scheduler may have taken the job although it did not say so.
+  /// Returns whether the scheduler may have accepted the job although no answer came.
   [[nodiscard]] bool was_maybe_sent() const { return maybe_sent_; }
 
-  /// The number of the command job that the scheduler has; 0 if there is none.
+  /// Returns the number of the command job that the scheduler has; 0 if there is none.
   [[nodiscard]] int job() const { return job_; }
-  /// Whether this job has not ended yet, as far as is known.
+  /// Returns whether this job has not ended yet, as far as is known.
   [[nodiscard]] bool is_out() const { return step_ == Step::Out; }
-  /// Whether it has ended and its values are to be read.
+  /// Returns whether it has ended and its values should be read.
   [[nodiscard]] bool wants_values() const { return step_ == Step::Ended; }
-  /// Whether its values were read too.
+  /// Returns whether its values were read, so that it can be removed from the history.
   [[nodiscard]] bool wants_forgetting() const { return step_ == Step::Told; }
-  /// Whether the scheduler is done with the job.
+  /// Returns whether the scheduler has ended the job.
   [[nodiscard]] bool has_job_ended() const { return end_state_ >= IPP_JSTATE_CANCELED && !lingers_; }
   /// Returns when the job should be purged; nothing if it has ended.
   [[nodiscard]] std::optional<Moment> give_up_at() const;
   /// Returns whether the job has failed to reach the printer for some time.
   [[nodiscard]] bool is_hopeless(Moment now) const;
-  /// The job was purged, or cannot be.
+  /// Handles that the job was purged, or cannot be purged.
   void purged(Moment now);
 
-  /// Ends the asking: there is no time left; the scheduler went away.
+  /// Ends the queries: sends no more command jobs; an active one should be purged.
   void wind_up();
+  /// Handles that the scheduler went away with the queue's jobs.
   void lose(const std::string& why);
 
-  /// Whether the queue was asked, or cannot be, and has no job left.
+  /// Returns whether the queue was queried, or cannot be, and has no job left.
   [[nodiscard]] bool is_done() const { return done_ && step_ == Step::Resting && !was_killed_; }
+  /// Returns whether sending a command job has been tried.
   [[nodiscard]] bool was_sent() const { return was_sent_; }
-  /// Whether prints are printing or waiting.
+  /// Returns whether prints are printing or waiting.
   [[nodiscard]] bool has_prints() const { return !moving_.empty() || print_.has_value(); }
 
   /// @param time  the time of day at `now`.

@@ -29,8 +29,7 @@ struct Job {
 
 /// Asks for all printers' queues and for jobs.
 struct LookRequest {
-  /// Besides all jobs that have not ended, those from this number on are wanted whatever became of them; 0:
-  /// no others.
+  /// Also returns ended jobs with this number or a higher one; 0: none.
   int first_job = 0;
   /// False: only the jobs are wanted, which costs the scheduler far less than all its queues.
   bool queues = true;
@@ -42,7 +41,7 @@ struct LookRequest {
 struct SendRequest {
   std::string queue;
   int report_levels = 1;  ///< how many ReportLevels lines the command file has
-  /// The scheduler itself cancels the job after so many seconds, should this program not live to purge it.
+  /// The scheduler cancels the job after this many seconds if this program exits before it can purge it.
   int lifetime_seconds = 60;
 };
 
@@ -97,10 +96,10 @@ class Scheduler {
  public:
   virtual ~Scheduler() = default;
 
-  /// Begins a request; none may be under way.
+  /// Begins a request; no other request may be under way.
   virtual void ask(const SchedulerRequest& request) = 0;
 
-  /// The answer to the request under way, once; nothing as long as it is out. Does not wait.
+  /// Returns the answer once; nothing while there is none. Does not wait.
   [[nodiscard]] virtual std::optional<SchedulerAnswer> take_answer() = 0;
 
   /// A descriptor that poll() finds readable when an answer may be there; -1 if there is none now.
