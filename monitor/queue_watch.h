@@ -84,8 +84,6 @@ class QueueWatch {
   [[nodiscard]] int job() const { return job_; }
   /// Returns whether this job has not ended yet, as far as is known.
   [[nodiscard]] bool is_out() const { return step_ == Step::Out; }
-  /// Returns whether it has ended and its values should be read.
-  [[nodiscard]] bool wants_values() const { return step_ == Step::Ended; }
   /// Returns whether its values were read, so that it can be removed from the history.
   [[nodiscard]] bool wants_forgetting() const { return step_ == Step::Told; }
   /// Returns whether the scheduler has ended the job.
