@@ -39,7 +39,7 @@ bool probe_bidirectional() {
     return true;
   }
   // On purpose: "nobidirectional" is one word, and the status is that of the request, so it is
-  // CUPS_SC_STATUS_OK(1) if the backend answered that it cannot read. There is no limit but the 30 seconds.
+  // CUPS_SC_STATUS_OK(1) if the backend answered that it cannot read. The 30 seconds are the only limit.
   fprintf(stderr,
           "DEBUG: Unable to retrieve supply status from printer - nobidirectional I/O available! %s(%d)\n",
           to_string(status), status);

@@ -9,7 +9,7 @@
 /// error.
 ///
 /// marker-levels is remaining × 100 / total, truncated; it may exceed 100. It is -1 if the printer does not
-/// know its counters and -2 if there is no reading. marker-message is "Ink Ribbon = 200 / 400", or a blank if
+/// know its counters and -2 without a reading. marker-message is "Ink Ribbon = 200 / 400", or a blank if
 /// the level is negative. marker-names is "InkSheetType: " and levels.InkSheetTypeName(), or a blank if the
 /// sheet is 0xFF (unknown). Without a reading, it is "InkSheetType: 00" on purpose.
 void report_printer_levels(const PrinterLevels& levels);

@@ -143,8 +143,8 @@ class QueueWatch {
   WatchRules rules_;
   Reading reading_;
   Moment read_at_;
-  /// What is told of the ribbon: a reading is taken into it when its command job has ended and it is
-  /// credible.
+  /// What the report says about the ribbon. It takes a reading when its command job has ended and the reading
+  /// is credible.
   Reading told_;
   Moment told_at_;
   std::optional<Moment> values_at_;  ///< when the printer was asked for them

@@ -25,7 +25,7 @@ enum class Outcome : std::uint8_t {
   Unsupported,  ///< not queried: the filter does not support ReportLevels
   TimedOut,     ///< queried, but the command job timed out
   Failed,       ///< the scheduler refused or exited, or the command job failed
-  NotFound,     ///< there is no such queue
+  NotFound,     ///< the server does not have this queue
 };
 
 /// The outcomes' names in JSON and in the metrics.

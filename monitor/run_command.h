@@ -14,7 +14,7 @@ inline constexpr const char* RUN_OPTION = "--run-for-parent";
 ///
 /// The command has its own process group. After the time limit, when the parent exits, and on end_signal(),
 /// the group gets SIGTERM, and SIGKILL as soon as the command has exited, or a second later. If the command
-/// exits by itself, the rest of its group gets SIGKILL.
+/// exits on its own, the rest of its group gets SIGKILL.
 /// @return the exit status; nothing if the program was not started as such a process.
 [[nodiscard]] std::optional<int> run_command(int argc, char** argv);
 

@@ -16,7 +16,7 @@ class PageRanges {
 
   /// Returns whether the page is chosen.
   [[nodiscard]] bool contains(std::uint64_t page) const;
-  /// Returns the last chosen page, or the largest number if there is no last page.
+  /// Returns the last chosen page, or the largest number if the ranges are open.
   [[nodiscard]] std::uint64_t last() const;
   /// Returns whether exactly one page is chosen.
   [[nodiscard]] bool is_one_page() const;

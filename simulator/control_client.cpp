@@ -60,7 +60,7 @@ std::string printable(std::string reply) {
   return reply;
 }
 
-/// Returns the reply without its line end. Throws if there is no reply.
+/// Returns the reply without its line end. Throws if none comes.
 std::string ask(const std::string& path, const std::string& line, Clock::time_point deadline) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

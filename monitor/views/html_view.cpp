@@ -385,8 +385,8 @@ std::string html_view(const Report& report, const PageTimes& times) {
       "aria-live=\"polite\">" +
       said + "</h1><p>Updated <time datetime=\"" + utc_time_text(report.time) + R"(" data-age="0">)" +
       written +
-      "</time><noscript>. If this time is old, brenvellis-monitor is no longer "
-      "running.</noscript></p></header>\n"
+      "</time><noscript>. If this time is old, brenvellis-monitor has "
+      "stopped.</noscript></p></header>\n"
       "<main data-time=\"" +
       std::to_string(report.time) + "\" data-written=\"" + written + "\" data-interval=\"" +
       std::to_string(times.interval) + "\" data-reload=\"" + reload +

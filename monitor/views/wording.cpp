@@ -241,7 +241,7 @@ std::string outcome_text(const QueueReport& queue) {
     case Outcome::Failed:
       return with_detail("not refreshed");
     case Outcome::NotFound:
-      return "there is no such queue";
+      return "no such queue";
   }
   return {};
 }

@@ -51,7 +51,7 @@
 /// to become available.".
 [[nodiscard]] std::string trouble_text(const QueueReport& queue);
 
-/// Why the values are not current: "not refreshed: printing". Empty if there is no reason to mention.
+/// Why the values are not current: "not refreshed: printing". Empty if they are, or if the reason is obvious.
 [[nodiscard]] std::string outcome_text(const QueueReport& queue);
 
 /// Trouble is a problem of a queue and its solution.

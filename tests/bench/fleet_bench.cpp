@@ -49,7 +49,8 @@ Scale scale_of(Kind kind, Way way, bool quick) {
   if (kind == Kind::Printing) {
     return {100, 4, 5, 10, 7};
   }
-  // After 16 minutes an idle queue has reached its longest interval and is asked once in 15 minutes.
+  // After 16 minutes an idle queue has reached its longest interval, and the monitor queries it once in 15
+  // minutes.
   return way == Way::Now ? Scale{100, 10, 16, 15, 0} : Scale{100, 2, 1, 4, 0};
 }
 

@@ -43,7 +43,7 @@ std::optional<std::string> model(const std::string& request, std::size_t minimum
   if (room < request.size()) {
     log +=
         buffered ? "DEBUG: fflush() failed.\n" : "DEBUG: fwrite() failed. ret=" + std::to_string(room) + "\n";
-    require(channels.exchanges.empty(), "there is no query after a failed write");
+    require(channels.exchanges.empty(), "no query may follow a failed write");
     return std::nullopt;
   }
   require(channels.exchanges.size() == 1, "a query drains once");

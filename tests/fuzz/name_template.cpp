@@ -71,7 +71,7 @@ Model model(std::size_t size, const std::string& templ, const tagLNBandImagePara
       default:
         continue;
     }
-    // The remaining size; past the end there is no limit.
+    // The remaining size; it is unlimited past the end.
     const std::size_t room = position <= end ? end - position : result.memory.size();
     for (std::size_t k = 0; k < text.size() && k + 1 < room; ++k) {
       result.memory[position + k] = text[k];

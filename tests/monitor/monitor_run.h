@@ -63,7 +63,8 @@ inline JsonRun run_json(const std::string& server, std::vector<std::string> argu
   return {result.exit_status, nlohmann::json::parse(result.output)};
 }
 
-/// The JSON that a monitor wrote to the file last, checked by the schema; discarded if there is no file yet.
+/// The JSON that a monitor wrote to the file last, checked by the schema; discarded if the file does not
+/// exist yet.
 [[nodiscard]] nlohmann::json read_json(const std::filesystem::path& file);
 
 /// The jobs that have not ended, of all queues.

@@ -205,7 +205,7 @@ TEST_F(Monitor, DoesNotRefreshARejectingQueue) {
 
 TEST_F(Monitor, DoesNotRefreshAQueueThatPrints) {
   make_printer_refuse();
-  const int print = scheduler.send_raw("booth", "somebody's photo");
+  const int print = scheduler.send_raw("booth", "another user's photo");
   ASSERT_TRUE(wait_for_processing(scheduler, print));
   const auto one = run();
   EXPECT_EQ(one.outcome("booth"), "busy");
@@ -218,7 +218,7 @@ TEST_F(Monitor, DoesNotRefreshAQueueThatPrints) {
 TEST_F(Monitor, RefreshesAQueueWithAHeldPrint) {
   const TemporaryFolder folder;
   const auto photo = (folder.path() / "photo").string();
-  std::ofstream(photo) << "somebody's photo";
+  std::ofstream(photo) << "another user's photo";
   cups_option_t* options = nullptr;
   int count = cupsAddOption("job-hold-until", "indefinite", 0, &options);
   count = cupsAddOption("document-format", CUPS_FORMAT_RAW, count, &options);
@@ -235,7 +235,7 @@ TEST_F(Monitor, RefreshesAQueueWithAHeldPrint) {
 
 TEST_F(Monitor, WaitsForAPrintOnRequest) {
   make_printer_refuse();
-  const int print = scheduler.send_raw("booth", "somebody's photo");
+  const int print = scheduler.send_raw("booth", "another user's photo");
   ASSERT_TRUE(wait_for_processing(scheduler, print));
   auto waiting = std::async(std::launch::async, [&] { return run({"--wait", "--timeout", "60"}); });
   std::this_thread::sleep_for(seconds(1));
@@ -419,7 +419,7 @@ class StrangeServer {
     if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
         listen(listener_, 8) != 0 ||
         getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      throw std::runtime_error("there is no port");
+      throw std::runtime_error("no free port");
     }
     address_ = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
     thread_ = std::jthread([this](const std::stop_token& ended) {

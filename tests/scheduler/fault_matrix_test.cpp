@@ -66,7 +66,7 @@ Outcome expected_outcome(Step step, Fault fault) {
     return {"exit 0", "50", step == Step::StatusSecondRead ? TRUE_REASON : UNKNOWN};
   }
   if (fault == Fault::LateAskedAgain) {
-    // The printer's second reply, 2100, is no longer read.
+    // The filter does not read the printer's second reply, 2100.
     return {"exit 0", "50", step == Step::StatusSecondRead ? UNKNOWN : TRUE_REASON};
   }
   const std::string level = before_status ? "-2" : "50";

@@ -91,7 +91,7 @@ inline void write_plan(const std::string& file, const Plan& plan) {
   std::ofstream(file) << to_string(plan.step) << '\n' << to_string(plan.fault) << '\n';
 }
 
-/// @return nothing if there is no such file.
+/// @return nothing if the file does not exist.
 inline std::optional<Plan> read_plan(const std::string& file) {
   std::ifstream lines(file);
   std::string step;

@@ -148,7 +148,7 @@ TEST(Tell, PrintsAllRequests) {
 
 TEST(Tell, FailsWithoutAnAnswer) {
   const TemporaryFolder folder;
-  const std::string path = folder.path() / "nobody";
+  const std::string path = folder.path() / "absent";
   const ProgramResult outcome = run_simulator({"--tell", path, "show"});
   EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_EQ(outcome.output, "");

@@ -32,7 +32,7 @@ void add_job_uri(ipp_t* request, int job) {
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
 }
 
-/// Returns when the process was started, in the system's unit; empty if there is no such process. This
+/// Returns when the process was started, in the system's unit; empty if it does not exist. This
 /// distinguishes it from a later process with the same id.
 std::string start_time(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/stat");

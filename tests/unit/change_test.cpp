@@ -397,7 +397,7 @@ class WatchOfChanges : public testing::Test {
   FakePrinter& printer() { return scheduler().printers.at("booth"); }
   Reading& reading() { return scheduler().readings.at("booth"); }
 
-  /// Lets the watch run, and returns what is told, with the second at which it is.
+  /// Lets the watch run, and returns the changes with the second of each.
   std::vector<std::string> run(seconds length) {
     std::vector<std::string> list;
     for (const auto end = one.now() + length; one.now() < end;) {
@@ -468,7 +468,7 @@ TEST_F(WatchOfChanges, APausedQueueIsToldAndAResumedOne) {
   EXPECT_THAT(run(seconds(130)), ElementsAre("booth attention { \"paused\" }"));
   reading().state = QueueState::Idle;
   reading().state_message.clear();
-  // Two answers of the printer, although it was idle for so long that it is asked rarely.
+  // Two answers of the printer, although the monitor queries it rarely after so long an idle time.
   EXPECT_THAT(run(seconds(190)), ElementsAre("booth ok {}"));
 }
 

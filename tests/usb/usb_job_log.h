@@ -6,7 +6,7 @@
 
 #include "tests/support/private_scheduler.h"
 
-/// Returns the state of the job when it is no longer processing, or after 90 s. Returns "completed" also for
+/// Returns the state of the job when it has stopped processing, or after 90 s. Returns "completed" also for
 /// a job whose backend crashed while closing the printer. This happens occasionally if the printer does not
 /// answer idle reads; the scheduler then holds the job although all data was sent.
 inline std::string end_of(const PrivateScheduler& scheduler, int job) {
