@@ -12,7 +12,6 @@ namespace {
 
 /// More than a person reads, and far less than an environment can hold.
 constexpr std::size_t LONGEST_VALUE = 1000;
-constexpr const char* LOCAL_SERVER = "localhost";
 
 /// The text as a value of a variable.
 std::string value_of(const std::string& text) {
@@ -37,7 +36,7 @@ std::string queue_text(const Change& change, const QueueReport& queue) {
     return well_text(change) + ", " + prints_left_text(queue.reading);
   }
   std::vector<std::string> parts;
-  for (const auto& trouble : troubles(queue, change.report.limits)) {
+  for (const auto& trouble : troubles(queue, change.report.limits, change.server)) {
     parts.push_back(to_text(trouble));
     if (!trouble.action.empty()) {
       parts.back() += ". " + trouble.action;

@@ -224,7 +224,7 @@ std::string printer_card(const Report& report, const Card& card, const std::stri
     text = figure(reading);
     rest = gauge(reading);
   } else {
-    text = trouble_text(*card.queue, troubles(*card.queue, report.limits));
+    text = trouble_text(*card.queue, troubles(*card.queue, report.limits, card.server->server));
     if (has_other_supplies(reading)) {
       rest = paragraph("supplies", foreign(supplies_text(reading)));
     } else if (reading.level_percent) {

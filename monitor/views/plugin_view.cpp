@@ -37,8 +37,8 @@ std::string replaced(std::string text, char old_character, char new_character) {
 }
 
 /// What is wrong, or the prints left if nothing is but the ribbon's level.
-std::string trouble_line(const QueueReport& queue, const Limits& limits) {
-  const auto list = troubles(queue, limits);
+std::string trouble_line(const QueueReport& queue, const Limits& limits, std::string_view server) {
+  const auto list = troubles(queue, limits, server);
   const bool is_only_low = list.size() == 1 && !is_empty(queue.reading) &&
                            (is_under(queue.reading, limits.low) || is_under(queue.reading, limits.critical));
   if (list.empty() || is_only_low) {
@@ -140,7 +140,7 @@ std::string plugin_view(const Report& report, bool utf8) {
       const auto name = full_name(queue, server, with_server);
       const auto verdict = judge(queue, report.limits);
       if (verdict != Verdict::Well) {
-        entries.push_back({verdict, name + ": " + trouble_line(queue, report.limits)});
+        entries.push_back({verdict, name + ": " + trouble_line(queue, report.limits, server.server)});
       }
       if (queue.outcome != Outcome::NotFound && !has_other_supplies(queue.reading)) {
         data.push_back(performance_data(queue, labels.next(name), report.limits));

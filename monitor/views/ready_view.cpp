@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "monitor/views/ready_view.h"
 
-#include <set>
-
 #include "monitor/queue_watch.h"
 #include "monitor/views/plain_text.h"
 #include "monitor/views/wording.h"
@@ -27,9 +25,9 @@ int prints_ahead(const QueueReport& queue) {
   return queue.prints_waiting + (queue.job_seconds ? 1 : 0);
 }
 
-std::vector<Trouble> obstacles(const QueueReport& queue, Limits limits) {
+std::vector<Trouble> obstacles(const QueueReport& queue, Limits limits, std::string_view server) {
   limits.low = {-1, Limit::Unit::Prints};
-  auto list = troubles(as_if_asked(queue), limits);
+  auto list = troubles(as_if_asked(queue), limits, server);
   const auto& reading = queue.reading;
   if (!list.empty()) {
     return list;
@@ -48,15 +46,14 @@ std::vector<Trouble> obstacles(const QueueReport& queue, Limits limits) {
   return list;
 }
 
-/// The obstacles as sentences, each solution once.
+/// The obstacles as sentences.
 std::string sentences(const std::vector<Trouble>& list) {
   std::vector<std::string> parts;
-  std::set<std::string> actions = {""};
   for (const auto& trouble : list) {
     std::string cause = to_text(trouble);
     cause += cause.ends_with('.') ? "" : ".";
     parts.push_back(std::move(cause));
-    if (actions.insert(trouble.action).second) {
+    if (!trouble.action.empty()) {
       parts.push_back(trouble.action);
     }
   }
@@ -72,7 +69,7 @@ std::string ready_view(const Report& report, bool utf8) {
       lines.push_back("print server " + server.server + ": " + server.error);
     }
     for (const auto& queue : server.queues) {
-      if (const auto list = obstacles(queue, report.limits); !list.empty()) {
+      if (const auto list = obstacles(queue, report.limits, server.server); !list.empty()) {
         lines.push_back(full_name(queue, server, report.servers.size() > 1) + ": " + sentences(list));
       }
     }

@@ -99,6 +99,7 @@ std::string padded(const std::string& text, std::size_t width) {
 /// A queue and what the table says of it.
 struct Row {
   const QueueReport* queue;
+  const ServerReport* server;
   Verdict verdict;
   std::string name;
   std::string state;
@@ -127,7 +128,7 @@ bool takes_a_line(Verdict verdict) {
 Row row_of(const QueueReport& queue, const ServerReport& server, const Report& report,
            const TextWriter& writer) {
   const auto& reading = queue.reading;
-  Row row{&queue, judge(queue, report.limits), {}, {}, {}, {}};
+  Row row{&queue, &server, judge(queue, report.limits), {}, {}, {}, {}};
   row.name = writer.shown(full_name(queue, server, report.servers.size() > 1));
   row.state = queue.outcome == Outcome::Asking ? "asking" : state_text(reading);
   row.prints = prints_left_text(reading);
@@ -256,7 +257,7 @@ std::string paragraph_text(const Row& row, const Table& table, const Report& rep
   const auto& queue = *row.queue;
   const auto& reading = queue.reading;
   std::string text = name_cell(row, table, writer);
-  for (const auto& trouble : troubles(queue, report.limits)) {
+  for (const auto& trouble : troubles(queue, report.limits, row.server->server)) {
     add_lines(text, table, writer, row.verdict == Verdict::Error ? RED : YELLOW, to_text(trouble));
     if (!trouble.action.empty()) {
       add_lines(text, table, writer, "", trouble.action);

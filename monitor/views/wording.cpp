@@ -11,6 +11,21 @@ namespace {
 constexpr const char* CONNECT = "Switch the printer on and check its cable.";
 constexpr const char* NEW_RIBBON = "Load a new ribbon.";
 
+/// The command with the queue's name, unless a shell could read the name as something else.
+std::string queue_command(const char* command, const std::string& queue) {
+  constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_.-";
+  const bool is_plain =
+      !queue.empty() && !queue.starts_with('-') && queue.find_first_not_of(plain) == std::string::npos;
+  return std::string("sudo ") + command + (is_plain ? " " + queue : "");
+}
+
+/// "Resume the queue (sudo cupsenable booth).": what to do with the queue, on the computer that has it.
+std::string queue_action(const char* action, const char* command, const QueueReport& queue,
+                         std::string_view server) {
+  return std::string(action) + (server == LOCAL_SERVER ? "" : " on its print server") + " (" +
+         queue_command(command, queue.reading.queue) + ").";
+}
+
 /// The meaning of common state reasons of other filters and of backends.
 struct KnownReason {
   std::string_view keyword;
@@ -51,7 +66,7 @@ Trouble trouble_of_reason(const std::string& reason) {
 }
 
 /// Returns why the queue was not refreshed; nothing if it was.
-std::vector<Trouble> troubles_of_outcome(const QueueReport& queue) {
+std::vector<Trouble> troubles_of_outcome(const QueueReport& queue, std::string_view server) {
   switch (queue.outcome) {
     case Outcome::Refreshed:
     case Outcome::NotAsked:
@@ -59,12 +74,16 @@ std::vector<Trouble> troubles_of_outcome(const QueueReport& queue) {
     case Outcome::Busy:
       return {};
     case Outcome::Paused:
-      return {{"paused", "Resume the queue (cupsenable).", pause_reason(queue.reading)}};
+      return {{"paused", queue_action("Resume the queue", "cupsenable", queue, server),
+               pause_reason(queue.reading)}};
     case Outcome::Stopped:
-      return {{"stopped after an error", "Remove the cause, then resume the queue (cupsenable).",
+      return {{"stopped after an error",
+               queue_action("Remove the cause, then resume the queue", "cupsenable", queue, server),
                queue.reading.state_message}};
     case Outcome::Rejecting:
-      return {{"rejecting jobs", "Let the queue accept jobs again (cupsaccept).", {}}};
+      return {{"rejecting jobs",
+               queue_action("Let the queue accept jobs again", "cupsaccept", queue, server),
+               {}}};
     case Outcome::Unsupported:
       return {{"another driver", "Use the Brenvellis driver, or do not name this queue.", {}}};
     case Outcome::TimedOut:
@@ -87,7 +106,9 @@ Trouble trouble_of_level(const QueueReport& queue) {
     return {"another driver", "Use the Brenvellis driver, or do not name this queue.", {}};
   }
   if (reading.answered == false) {
-    return {"no answer", CONNECT, {}};
+    // After a failed exchange, the filter also reports an error. It does not if the backend cannot read, or
+    // has not reached the printer.
+    return {"no answer", "Check the cable, and that the URI begins with usb or socket (lpstat -v).", {}};
   }
   if (reading.answered) {
     return {"prints left not known", "Change or reseat the ribbon.", reading.ribbon_words};
@@ -250,12 +271,16 @@ std::string to_text(const Trouble& trouble) {
   return trouble.detail.empty() ? trouble.cause : trouble.cause + ": " + trouble.detail;
 }
 
-std::vector<Trouble> troubles(const QueueReport& queue, const Limits& limits) {
+std::vector<Trouble> troubles(const QueueReport& queue, const Limits& limits, std::string_view server) {
   const auto& reading = queue.reading;
   std::vector<Trouble> list;
   const auto add = [&](Trouble trouble) {
     const auto is_same = [&](const Trouble& other) { return other.cause == trouble.cause; };
+    const auto is_same_action = [&](const Trouble& other) { return other.action == trouble.action; };
     if (std::ranges::none_of(list, is_same)) {
+      if (std::ranges::any_of(list, is_same_action)) {
+        trouble.action.clear();
+      }
       list.push_back(std::move(trouble));
     }
   };
@@ -276,7 +301,7 @@ std::vector<Trouble> troubles(const QueueReport& queue, const Limits& limits) {
          is_unreachable(reading) ? CONNECT : "Check the printer: power, cable, paper and ribbon.",
          reading.state_message});
   }
-  for (auto& trouble : troubles_of_outcome(queue)) {
+  for (auto& trouble : troubles_of_outcome(queue, server)) {
     add(std::move(trouble));
   }
   if (!reading.level_percent && list.empty()) {

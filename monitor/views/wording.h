@@ -11,6 +11,9 @@
 
 // User-visible wording, shared by all views. Texts of schedulers and printers are not changed.
 
+/// The name of this computer's scheduler in a report.
+inline constexpr std::string_view LOCAL_SERVER = "localhost";
+
 /// "200 of 400 prints left (50 %)", or less if not all values are known.
 [[nodiscard]] std::string prints_left_text(const Reading& reading);
 
@@ -57,7 +60,7 @@
 /// Trouble is a problem of a queue and its solution.
 struct Trouble {
   std::string cause;   ///< "error 0008, code 2660"; never a text of a scheduler, and at most 40 characters
-  std::string action;  ///< "Look up 0008 / 2660 in the printer's manual."; empty if there is nothing to do
+  std::string action;  ///< "Look up 0008 / 2660 in the printer's manual."; may be empty
   std::string detail;  ///< the scheduler's unchanged text; may be empty
 
   bool operator==(const Trouble&) const = default;
@@ -66,8 +69,10 @@ struct Trouble {
 /// The cause, with the scheduler's text if there is any: "stopped after an error: ...".
 [[nodiscard]] std::string to_text(const Trouble& trouble);
 
-/// Returns all problems of a queue, the most important first; empty if and only if judge() returns Well.
-[[nodiscard]] std::vector<Trouble> troubles(const QueueReport& queue, const Limits& limits);
+/// Returns all problems of a queue, the most important first, with each action once; empty if and only if
+/// judge() returns Well. `server` is the name of the queue's print server in the report.
+[[nodiscard]] std::vector<Trouble> troubles(const QueueReport& queue, const Limits& limits,
+                                            std::string_view server);
 
 /// "2026-11-20 15:41 UTC", in the time zone of this process.
 [[nodiscard]] std::string local_time_text(std::time_t time);

@@ -173,7 +173,7 @@ TEST_F(OnChange, APausedQueueAndAServerThatIsGoneAreTold) {
   ASSERT_TRUE(has_lines("told", 1));
   scheduler.kill();
   ASSERT_TRUE(has_lines("told", 2));
-  EXPECT_THAT(lines_of("told"), ElementsAre("booth: paused. Resume the queue (cupsenable).",
+  EXPECT_THAT(lines_of("told"), ElementsAre("booth: paused. Resume the queue (sudo cupsenable booth).",
                                             HasSubstr("print server localhost: it cannot be reached")));
 }
 

@@ -120,10 +120,10 @@ TEST_F(Ready, TheReasonIsSaidOtherwise) {
   printer.tell("code 0");
   ASSERT_EQ(run({}).exit_status, 0);
   scheduler.pause("booth", "gone home");
-  EXPECT_EQ(reason(), "booth: paused: gone home. Resume the queue (cupsenable).\n");
+  EXPECT_EQ(reason(), "booth: paused: gone home. Resume the queue (sudo cupsenable booth).\n");
   scheduler.resume("booth");
   scheduler.reject("booth");
-  EXPECT_EQ(reason(), "booth: rejecting jobs. Let the queue accept jobs again (cupsaccept).\n");
+  EXPECT_EQ(reason(), "booth: rejecting jobs. Let the queue accept jobs again (sudo cupsaccept booth).\n");
   scheduler.accept("booth");
   EXPECT_EQ(run({"--ready", "booth"}).exit_status, 0);
 }

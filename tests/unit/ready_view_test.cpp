@@ -75,20 +75,20 @@ const ReadyCase CASES[] = {
        queue.reading.state = QueueState::Stopped;
        queue.reading.state_message = "gone home";
      },
-     "booth: paused: gone home. Resume the queue (cupsenable).\n"},
+     "booth: paused: gone home. Resume the queue (sudo cupsenable booth).\n"},
     {"PausedAndOnlyRead",
      [](QueueReport& queue) {
        queue.outcome = Outcome::NotAsked;
        queue.reading.state = QueueState::Stopped;
        queue.reading.state_message = "Paused";
      },
-     "booth: paused. Resume the queue (cupsenable).\n"},
+     "booth: paused. Resume the queue (sudo cupsenable booth).\n"},
     {"RejectingAndOnlyRead",
      [](QueueReport& queue) {
        queue.outcome = Outcome::NotAsked;
        queue.reading.accepting = false;
      },
-     "booth: rejecting jobs. Let the queue accept jobs again (cupsaccept).\n"},
+     "booth: rejecting jobs. Let the queue accept jobs again (sudo cupsaccept booth).\n"},
     {"StateNotKnown", [](QueueReport& queue) { queue.reading.state = QueueState::Unknown; },
      "booth: the queue's state is not known. Check the print server.\n"},
     {"AcceptingNotKnown", [](QueueReport& queue) { queue.reading.accepting.reset(); },

@@ -326,11 +326,12 @@ TEST(Troubles, HaveTheirCausesAndActions) {
       {with_reason("timed-out-error"), {"printer not responding", connect, {}}},
       {with_reason("connecting-to-device-error"), {"printer not responding", connect, {}}},
       {with_reason("x-error"), {"printer error", "Look at the printer.", "x-error"}},
-      {with_outcome(Outcome::Paused), {"paused", "Resume the queue (cupsenable).", "words"}},
+      {with_outcome(Outcome::Paused), {"paused", "Resume the queue (sudo cupsenable booth).", "words"}},
       {with_outcome(Outcome::Stopped),
-       {"stopped after an error", "Remove the cause, then resume the queue (cupsenable).", "words"}},
+       {"stopped after an error", "Remove the cause, then resume the queue (sudo cupsenable booth).",
+        "words"}},
       {with_outcome(Outcome::Rejecting),
-       {"rejecting jobs", "Let the queue accept jobs again (cupsaccept).", {}}},
+       {"rejecting jobs", "Let the queue accept jobs again (sudo cupsaccept booth).", {}}},
       {with_outcome(Outcome::Unsupported),
        {"another driver", "Use the Brenvellis driver, or do not name this queue.", {}}},
       {with_outcome(Outcome::TimedOut, "detail"), {"no answer in time", connect, "detail"}},
@@ -371,7 +372,8 @@ TEST(Troubles, HaveTheirCausesAndActions) {
        {"unknown error", "Look at the printer.", "error 1, code 26600"}},
       {without_level([](auto& queue) { queue.outcome = Outcome::Asking; }),
        {"asking", "Wait for the printer's answer.", {}}},
-      {without_level([](auto& queue) { queue.reading.answered = false; }), {"no answer", connect, {}}},
+      {without_level([](auto& queue) { queue.reading.answered = false; }),
+       {"no answer", "Check the cable, and that the URI begins with usb or socket (lpstat -v).", {}}},
       {without_level([](auto& queue) { queue.reading.ribbon_words = "words"; }),
        {"prints left not known", "Change or reseat the ribbon.", "words"}},
       {without_level([](auto& queue) { queue.reading.answered.reset(); }),
@@ -400,9 +402,9 @@ TEST(Troubles, HaveTheirCausesAndActions) {
        {"only 7 % left", "Have a new ribbon at hand.", {}}},
   };
   for (const auto& [queue, trouble] : cases) {
-    EXPECT_THAT(troubles(queue, {}), testing::ElementsAre(trouble)) << trouble.cause;
+    EXPECT_THAT(troubles(queue, {}, LOCAL_SERVER), testing::ElementsAre(trouble)) << trouble.cause;
   }
-  EXPECT_THAT(troubles(well, {}), testing::IsEmpty());
+  EXPECT_THAT(troubles(well, {}, LOCAL_SERVER), testing::IsEmpty());
 }
 
 TEST(Durations, HaveAUnitOfWhichThereAreTwoAtLeast) {
@@ -539,7 +541,7 @@ TEST_F(Views, AGroupOfOneCodeIsNotToldTwice) {
 /// "cause: action [detail]" of each trouble.
 std::vector<std::string> trouble_lines(const QueueReport& queue) {
   std::vector<std::string> lines;
-  for (const auto& trouble : troubles(queue, {})) {
+  for (const auto& trouble : troubles(queue, {}, LOCAL_SERVER)) {
     lines.push_back(trouble.cause + ": " + trouble.action +
                     (trouble.detail.empty() ? "" : " [" + trouble.detail + "]"));
   }
@@ -550,13 +552,15 @@ TEST_F(Views, EachTroubleSaysWhatToDo) {
   const std::map<std::string, std::vector<std::string>> expected_lines = {
       {"bar", {"only 12 prints left: Have a new ribbon at hand."}},
       {"down",
-       {"stopped after an error: Remove the cause, then resume the queue (cupsenable). "
+       {"stopped after an error: Remove the cause, then resume the queue (sudo cupsenable down). "
         "[Printer stopped due to backend errors.]"}},
       {"empty", {"ribbon empty: Load a new ribbon."}},
       {"garden", {"error 0008, code 2660: Look up 0008 / 2660 in the printer's manual."}},
       {"missing", {"no such queue: Check the queue's name (lpstat -e)."}},
       {"office", {"another driver: Use the Brenvellis driver, or do not name this queue."}},
-      {"paused", {"paused: Resume the queue (cupsenable).", "only 1 print left: Have a new ribbon at hand."}},
+      {"paused",
+       {"paused: Resume the queue (sudo cupsenable paused).",
+        "only 1 print left: Have a new ribbon at hand."}},
       {"silent", {"no answer, or error 0004: Switch the printer on and check its cable."}},
       {"slow", {"no answer in time: Switch the printer on and check its cable."}},
       {"strange", {"prints left not known: Change or reseat the ribbon. [Ink Ribbon = 65534 / 1]"}},
@@ -590,7 +594,7 @@ TEST_F(Views, ThereIsATroubleExactlyWhereTheVerdictIsBad) {
             queue.reading.level_percent.reset();
             queue.reading.prints_remaining.reset();
           }
-          EXPECT_EQ(troubles(queue, {}).empty(), judge(queue, {}) == Verdict::Well)
+          EXPECT_EQ(troubles(queue, {}, LOCAL_SERVER).empty(), judge(queue, {}) == Verdict::Well)
               << static_cast<int>(outcome) << " " << left << " " << reason;
         }
       }
@@ -602,13 +606,43 @@ TEST_F(Views, ACauseIsShortAndNeverASchedulersText) {
   for (const auto& text : HOSTILE_TEXTS) {
     const auto report = hostile_report(text);
     for (const auto& queue : report.servers[0].queues) {
-      for (const auto& trouble : troubles(queue, {})) {
+      for (const auto& trouble : troubles(queue, {}, LOCAL_SERVER)) {
         EXPECT_LE(trouble.cause.size(), 40U);
         EXPECT_EQ(printable(trouble.cause), trouble.cause);
         EXPECT_EQ(trouble.cause.find_first_of("<>&\"'"), std::string::npos) << trouble.cause;
       }
     }
   }
+}
+
+TEST_F(Views, EachActionIsShownOnce) {
+  auto queue = refreshed(ribbon_reading("q", 200, 400, "10"));
+  queue.reading.errors = {{"0004", "0004"}};
+  queue.reading.answered = false;
+  queue.outcome = Outcome::TimedOut;
+  queue.detail = "The printer is not connected.";
+  EXPECT_EQ(trouble_lines(queue),
+            (std::vector<std::string>{"no answer, or error 0004: Switch the printer on and check its cable.",
+                                      "no answer in time:  [The printer is not connected.]"}));
+}
+
+/// The action for a paused queue.
+std::string pause_action(const std::string& name, std::string_view server) {
+  auto queue = refreshed(ribbon_reading(name, 200, 400, "10"));
+  queue.outcome = Outcome::Paused;
+  return troubles(queue, {}, server).at(0).action;
+}
+
+TEST_F(Views, AnActionContainsTheQueuesNameIfAShellCannotMisreadIt) {
+  EXPECT_EQ(pause_action("Booth_1.a-b", LOCAL_SERVER), "Resume the queue (sudo cupsenable Booth_1.a-b).");
+  for (const char* name : {"", "-a", "a b", "a;b", "a$b", "a'b", "a\nb", "b\u00fcro"}) {
+    EXPECT_EQ(pause_action(name, LOCAL_SERVER), "Resume the queue (sudo cupsenable).") << name;
+  }
+}
+
+TEST_F(Views, AnActionOnAnotherServerSaysSo) {
+  EXPECT_EQ(pause_action("hall", "annex:8631"),
+            "Resume the queue on its print server (sudo cupsenable hall).");
 }
 
 TEST_F(Views, AnErrorOfAnotherFilterSaysWhatToDo) {
