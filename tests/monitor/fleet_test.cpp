@@ -34,17 +34,6 @@ std::string local_address() {
   return "127.0.0.1:" + std::to_string(free_port());
 }
 
-/// Calls `condition` until it is true; false if it is not within two minutes.
-bool wait_until(const std::function<bool()>& condition, seconds limit = seconds(120)) {
-  for (const auto end = steady_clock::now() + limit; steady_clock::now() < end;) {
-    if (condition()) {
-      return true;
-    }
-    std::this_thread::sleep_for(milliseconds(100));
-  }
-  return false;
-}
-
 TEST(Metrics, AreValid) {
   const NetworkPrinter printer({"--code", "0x2660"});
   const PrivateScheduler scheduler;

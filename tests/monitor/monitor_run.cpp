@@ -7,16 +7,6 @@
 
 namespace {
 
-bool wait_until(const std::function<bool()>& condition) {
-  for (int i = 0; i < 3000; ++i) {
-    if (condition()) {
-      return true;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return false;
-}
-
 std::vector<int> list_jobs(const PrivateScheduler& scheduler, int which) {
   http_t* connection = httpConnect2(scheduler.server().c_str(), 0, nullptr, AF_UNSPEC,
                                     HTTP_ENCRYPTION_IF_REQUESTED, 1, 30000, nullptr);
@@ -54,10 +44,21 @@ std::vector<int> all_jobs(const PrivateScheduler& scheduler) {
   return list_jobs(scheduler, CUPS_WHICHJOBS_ALL);
 }
 
+bool wait_until(const std::function<bool()>& condition, std::chrono::seconds limit) {
+  for (const auto end = std::chrono::steady_clock::now() + limit; std::chrono::steady_clock::now() < end;) {
+    if (condition()) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return false;
+}
+
 bool wait_for_active_jobs(const PrivateScheduler& scheduler, std::size_t count) {
-  return wait_until([&] { return active_jobs(scheduler).size() == count; });
+  return wait_until([&] { return active_jobs(scheduler).size() == count; }, std::chrono::seconds(60));
 }
 
 bool wait_for_processing(const PrivateScheduler& scheduler, int job) {
-  return wait_until([&] { return scheduler.job_state(job) == IPP_JSTATE_PROCESSING; });
+  return wait_until([&] { return scheduler.job_state(job) == IPP_JSTATE_PROCESSING; },
+                    std::chrono::seconds(60));
 }

@@ -4,7 +4,9 @@
 #include <cups/cups.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -73,8 +75,12 @@ std::vector<int> active_jobs(const PrivateScheduler& scheduler);
 /// All jobs, the history too.
 std::vector<int> all_jobs(const PrivateScheduler& scheduler);
 
-/// Waits until so many jobs are active; false if that does not come about within a minute.
+/// Waits until the condition holds; false if it does not within the limit.
+bool wait_until(const std::function<bool()>& condition,
+                std::chrono::seconds limit = std::chrono::seconds(120));
+
+/// Waits until so many jobs are active; false if that does not happen within a minute.
 bool wait_for_active_jobs(const PrivateScheduler& scheduler, std::size_t count);
 
-/// Waits until the job is being processed; false if that does not come about within a minute.
+/// Waits until the job is being processed; false if that does not happen within a minute.
 bool wait_for_processing(const PrivateScheduler& scheduler, int job);
