@@ -132,7 +132,10 @@ TEST_P(BehindARefresh, APrintDoesNotWait) {
   }
   const int print = scheduler.send_raw("booth", "a photo");
   // The print begins although the command job would not end for a minute.
-  EXPECT_TRUE(wait_for_processing(scheduler, print) || scheduler.job_state(print) == IPP_JSTATE_COMPLETED);
+  EXPECT_TRUE(wait_until([&] {
+    const auto state = scheduler.job_state(print);
+    return state == IPP_JSTATE_PROCESSING || state == IPP_JSTATE_COMPLETED;
+  }));
   printer.tell("fault none; remaining 199");
   EXPECT_EQ(scheduler.wait_for_job(print, seconds(60)), IPP_JSTATE_COMPLETED);
   EXPECT_TRUE(shows([](const JsonRun& one) {
