@@ -24,7 +24,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// What a command gets at the end to end: more than run_command() takes.
+/// Time for the last command to exit: more than run_command() takes.
 constexpr milliseconds END_LIMIT{3000};
 constexpr std::size_t LONGEST_FAILURE = 200;
 

@@ -438,7 +438,7 @@ SchedulerAnswer QueueClient::ask_for(const LookRequest& request) {
   return look;
 }
 
-/// Reads the queues of these names that exist, or all queues if there are no names. False (and error_) on
+/// Reads the queues of these names that exist, or all queues if `names` is empty. False (and error_) on
 /// failure.
 bool QueueClient::read(const std::vector<std::string>& names, std::vector<Reading>& readings) {
   const auto add = [&](ipp_op_t operation, const std::string& uri) {

@@ -17,7 +17,7 @@ class ServerWatch {
   /// @param queues  the queues to watch; empty for all Brenvellis queues.
   ServerWatch(std::string label, std::vector<std::string> queues, const WatchRules& rules, Moment now);
 
-  /// What to do: a request to make now, or nothing before `at` unless an answer comes first.
+  /// The next step: a request to make now, or nothing before `at` unless an answer comes first.
   struct Plan {
     std::optional<SchedulerRequest> request;
     Moment at = Moment::max();

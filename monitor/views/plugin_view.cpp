@@ -36,7 +36,7 @@ std::string replaced(std::string text, char old_character, char new_character) {
   return text;
 }
 
-/// What is wrong, or the prints left if nothing is but the ribbon's level.
+/// Returns the queue's problem, or the prints left if the ribbon's level is the only one.
 std::string trouble_line(const QueueReport& queue, const Limits& limits, std::string_view server) {
   const auto list = troubles(queue, limits, server);
   const bool is_only_low = list.size() == 1 && !is_empty(queue.reading) &&

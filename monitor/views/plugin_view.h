@@ -6,7 +6,7 @@
 
 #include "monitor/report.h"
 
-/// The first words of a monitoring plug-in's line: its service, and the state that goes with the exit status.
+/// Returns the first words of a monitoring plug-in's line: the service, and the state for the exit status.
 [[nodiscard]] std::string plugin_heading(Verdict verdict);
 
 /// The report as a monitoring plug-in prints it: one line with the state, the queues in trouble, the worst

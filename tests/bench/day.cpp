@@ -216,7 +216,7 @@ class Cable {
   std::jthread relay_;
 };
 
-/// What a printer was set to, from a time on.
+/// Truth holds the settings of a printer from a time on.
 struct Truth {
   Time since;
   int remaining;
@@ -290,7 +290,7 @@ class Booth {
     return false;
   }
 
-  /// What the printer was set to in the last minute, for a person.
+  /// Describes the printer's settings of the last minute.
   [[nodiscard]] std::string history(Time now) const {
     std::ostringstream text;
     for (const auto& truth : truths_) {
@@ -686,7 +686,7 @@ class Day {
            well ? "all well" : "not all well");
     fflush(stdout);
 
-    // What a process settles at differs by some pages.
+    // A process's final size varies by some pages.
     constexpr long pages_kib = 1024;
     const auto grows = [](const ProcessSize& one, const ProcessSize& other) {
       return other.resident_kib > one.resident_kib + pages_kib || other.descriptors > one.descriptors + 1 ||

@@ -211,8 +211,8 @@ double written_kib(pid_t pid) {
   throw std::runtime_error("what a process writes cannot be counted");
 }
 
-/// What the scheduler writes to the disk for each refresh when its history is full, and the monitor for each
-/// report with all three files.
+/// Measures the bytes that the scheduler writes for each refresh when its history is full, and the monitor
+/// for each report with all three files.
 void measure_writes(int prints, int refreshes) {
   PrivateScheduler scheduler({.configuration = PrivateScheduler::Configuration::DEFAULT, .log = false});
   const NetworkPrinter printer;

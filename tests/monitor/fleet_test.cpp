@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What an administrator of many printers sees: metrics, alerts and the dashboard, with a real Prometheus,
+// The view of an administrator of many printers: metrics, alerts and the dashboard, with a real Prometheus,
 // node exporter and Alertmanager.
 
 #include <gmock/gmock.h>

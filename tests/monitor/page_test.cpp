@@ -295,7 +295,7 @@ TEST_F(Page, HasEnoughContrast) {
   for (const auto& screen : {DESK, DARK}) {
     for (const auto& report : {sample_report(), wall(6, 3), stopped(report_of({healthy("hall", 200)}))}) {
       show(report, screen);
-      // What is old is meant to be faint.
+      // Old values are faint on purpose.
       EXPECT_EQ(
           look("[...document.querySelectorAll('body:not(.old) main *, header *, #stopped *')].filter(e => {"
                "  if (![...e.childNodes].some(n => n.nodeType === 3 && n.data.trim())) return false;"

@@ -3,6 +3,6 @@
 
 #include <string>
 
-/// What is wrong with the output of brenvellis-monitor --json by its installed schema; empty if it is valid.
+/// Returns the errors of brenvellis-monitor --json's output by its installed schema; empty if it is valid.
 /// Throws if the validator does not run.
 [[nodiscard]] std::string schema_error(const std::string& json);

@@ -14,7 +14,7 @@ std::string line_of(std::vector<QueueReport> queues) {
   return plugin_view(report_with(std::move(queues)), true);
 }
 
-/// What follows the vertical bar.
+/// Returns the text after the vertical bar.
 std::string data_of(const std::string& line) {
   return line.substr(line.find('|') + 2);
 }
