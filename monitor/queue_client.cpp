@@ -127,7 +127,7 @@ Job read_job(std::map<std::string_view, ipp_attribute_t*>& attributes) {
   const int began = number_of(attributes["time-at-processing"]).value_or(0);
   if (began > 0 && now > 0) {
     job.processing_seconds = std::max(0, now - began);
-    // A job that has not begun also has this reason.
+    // RFC 8011 allows this reason for a job that only waits for a stopped queue, too.
     job.stopped_queue = ippContainsString(attributes["job-state-reasons"], "printer-stopped") != 0;
   }
   // Filters count one or the other.
